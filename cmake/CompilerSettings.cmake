@@ -1,0 +1,42 @@
+# Every compiler- and linker-specific setting of the project, in one place.
+
+# Warnings and definitions for the module's sources and their tests.
+function(ztprop_compile_options target)
+  if(MSVC)
+    target_compile_options(${target} PRIVATE /W4 /permissive- /Zc:__cplusplus /Zc:preprocessor /utf-8)
+    target_compile_definitions(${target} PRIVATE _CRT_SECURE_NO_WARNINGS)
+  else()
+    target_compile_options(${target} PRIVATE -Wall -Wextra -Wshadow -Wnon-virtual-dtor -Wconversion
+                                             -Wno-sign-conversion)
+  endif()
+  if(WIN32)
+    target_compile_definitions(${target} PRIVATE UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX
+                                                 _WIN32_WINNT=0x0601)
+  endif()
+endfunction()
+
+# Sanitizers of the host presets apply to everything built, tests included.
+if(ZTPROP_SANITIZER STREQUAL "address")
+  add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
+  add_link_options(-fsanitize=address,undefined)
+elseif(ZTPROP_SANITIZER STREQUAL "thread")
+  add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=thread)
+elseif(ZTPROP_SANITIZER)
+  message(FATAL_ERROR "ZTPROP_SANITIZER must be address or thread")
+endif()
+
+# The DLL: no runtime DLL of the toolchain, ASLR with high-entropy addresses,
+# DEP, unused sections dropped.
+function(ztprop_dll_link_options target)
+  set_target_properties(${target} PROPERTIES PREFIX "")
+  if(MSVC)
+    set_target_properties(${target} PROPERTIES MSVC_RUNTIME_LIBRARY "MultiThreaded")
+    target_link_options(${target} PRIVATE /DYNAMICBASE /HIGHENTROPYVA /NXCOMPAT)
+  else()
+    target_compile_options(${target} PRIVATE -ffunction-sections -fdata-sections)
+    target_link_options(${target} PRIVATE -static -static-libgcc -static-libstdc++
+                        -Wl,--dynamicbase,--high-entropy-va,--nxcompat,--gc-sections
+                        $<$<CONFIG:Release>:-s>)
+  endif()
+endfunction()

@@ -1,0 +1,58 @@
+// Test-side control of the host platform layer: script what the stand-in
+// Win32 functions answer, and observe what the module asked of them. All state
+// is process-wide; call host::reset() between tests.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "platform.h"
+
+namespace host {
+
+// Clears every store, hook, failure and capture below.
+void reset();
+
+// ---- Debugger output --------------------------------------------------------
+// Every string handed to OutputDebugStringA, in order.
+std::vector<std::string> debugOutput();
+void clearDebugOutput();
+
+// ---- Device properties (SetupDiGetDevicePropertyW) -----------------------------
+// The one device information set the stand-in knows; any other handle is
+// answered with ERROR_INVALID_HANDLE.
+HDEVINFO deviceInfoSet();
+SP_DEVINFO_DATA makeDevice(DWORD devInst);
+
+void setDeviceProperty(const SP_DEVINFO_DATA& device, const DEVPROPKEY& key, DEVPROPTYPE type,
+                       std::vector<BYTE> bytes);
+void setDeviceString(const SP_DEVINFO_DATA& device, const DEVPROPKEY& key, const std::wstring& text);
+void setDeviceStringList(const SP_DEVINFO_DATA& device, const DEVPROPKEY& key,
+                         const std::vector<std::wstring>& strings);
+void setDeviceUint32(const SP_DEVINFO_DATA& device, const DEVPROPKEY& key, DWORD value);
+void removeDeviceProperty(const SP_DEVINFO_DATA& device, const DEVPROPKEY& key);
+
+// Called after each SetupDiGetDevicePropertyW has answered (call number from 1),
+// so a test can change a property between the size query and the read.
+void onDevicePropertyRead(std::function<void(const DEVPROPKEY& key, int call)> hook);
+int devicePropertyCalls();
+
+// ---- Class install parameters (SetupDi{Get,Set}ClassInstallParamsW) ------------
+void setAddPropertyPageData(const SP_DEVINFO_DATA& device, const SP_ADDPROPERTYPAGE_DATA& data);
+// What the last successful SetupDiSetClassInstallParamsW stored for the device.
+SP_ADDPROPERTYPAGE_DATA addPropertyPageData(const SP_DEVINFO_DATA& device);
+// A non-zero error makes the next and all later calls fail with it.
+void failGetClassInstallParams(DWORD error);
+void failSetClassInstallParams(DWORD error);
+int getClassInstallParamsCalls();
+int setClassInstallParamsCalls();
+
+// ---- Common controls and sheet pages ------------------------------------------
+std::vector<INITCOMMONCONTROLSEX> initCommonControlsCalls();
+// Sheet pages created and not yet destroyed.
+int livePropertySheetPages();
+// Releases every live page the way a closing sheet does.
+void destroyAllPropertySheetPages();
+
+}  // namespace host

@@ -1,0 +1,40 @@
+#include "HostState.h"
+
+#include <cstring>
+#include <tuple>
+
+#include "host/HostPlatform.h"
+
+namespace host {
+
+bool PropertyKey::operator<(const PropertyKey& other) const
+{
+    const int byGuid = std::memcmp(&fmtid, &other.fmtid, sizeof fmtid);
+    return std::tie(devInst, pid) < std::tie(other.devInst, other.pid)
+        || (devInst == other.devInst && pid == other.pid && byGuid < 0);
+}
+
+State& state()
+{
+    static State instance;
+    return instance;
+}
+
+void reset()
+{
+    destroyAllPropertySheetPages();
+    auto& s = state();
+    const std::lock_guard<std::mutex> guard(s.lock);
+    s.debugOutput.clear();
+    s.properties.clear();
+    s.propertyHook = nullptr;
+    s.propertyCalls = 0;
+    s.classInstallParams.clear();
+    s.getParamsError = 0;
+    s.setParamsError = 0;
+    s.getParamsCalls = 0;
+    s.setParamsCalls = 0;
+    s.initCommonControls.clear();
+}
+
+}  // namespace host

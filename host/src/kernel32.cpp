@@ -1,0 +1,135 @@
+// Error codes, the debugger, and the C runtime's counted formatters.
+#include <algorithm>
+#include <cstdio>
+#include <cwchar>
+#include <string>
+
+#include "HostState.h"
+#include "host/HostPlatform.h"
+
+namespace {
+thread_local DWORD lastError = 0;
+
+// The host's printf family reads %s as narrow text and %ls as wide; msvcrt's
+// wide formatter reads %s as wide and its narrow one reads %S as wide. Rewrite
+// the format so the module's formats mean the same on both builds.
+template <typename Char> std::basic_string<Char> hostFormat(const Char* format, Char wideInPlaceOf)
+{
+    std::basic_string<Char> out;
+    for (const Char* p = format; *p != 0; ++p) {
+        out.push_back(*p);
+        if (*p != '%') {
+            continue;
+        }
+        ++p;
+        if (*p == '%') {
+            out.push_back(*p);
+            continue;
+        }
+        while (*p != 0 && std::wcschr(L"-+ #0123456789.*hlLqjzt", static_cast<wchar_t>(*p)) != nullptr) {
+            out.push_back(*p++);
+        }
+        if (*p == 0) {
+            break;
+        }
+        if (*p == wideInPlaceOf) {
+            out.push_back('l');
+            out.push_back('s');
+        } else if (*p == 'S' || *p == 's') {
+            out.push_back('s');  // the other of the two: narrow text on both
+        } else {
+            out.push_back(*p);
+        }
+    }
+    return out;
+}
+
+// msvcrt's answer from a C99 one: -1 when the text does not fit `count`.
+template <typename Char>
+int counted(Char* buffer, std::size_t count, int needed, const std::basic_string<Char>& text)
+{
+    if (needed < 0) {
+        return -1;
+    }
+    const std::size_t copy = std::min<std::size_t>(count, text.size());
+    std::copy(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(copy), buffer);
+    if (copy < count) {
+        buffer[copy] = 0;
+    }
+    return static_cast<std::size_t>(needed) > count ? -1 : needed;
+}
+}  // namespace
+
+DWORD GetLastError()
+{
+    return lastError;
+}
+
+void SetLastError(DWORD error)
+{
+    lastError = error;
+}
+
+void OutputDebugStringA(LPCSTR text)
+{
+    auto& s = host::state();
+    const std::lock_guard<std::mutex> guard(s.lock);
+    s.debugOutput.emplace_back(text != nullptr ? text : "");
+}
+
+int _vsnprintf(char* buffer, std::size_t count, const char* format, va_list args)
+{
+    const std::string hostFmt = hostFormat<char>(format, 'S');
+    va_list measure;
+    va_copy(measure, args);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): `args` is the caller's started list
+    const int needed = std::vsnprintf(nullptr, 0, hostFmt.c_str(), measure);
+    va_end(measure);
+    if (needed < 0) {
+        return -1;
+    }
+    std::string text(static_cast<std::size_t>(needed) + 1, '\0');
+    std::vsnprintf(text.data(), text.size(), hostFmt.c_str(), args);
+    text.resize(static_cast<std::size_t>(needed));
+    return counted(buffer, count, needed, text);
+}
+
+int _vsnwprintf(wchar_t* buffer, std::size_t count, const wchar_t* format, va_list args)
+{
+    const std::wstring hostFmt = hostFormat<wchar_t>(format, L's');
+    // vswprintf cannot measure; grow until the text fits.
+    std::wstring text(256, L'\0');
+    for (;;) {
+        va_list attempt;
+        va_copy(attempt, args);
+        // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): `args` is the caller's started list
+        const int n = std::vswprintf(text.data(), text.size(), hostFmt.c_str(), attempt);
+        va_end(attempt);
+        if (n >= 0) {
+            text.resize(static_cast<std::size_t>(n));
+            return counted(buffer, count, n, text);
+        }
+        if (text.size() > (1U << 24)) {
+            return -1;  // an encoding error, not a short buffer
+        }
+        text.resize(text.size() * 2);
+    }
+}
+
+namespace host {
+
+std::vector<std::string> debugOutput()
+{
+    auto& s = state();
+    const std::lock_guard<std::mutex> guard(s.lock);
+    return s.debugOutput;
+}
+
+void clearDebugOutput()
+{
+    auto& s = state();
+    const std::lock_guard<std::mutex> guard(s.lock);
+    s.debugOutput.clear();
+}
+
+}  // namespace host
