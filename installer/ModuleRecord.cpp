@@ -1,0 +1,3 @@
+#include "installer/ModuleRecord.h"
+
+ModuleRecord moduleRecord;
