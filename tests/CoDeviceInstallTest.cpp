@@ -1,0 +1,291 @@
+#include "installer/CoDeviceInstall.h"
+
+#include <gtest/gtest.h>
+
+#include "TraceCapture.h"
+#include "host/HostPlatform.h"
+#include "installer/ModuleRecord.h"
+
+namespace {
+
+using Messages = std::vector<std::string>;
+
+const wchar_t* const listedId = L"PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_E4363C91&REV_02";
+const wchar_t* const lastListedId = L"PCI\\VEN_7E5C&DEV_93F4&SUBSYS_0B217E5C&REV_02";
+
+// A page object with a real sheet page whose release callback deletes it, the
+// way the sheet owns the diagnostics page; counts the live objects.
+class TestPage : public PropertyPageBase {
+public:
+    static inline int live = 0;
+    explicit TestPage(bool withSheetPage)
+    {
+        ++live;
+        if (withSheetPage) {
+            PROPSHEETPAGEW description {};
+            description.dwSize = sizeof description;
+            description.dwFlags = PSP_USECALLBACK;
+            description.lParam = reinterpret_cast<LPARAM>(this);
+            description.pfnCallback = &TestPage::callback_;
+            pageHandle_ = CreatePropertySheetPageW(&description);
+        }
+    }
+    ~TestPage() override { --live; }
+
+private:
+    static UINT callback_(HWND, UINT message, LPPROPSHEETPAGEW page)
+    {
+        if (message == PSPCB_RELEASE) {
+            delete reinterpret_cast<TestPage*>(page->lParam);
+        }
+        return message == PSPCB_CREATE ? 1 : 0;
+    }
+};
+
+std::unique_ptr<PropertyPageBase> pageWithSheetPage()
+{
+    return std::make_unique<TestPage>(true);
+}
+std::unique_ptr<PropertyPageBase> pageWithoutSheetPage()
+{
+    return std::make_unique<TestPage>(false);
+}
+std::unique_ptr<PropertyPageBase> noPage()
+{
+    return nullptr;
+}
+
+HPROPSHEETPAGE earlierPage(int i)
+{
+    return reinterpret_cast<HPROPSHEETPAGE>(static_cast<std::uintptr_t>(0x1000 + i));
+}
+
+class CoDeviceInstallTest : public ::testing::Test {
+protected:
+    TraceAll capture_;
+    SP_DEVINFO_DATA device_ = host::makeDevice(3);
+
+    void SetUp() override
+    {
+        TestPage::live = 0;
+        moduleRecord.deviceReader.reset();
+        givePages(0);
+        host::setDeviceUint32(device_, DEVPKEY_Device_ProblemCode, 0);
+    }
+    void TearDown() override
+    {
+        host::destroyAllPropertySheetPages();
+        EXPECT_EQ(TestPage::live, 0) << "every page object is owned by exactly one sheet page";
+        moduleRecord.deviceReader.reset();
+    }
+
+    // The installer's record as earlier co-installers left it: `count` pages.
+    void givePages(DWORD count)
+    {
+        SP_ADDPROPERTYPAGE_DATA data {};
+        data.ClassInstallHeader.cbSize = sizeof(SP_CLASSINSTALL_HEADER);
+        data.ClassInstallHeader.InstallFunction = DIF_ADDPROPERTYPAGE_ADVANCED;
+        for (DWORD i = 0; i < count; ++i) {
+            data.DynamicPages[i] = earlierPage(static_cast<int>(i));
+        }
+        data.NumDynamicPages = count;
+        host::setAddPropertyPageData(device_, data);
+    }
+    DWORD install(DI_FUNCTION function = DIF_ADDPROPERTYPAGE_ADVANCED)
+    {
+        return CoDeviceInstall(function, host::deviceInfoSet(), &device_, nullptr);
+    }
+    DWORD addPage(PageFactory factory)
+    {
+        return addPropertyPageAdvanced(host::deviceInfoSet(), &device_, factory);
+    }
+    SP_ADDPROPERTYPAGE_DATA stored() const { return host::addPropertyPageData(device_); }
+};
+
+TEST_F(CoDeviceInstallTest, otherFunctionCodesOnlyTraceTheEntry)
+{
+    for (const DI_FUNCTION function : {0x01U, 0x22U, 0x24U, 0xFFFFFFFFU}) {
+        host::clearDebugOutput();
+        EXPECT_EQ(install(function), NO_ERROR);
+        EXPECT_EQ(tracedMessages(),
+                  Messages {"ztprop: CoDeviceInstall called, fn = " + std::to_string(function)});
+    }
+    EXPECT_EQ(host::getClassInstallParamsCalls(), 0);
+    EXPECT_EQ(host::setClassInstallParamsCalls(), 0);
+    EXPECT_TRUE(host::initCommonControlsCalls().empty());
+    EXPECT_EQ(moduleRecord.deviceReader, nullptr);
+}
+
+TEST_F(CoDeviceInstallTest, hardwareIdDecidesWhetherTheDeviceGetsThePage)
+{
+    struct Case {
+        const char* what;
+        std::vector<std::wstring> ids;  // empty: property absent
+        bool listed;
+    };
+    const Case cases[] = {
+        {"listed id alone", {listedId}, true},
+        {"last row of the table", {lastListedId}, true},
+        {"listed id behind others", {L"PCI\\VEN_1234&DEV_0001", L"PCI\\VEN_7E5C&DEV_C3E1", listedId}, true},
+        {"lower case", {L"pci\\ven_7e5c&dev_c3e1&subsys_e4363c91&rev_02"}, false},
+        {"without revision", {L"PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_E4363C91"}, false},
+        {"without subsystem", {L"PCI\\VEN_7E5C&DEV_C3E1&REV_02"}, false},
+        {"other revision", {L"PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_E4363C91&REV_03"}, false},
+        {"listed id with a tail", {std::wstring(listedId) + L"&X"}, false},
+        {"other vendor", {L"PCI\\VEN_8086&DEV_15B8&SUBSYS_00008086&REV_02"}, false},
+        {"no hardware ids", {}, false},
+    };
+    for (const auto& c : cases) {
+        host::reset();
+        TestPage::live = 0;
+        givePages(2);
+        host::setDeviceUint32(device_, DEVPKEY_Device_ProblemCode, 0);
+        if (!c.ids.empty()) {
+            host::setDeviceStringList(device_, DEVPKEY_Device_HardwareIds, c.ids);
+        }
+        EXPECT_EQ(addPage(pageWithSheetPage), NO_ERROR) << c.what;
+        const auto data = stored();
+        EXPECT_EQ(host::setClassInstallParamsCalls(), 1) << c.what << ": stored back in either case";
+        EXPECT_EQ(data.NumDynamicPages, c.listed ? 3U : 2U) << c.what;
+        EXPECT_EQ(data.DynamicPages[0], earlierPage(0)) << c.what;
+        EXPECT_EQ(data.DynamicPages[1], earlierPage(1)) << c.what;
+        EXPECT_EQ(data.DynamicPages[2] != nullptr, c.listed) << c.what;
+        EXPECT_EQ(TestPage::live, c.listed ? 1 : 0) << c.what;
+        const auto messages = tracedMessages();
+        const bool toldUnsupported
+            = std::find(messages.begin(), messages.end(), "NIC doesn't support cable diagnostics feature")
+            != messages.end();
+        EXPECT_EQ(toldUnsupported, !c.listed) << c.what;
+        host::destroyAllPropertySheetPages();
+    }
+}
+
+TEST_F(CoDeviceInstallTest, listedDeviceTracesItsIdsAndProblemCode)
+{
+    host::setDeviceStringList(device_, DEVPKEY_Device_HardwareIds, {L"PCI\\OTHER", listedId});
+    host::setDeviceUint32(device_, DEVPKEY_Device_ProblemCode, 22);
+    EXPECT_EQ(addPage(pageWithSheetPage), NO_ERROR);
+    EXPECT_EQ(tracedMessages(),
+              (Messages {
+                  "Hardware IDs count 2:",
+                  "    HWID: PCI\\OTHER",
+                  "    HWID: PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_E4363C91&REV_02",
+                  "DEVPKEY_Device_ProblemCode 22",
+              }));
+    EXPECT_EQ(stored().NumDynamicPages, 1U) << "a problem code does not withhold the page";
+}
+
+TEST_F(CoDeviceInstallTest, pageArrayHasTwentyPlaces)
+{
+    host::setDeviceStringList(device_, DEVPKEY_Device_HardwareIds, {listedId});
+    givePages(19);
+    EXPECT_EQ(addPage(pageWithSheetPage), NO_ERROR);
+    auto data = stored();
+    EXPECT_EQ(data.NumDynamicPages, 20U);
+    EXPECT_NE(data.DynamicPages[19], nullptr);
+    EXPECT_EQ(data.DynamicPages[18], earlierPage(18));
+
+    host::destroyAllPropertySheetPages();
+    host::reset();
+    host::setDeviceStringList(device_, DEVPKEY_Device_HardwareIds, {listedId});
+    givePages(20);
+    EXPECT_EQ(install(), NO_ERROR);
+    EXPECT_EQ(tracedMessages(),
+              (Messages {"ztprop: CoDeviceInstall called, fn = 35", "/!\\ Too many pages"}));
+    EXPECT_EQ(host::setClassInstallParamsCalls(), 0);
+    EXPECT_EQ(host::devicePropertyCalls(), 0) << "hardware ids are not read for a full array";
+    EXPECT_EQ(stored().NumDynamicPages, 20U);
+    EXPECT_NE(moduleRecord.deviceReader, nullptr) << "the reader is replaced for every request";
+}
+
+TEST_F(CoDeviceInstallTest, failedGetReturnsItsCodeAndTouchesNothing)
+{
+    host::failGetClassInstallParams(ERROR_INVALID_HANDLE);
+    EXPECT_EQ(install(), ERROR_INVALID_HANDLE);
+    EXPECT_EQ(tracedMessages(),
+              (Messages {
+                  "ztprop: CoDeviceInstall called, fn = 35",
+                  "[!] SetupDiGetClassInstallParams() failed, code 6",
+                  "/!\\ ztprop: DIF_ADDPROPERTYPAGE_ADVANCED -> failed, code 6",
+              }));
+    EXPECT_EQ(host::setClassInstallParamsCalls(), 0);
+    EXPECT_EQ(moduleRecord.deviceReader, nullptr);
+    ASSERT_EQ(host::initCommonControlsCalls().size(), 1U);
+    EXPECT_EQ(host::initCommonControlsCalls()[0].dwSize, 8U);
+    EXPECT_EQ(host::initCommonControlsCalls()[0].dwICC, 0x4001U);
+}
+
+TEST_F(CoDeviceInstallTest, listedDeviceWithoutThePageObjectFailsWithOutOfMemory)
+{
+    // Until the diagnostics page exists, the real factory gives no object.
+    host::setDeviceStringList(device_, DEVPKEY_Device_HardwareIds, {listedId});
+    givePages(1);
+    EXPECT_EQ(install(), ERROR_OUTOFMEMORY);
+    EXPECT_EQ(tracedMessages(),
+              (Messages {
+                  "ztprop: CoDeviceInstall called, fn = 35",
+                  "Hardware IDs count 1:",
+                  "    HWID: PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_E4363C91&REV_02",
+                  "DEVPKEY_Device_ProblemCode 0",
+                  "[!] Failed to create/init diagnostics property page object",
+                  "/!\\ ztprop: DIF_ADDPROPERTYPAGE_ADVANCED -> failed, code 14",
+              }));
+    EXPECT_EQ(host::setClassInstallParamsCalls(), 0);
+    EXPECT_EQ(stored().NumDynamicPages, 1U);
+}
+
+TEST_F(CoDeviceInstallTest, pageObjectWithoutSheetPageIsDeleted)
+{
+    host::setDeviceStringList(device_, DEVPKEY_Device_HardwareIds, {listedId});
+    for (const PageFactory factory : {pageWithoutSheetPage, noPage}) {
+        host::clearDebugOutput();
+        EXPECT_EQ(addPage(factory), ERROR_OUTOFMEMORY);
+        EXPECT_EQ(TestPage::live, 0);
+        EXPECT_EQ(tracedMessages().back(), "[!] Failed to create/init diagnostics property page object");
+    }
+    EXPECT_EQ(host::setClassInstallParamsCalls(), 0);
+}
+
+TEST_F(CoDeviceInstallTest, pageThatCannotBeStoredIsReleasedWithItsObject)
+{
+    host::setDeviceStringList(device_, DEVPKEY_Device_HardwareIds, {listedId});
+    givePages(4);
+    host::failSetClassInstallParams(ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_EQ(addPage(pageWithSheetPage), ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_EQ(host::livePropertySheetPages(), 0);
+    EXPECT_EQ(TestPage::live, 0);
+    EXPECT_EQ(tracedMessages().back(), "[!] SetupDiSetClassInstallParams() failed, code 8");
+    EXPECT_EQ(stored().NumDynamicPages, 4U);
+}
+
+TEST_F(CoDeviceInstallTest, failedStoreForAnUnlistedDeviceIsReportedToo)
+{
+    host::setDeviceStringList(device_, DEVPKEY_Device_HardwareIds, {L"PCI\\VEN_1234"});
+    host::failSetClassInstallParams(ERROR_INVALID_USER_BUFFER);
+    EXPECT_EQ(install(), ERROR_INVALID_USER_BUFFER);
+    const auto messages = tracedMessages();
+    ASSERT_GE(messages.size(), 2U);
+    EXPECT_EQ(messages[messages.size() - 2], "[!] SetupDiSetClassInstallParams() failed, code 1784");
+    EXPECT_EQ(messages.back(), "/!\\ ztprop: DIF_ADDPROPERTYPAGE_ADVANCED -> failed, code 1784");
+}
+
+TEST_F(CoDeviceInstallTest, eachRequestReplacesTheReaderWithOneForItsDevice)
+{
+    SP_DEVINFO_DATA second = host::makeDevice(4);
+    host::setDeviceStringList(device_, DEVPKEY_Device_HardwareIds, {listedId});
+    host::setDeviceString(device_, DEVPKEY_Device_FriendlyName, L"first");
+    host::setDeviceStringList(second, DEVPKEY_Device_HardwareIds, {listedId});
+    host::setDeviceString(second, DEVPKEY_Device_FriendlyName, L"second");
+    SP_ADDPROPERTYPAGE_DATA empty {};
+    empty.ClassInstallHeader.cbSize = sizeof(SP_CLASSINSTALL_HEADER);
+    host::setAddPropertyPageData(second, empty);
+
+    EXPECT_EQ(addPage(pageWithSheetPage), NO_ERROR);
+    EXPECT_EQ(moduleRecord.deviceReader->getAdapterName(), L"first");
+    EXPECT_EQ(addPage(pageWithSheetPage), NO_ERROR);
+    EXPECT_EQ(TestPage::live, 2) << "two requests, two page objects";
+    EXPECT_EQ(addPropertyPageAdvanced(host::deviceInfoSet(), &second, pageWithSheetPage), NO_ERROR);
+    EXPECT_EQ(moduleRecord.deviceReader->getAdapterName(), L"second");
+}
+
+}  // namespace

@@ -1,0 +1,162 @@
+#include "installer/DevPropertiesReader.h"
+
+#include <gtest/gtest.h>
+
+#include "TraceCapture.h"
+#include "host/HostPlatform.h"
+
+namespace {
+
+using Strings = std::vector<std::wstring>;
+using Messages = std::vector<std::string>;
+
+class DevPropertiesReaderTest : public ::testing::Test {
+protected:
+    TraceAll capture_;
+    SP_DEVINFO_DATA device_ = host::makeDevice(7);
+    DevPropertiesReader reader_ {host::deviceInfoSet(), &device_};
+
+    static std::vector<BYTE> units(const std::wstring& text)
+    {
+        const auto* first = reinterpret_cast<const BYTE*>(text.data());
+        return {first, first + text.size() * sizeof(WCHAR)};
+    }
+};
+
+TEST_F(DevPropertiesReaderTest, hardwareIdsFollowTheListUpToItsEmptyString)
+{
+    struct Case {
+        const char* what;
+        std::wstring units;
+        std::size_t extraBytes;  // an odd tail that is not a whole unit
+        Strings expected;
+    };
+    const std::wstring nul(1, L'\0');
+    const Case cases[] = {
+        {"one id", L"A" + nul + nul, 0, {L"A"}},
+        {"three ids in order",
+         L"PCI\\X" + nul + L"PCI\\Y" + nul + L"Z" + nul + nul,
+         0,
+         {L"PCI\\X", L"PCI\\Y", L"Z"}},
+        {"only the closing zero", nul, 0, {}},
+        {"no closing zeros at all", L"AB" + nul + L"CD", 0, {L"AB", L"CD"}},
+        {"one closing zero only", L"AB" + nul, 0, {L"AB"}},
+        {"partial unit at the end", L"AB" + nul + nul, 1, {L"AB"}},
+        {"a lone partial unit", L"", 1, {}},
+        {"empty string ends the list early", L"A" + nul + nul + L"B" + nul + nul, 0, {L"A"}},
+    };
+    for (const auto& c : cases) {
+        auto bytes = units(c.units);
+        bytes.resize(bytes.size() + c.extraBytes, 0x41);
+        host::setDeviceProperty(device_, DEVPKEY_Device_HardwareIds, DEVPROP_TYPE_STRING_LIST, bytes);
+        EXPECT_EQ(reader_.getHardwareIds(), c.expected) << c.what;
+    }
+}
+
+TEST_F(DevPropertiesReaderTest, missingPropertyFailsAtTheSizeQueryWithItsCode)
+{
+    EXPECT_EQ(reader_.getHardwareIds(), Strings {});
+    EXPECT_EQ(reader_.getProblemCode(), 0xFFFFFFFFU);
+    EXPECT_EQ(reader_.getStringProperty(DEVPKEY_Device_FriendlyName), L"");
+    EXPECT_EQ(host::devicePropertyCalls(), 3) << "no second call without a size";
+    const std::string line
+        = "[!] SetupDiGetDeviceProperty(1) failed, code " + std::to_string(ERROR_NOT_FOUND);
+    EXPECT_EQ(tracedMessages(), (Messages {line, line, line}));
+    EXPECT_EQ(tracedLines()[0].function, "DevPropertiesReader::getProperty_");
+}
+
+TEST_F(DevPropertiesReaderTest, typeMustMatchExactly)
+{
+    host::setDeviceString(device_, DEVPKEY_Device_HardwareIds, L"PCI\\X");
+    host::setDeviceStringList(device_, DEVPKEY_Device_FriendlyName, {L"Name"});
+    host::setDeviceString(device_, DEVPKEY_Device_ProblemCode, L"0");
+
+    EXPECT_EQ(reader_.getHardwareIds(), Strings {});
+    EXPECT_EQ(reader_.getStringProperty(DEVPKEY_Device_FriendlyName), L"");
+    EXPECT_EQ(reader_.getProblemCode(), 0xFFFFFFFFU);
+    EXPECT_EQ(tracedMessages(),
+              (Messages {
+                  "[!] getProperty_() types missmatch: wanted 8210, got 18",
+                  "[!] getProperty_() types missmatch: wanted 18, got 8210",
+                  "[!] getProperty_() types missmatch: wanted 7, got 18",
+              }));
+    EXPECT_EQ(host::devicePropertyCalls(), 3) << "the value is not read after a mismatch";
+}
+
+TEST_F(DevPropertiesReaderTest, propertyThatGrowsBetweenTheTwoCallsFailsTheRead)
+{
+    host::setDeviceString(device_, DEVPKEY_Device_FriendlyName, L"Short");
+    host::onDevicePropertyRead([this](const DEVPROPKEY&, int call) {
+        if (call == 1) {
+            host::setDeviceString(device_, DEVPKEY_Device_FriendlyName, L"A much longer name");
+        }
+    });
+    EXPECT_EQ(reader_.getStringProperty(DEVPKEY_Device_FriendlyName), L"");
+    EXPECT_EQ(tracedMessages(),
+              Messages {"[!] SetupDiGetDeviceProperty(2) failed, code "
+                        + std::to_string(ERROR_INSUFFICIENT_BUFFER)});
+}
+
+TEST_F(DevPropertiesReaderTest, propertyThatShrinksBetweenTheTwoCallsReadsTheNewValue)
+{
+    host::setDeviceString(device_, DEVPKEY_Device_FriendlyName, L"A much longer name");
+    host::onDevicePropertyRead([this](const DEVPROPKEY&, int call) {
+        if (call == 1) {
+            host::setDeviceString(device_, DEVPKEY_Device_FriendlyName, L"Short");
+        }
+    });
+    EXPECT_EQ(reader_.getStringProperty(DEVPKEY_Device_FriendlyName), L"Short");
+    EXPECT_EQ(tracedMessages(), Messages {});
+}
+
+TEST_F(DevPropertiesReaderTest, stringStopsAtItsFirstZeroOrAtTheBufferEnd)
+{
+    host::setDeviceProperty(device_, DEVPKEY_Device_FriendlyName, DEVPROP_TYPE_STRING,
+                            units(std::wstring(L"Zt NIC\0tail", 11)));
+    EXPECT_EQ(reader_.getStringProperty(DEVPKEY_Device_FriendlyName), L"Zt NIC");
+    host::setDeviceProperty(device_, DEVPKEY_Device_FriendlyName, DEVPROP_TYPE_STRING,
+                            units(L"Unterminated"));
+    EXPECT_EQ(reader_.getStringProperty(DEVPKEY_Device_FriendlyName), L"Unterminated");
+}
+
+TEST_F(DevPropertiesReaderTest, problemCodeZeroIsNotTheUnreadableValue)
+{
+    for (const DWORD code : {0U, 22U, 0xFFFFFFFEU}) {
+        host::setDeviceUint32(device_, DEVPKEY_Device_ProblemCode, code);
+        EXPECT_EQ(reader_.getProblemCode(), code);
+    }
+    host::setDeviceProperty(device_, DEVPKEY_Device_ProblemCode, DEVPROP_TYPE_UINT32, {1, 0});
+    EXPECT_EQ(reader_.getProblemCode(), 0xFFFFFFFFU) << "a short value is not read past its end";
+}
+
+TEST_F(DevPropertiesReaderTest, adapterNameIsTheFriendlyNameElseTheDescription)
+{
+    struct Case {
+        const char* what;
+        const wchar_t* friendlyName;  // null: property absent
+        const wchar_t* description;
+        std::wstring expected;
+        Messages lines;
+    };
+    const std::string missing
+        = "[!] SetupDiGetDeviceProperty(1) failed, code " + std::to_string(ERROR_NOT_FOUND);
+    const Case cases[] = {
+        {"both", L"Office uplink", L"ZT 10G Adapter", L"Office uplink", {}},
+        {"description only", nullptr, L"ZT 10G Adapter", L"ZT 10G Adapter", {missing}},
+        {"empty friendly name", L"", L"ZT 10G Adapter", L"ZT 10G Adapter", {}},
+        {"neither", nullptr, nullptr, L"", {missing, missing}},
+    };
+    for (const auto& c : cases) {
+        host::reset();
+        if (c.friendlyName != nullptr) {
+            host::setDeviceString(device_, DEVPKEY_Device_FriendlyName, c.friendlyName);
+        }
+        if (c.description != nullptr) {
+            host::setDeviceString(device_, DEVPKEY_Device_DeviceDesc, c.description);
+        }
+        EXPECT_EQ(reader_.getAdapterName(), c.expected) << c.what;
+        EXPECT_EQ(tracedMessages(), c.lines) << c.what;
+    }
+}
+
+}  // namespace

@@ -1,0 +1,44 @@
+#include "TraceCapture.h"
+
+#include <cstdlib>
+
+#include "host/HostPlatform.h"
+#include "trace/Trace.h"
+
+std::vector<TraceLine> tracedLines()
+{
+    std::vector<TraceLine> lines;
+    for (const auto& text : host::debugOutput()) {
+        TraceLine line {text, "", -1};
+        const auto at = text.rfind(" @");
+        const auto plus = text.rfind('+');
+        if (at != std::string::npos && plus != std::string::npos && plus > at && text.back() == '\n') {
+            line.message = text.substr(0, at);
+            line.function = text.substr(at + 2, plus - at - 2);
+            line.line = std::atoi(text.c_str() + plus + 1);
+        }
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+std::vector<std::string> tracedMessages()
+{
+    std::vector<std::string> messages;
+    for (const auto& line : tracedLines()) {
+        messages.push_back(line.message);
+    }
+    return messages;
+}
+
+TraceAll::TraceAll() : saved_(traceLevel)
+{
+    host::reset();
+    traceLevel = 5;
+}
+
+TraceAll::~TraceAll()
+{
+    traceLevel = saved_;
+    host::reset();
+}

@@ -1,0 +1,28 @@
+// What the module traced during a test, split into message and location.
+#pragma once
+
+#include <string>
+#include <vector>
+
+struct TraceLine {
+    std::string message;  // the text before " @"
+    std::string function;  // the name between "@" and "+"
+    int line;  // the number after "+"
+};
+
+// Parses everything handed to OutputDebugStringA since the last host::reset().
+std::vector<TraceLine> tracedLines();
+// Just the messages, in order.
+std::vector<std::string> tracedMessages();
+
+// Writes every level for the test's life, and starts from a clean platform.
+class TraceAll {
+public:
+    TraceAll();
+    ~TraceAll();
+    TraceAll(const TraceAll&) = delete;
+    TraceAll& operator=(const TraceAll&) = delete;
+
+private:
+    int saved_;
+};
