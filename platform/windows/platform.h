@@ -10,4 +10,7 @@
 #include <prsht.h>
 #include <setupapi.h>
 #include <devpkey.h>
+#include <objbase.h>
+#include <oleauto.h>
+#include <wbemidl.h>
 // clang-format on

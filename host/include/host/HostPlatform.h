@@ -55,4 +55,30 @@ int livePropertySheetPages();
 // Releases every live page the way a closing sheet does.
 void destroyAllPropertySheetPages();
 
+// ---- COM (CoInitializeEx, CoCreateInstance, security) ------------------------
+// CoInitializeEx keeps real per-thread bookkeeping: S_OK first, S_FALSE when the
+// thread is already in the asked apartment, RPC_E_CHANGED_MODE when it is in the
+// other one. A scripted failure overrides that on every thread until reset.
+void failCoInitializeEx(HRESULT result);
+// CoInitializeSecurity answers S_OK once per process and RPC_E_TOO_LATE after,
+// unless a failure is scripted.
+void failCoInitializeSecurity(HRESULT result);
+void failCoSetProxyBlanket(HRESULT result);
+// Called inside each CoUninitialize that balances a successful CoInitializeEx,
+// before the thread's COM state is dropped: tests check what is still alive.
+void onCoUninitialize(std::function<void()> hook);
+// Successful CoInitializeEx calls not yet balanced, on the calling thread.
+int comInitDepth();
+// Calls of each COM runtime function since reset, all threads together.
+int coInitializeExCalls();
+int coUninitializeCalls();
+int coInitializeSecurityCalls();
+int coCreateInstanceCalls();
+int coSetProxyBlanketCalls();
+
+// ---- Automation memory --------------------------------------------------------
+// BSTRs and SAFEARRAYs allocated and not yet freed: a leak check.
+long liveBstrs();
+long liveSafeArrays();
+
 }  // namespace host
