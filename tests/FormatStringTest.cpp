@@ -1,0 +1,45 @@
+#include "trace/FormatString.h"
+
+#include <gtest/gtest.h>
+
+#include "host/HostPlatform.h"
+
+namespace {
+
+TEST(FormatString, textOfAnyLength)
+{
+    struct Case {
+        const char* what;
+        std::wstring expected;
+        std::wstring actual;
+    };
+    const std::wstring longName(300, L'x');
+    const Case cases[] = {
+        {"empty format", L"", formatString(L"")},
+        {"no conversion", L"Approx cable length", formatString(L"Approx cable length")},
+        {"wide %s", L"Pair A: Open", formatString(L"Pair %s: %s", L"A", L"Open")},
+        {"longer than twice the format", L"Pair 12345678901234567890: abcdefghijklmnopqrst",
+         formatString(L"Pair %s: %s", L"12345678901234567890", L"abcdefghijklmnopqrst")},
+        {"much longer", L"<" + longName + L">", formatString(L"<%s>", longName.c_str())},
+        {"numbers", L"-1 4294967295 1.5 0.001", formatString(L"%d %u %g %g", -1, 4294967295U, 1.5, 0.001)},
+        {"percent", L"100%", formatString(L"%d%%", 100)},
+        {"exactly twice the format", L"abcdefgh", formatString(L"%s%s", L"abcd", L"efgh")},
+        {"one past twice the format", L"abcdefghi", formatString(L"%s%s", L"abcd", L"efghi")},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(c.actual, c.expected) << c.what;
+    }
+}
+
+TEST(FormatString, pointerKeysAreUniquePerAddress)
+{
+    int a = 0;
+    int b = 0;
+    const std::wstring ka = formatString(L"ppb_%p_nic_changed", static_cast<void*>(&a));
+    const std::wstring kb = formatString(L"ppb_%p_nic_changed", static_cast<void*>(&b));
+    EXPECT_NE(ka, kb);
+    EXPECT_EQ(ka, formatString(L"ppb_%p_nic_changed", static_cast<void*>(&a)));
+    EXPECT_EQ(ka.rfind(L"ppb_", 0), 0U);
+}
+
+}  // namespace

@@ -1,0 +1,178 @@
+#include "wmi/variant.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+
+#include "CountingUnknown.h"
+#include "TraceCapture.h"
+#include "host/HostPlatform.h"
+
+namespace {
+
+struct TextCase {
+    const char* what;
+    void (*fill)(VARIANT& v);
+    std::wstring expected;
+};
+
+SCODE failure = static_cast<SCODE>(0x80004005);
+
+const TextCase textCases[] = {
+    {"empty", [](VARIANT&) {}, L"<empty>"},
+    {"null", [](VARIANT& v) { v.vt = VT_NULL; }, L"<null>"},
+    {"i2", [](VARIANT& v) { v.vt = VT_I2, v.iVal = -32768; }, L"-32768"},
+    {"i4 zero", [](VARIANT& v) { v.vt = VT_I4, v.lVal = 0; }, L"0"},
+    {"i4", [](VARIANT& v) { v.vt = VT_I4, v.lVal = INT_MIN; }, L"-2147483648"},
+    {"r4", [](VARIANT& v) { v.vt = VT_R4, v.fltVal = 0.25F; }, L"0.250000"},
+    {"r8", [](VARIANT& v) { v.vt = VT_R8, v.dblVal = 1.5; }, L"1.500000"},
+    {"cy unscaled", [](VARIANT& v) { v.vt = VT_CY, v.cyVal.int64 = 15000; }, L"15000"},
+    {"date", [](VARIANT& v) { v.vt = VT_DATE, v.date = 1.0; }, L"[date]"},
+    {"bstr", [](VARIANT& v) { v.vt = VT_BSTR, v.bstrVal = SysAllocString(L"18446744073709551615"); },
+     L"18446744073709551615"},
+    {"bstr with zero inside", [](VARIANT& v) { v.vt = VT_BSTR, v.bstrVal = SysAllocStringLen(L"ab\0cd", 5); },
+     L"ab"},
+    {"dispatch", [](VARIANT& v) { v.vt = VT_DISPATCH, v.pdispVal = nullptr; }, L"[IDispatch*]"},
+    {"error", [](VARIANT& v) { v.vt = VT_ERROR, v.scode = failure; }, L"error -2147467259"},
+    {"error by reference", [](VARIANT& v) { v.vt = VT_BYREF | VT_ERROR, v.pscode = &failure; },
+     L"error -2147467259"},
+    {"bool -1", [](VARIANT& v) { v.vt = VT_BOOL, v.boolVal = VARIANT_TRUE; }, L"true"},
+    {"bool 0", [](VARIANT& v) { v.vt = VT_BOOL, v.boolVal = VARIANT_FALSE; }, L"false"},
+    {"variant", [](VARIANT& v) { v.vt = VT_VARIANT; }, L"[VARIANT]"},
+    {"unknown null", [](VARIANT& v) { v.vt = VT_UNKNOWN, v.punkVal = nullptr; }, L"[IUnknown]"},
+    {"decimal", [](VARIANT& v) { v.vt = VT_DECIMAL; }, L"[decimal]"},
+    {"i1 from 200", [](VARIANT& v) { v.vt = VT_I1, v.bVal = 200; }, L"-56"},
+    {"ui1 200", [](VARIANT& v) { v.vt = VT_UI1, v.bVal = 200; }, L"200"},
+    {"ui2", [](VARIANT& v) { v.vt = VT_UI2, v.uiVal = 65535; }, L"65535"},
+    {"ui4", [](VARIANT& v) { v.vt = VT_UI4, v.ulVal = 4294967295U; }, L"4294967295"},
+    {"i8 min", [](VARIANT& v) { v.vt = VT_I8, v.llVal = LLONG_MIN; }, L"-9223372036854775808"},
+    {"ui8 max", [](VARIANT& v) { v.vt = VT_UI8, v.ullVal = ULLONG_MAX; }, L"18446744073709551615"},
+    {"int", [](VARIANT& v) { v.vt = VT_INT, v.intVal = -7; }, L"-7"},
+    {"uint", [](VARIANT& v) { v.vt = VT_UINT, v.uintVal = 7; }, L"7"},
+    {"void", [](VARIANT& v) { v.vt = VT_VOID; }, L"[void]"},
+    {"hresult", [](VARIANT& v) { v.vt = VT_HRESULT, v.lVal = failure; }, L"-2147467259"},
+    {"ptr", [](VARIANT& v) { v.vt = VT_PTR; }, L"[pointer]"},
+    {"safearray tag", [](VARIANT& v) { v.vt = VT_SAFEARRAY; }, L"[safe array]"},
+    {"carray", [](VARIANT& v) { v.vt = VT_CARRAY; }, L"[C-style array]"},
+    {"userdefined", [](VARIANT& v) { v.vt = VT_USERDEFINED; }, L"[used-defined]"},
+    {"lpstr", [](VARIANT& v) { v.vt = VT_LPSTR; }, L"[null-terminated string]"},
+    {"lpwstr", [](VARIANT& v) { v.vt = VT_LPWSTR, v.byref = const_cast<wchar_t*>(L"wide"); }, L"wide"},
+    {"record", [](VARIANT& v) { v.vt = VT_RECORD; }, L"[RECORD]"},
+    {"int_ptr low bits", [](VARIANT& v) { v.vt = VT_INT_PTR, v.llVal = 0x1FFFFFFFFLL; }, L"-1"},
+    {"uint_ptr low bits", [](VARIANT& v) { v.vt = VT_UINT_PTR, v.ullVal = 0x1FFFFFFFFULL; }, L"4294967295"},
+    {"filetime", [](VARIANT& v) { v.vt = VT_FILETIME; }, L"[FILETIME]"},
+    {"blob", [](VARIANT& v) { v.vt = VT_BLOB; }, L"[blob]"},
+    {"stream", [](VARIANT& v) { v.vt = VT_STREAM; }, L"[stream]"},
+    {"storage", [](VARIANT& v) { v.vt = VT_STORAGE; }, L"[storage]"},
+    {"streamed object", [](VARIANT& v) { v.vt = VT_STREAMED_OBJECT; }, L"[streamed object]"},
+    {"stored object", [](VARIANT& v) { v.vt = VT_STORED_OBJECT; }, L"[stored object]"},
+    {"blob object", [](VARIANT& v) { v.vt = VT_BLOB_OBJECT; }, L"[blob object]"},
+    {"cf", [](VARIANT& v) { v.vt = VT_CF; }, L"[clipboard format]"},
+    {"clsid", [](VARIANT& v) { v.vt = VT_CLSID; }, L"[CLSID]"},
+    {"versioned stream", [](VARIANT& v) { v.vt = VT_VERSIONED_STREAM; }, L"[versioned stream]"},
+    {"bstr blob", [](VARIANT& v) { v.vt = VT_BSTR_BLOB; }, L"[bstr blob]"},
+    {"vector", [](VARIANT& v) { v.vt = VT_VECTOR; }, L"[vector]"},
+    {"bare array bit", [](VARIANT& v) { v.vt = VT_ARRAY; }, L"[SAFEARRAY*]"},
+    {"real array of ui1",
+     [](VARIANT& v) { v.vt = VT_ARRAY | VT_UI1, v.parray = SafeArrayCreateVector(VT_UI1, 0, 3); },
+     L"<unknown> (8209)"},
+    {"tag 15", [](VARIANT& v) { v.vt = 15; }, L"<unknown> (15)"},
+    {"by-reference i4 finds the i4 row", [](VARIANT& v) { v.vt = VT_BYREF | VT_I4, v.lVal = 12; }, L"12"},
+    {"by-reference unknown tag", [](VARIANT& v) { v.vt = VT_BYREF | 99; }, L"<unknown> (99)"},
+};
+
+TEST(VariantToString, everyRowOfTheTable)
+{
+    host::reset();
+    for (const auto& c : textCases) {
+        {
+            variant value;
+            c.fill(*value.put());
+            EXPECT_EQ(variantToString(value), c.expected) << c.what;
+        }
+        EXPECT_EQ(host::liveBstrs(), 0) << c.what << ": the owner ends what it holds";
+        EXPECT_EQ(host::liveSafeArrays(), 0) << c.what;
+    }
+}
+
+TEST(Variant, clearRefusesTheTwoByReferenceInterfaceTags)
+{
+    for (const VARTYPE tag : {VARTYPE(VT_BYREF | VT_DISPATCH), VARTYPE(VT_BYREF | VT_UNKNOWN)}) {
+        TraceAll capture;
+        CountingUnknown target;
+        IUnknown* slot = &target;
+        variant value;
+        value.put()->vt = tag;
+        const_cast<VARIANT&>(value.get()).ppunkVal = &slot;
+        EXPECT_EQ(value.clear(), 0);
+        EXPECT_EQ(value.vartype(), tag);
+        EXPECT_EQ(tracedMessages(),
+                  std::vector<std::string> {"/!\\ variant doesn't cleared because of type"});
+        EXPECT_EQ(target.refs(), 1U);
+    }
+}
+
+TEST(Variant, clearLetsOtherByReferenceTagsThroughWithoutFreeingTheTarget)
+{
+    TraceAll capture;
+    BSTR text = SysAllocString(L"kept");
+    variant value;
+    value.put()->vt = VT_BYREF | VT_BSTR;
+    const_cast<VARIANT&>(value.get()).pbstrVal = &text;
+    EXPECT_EQ(value.clear(), S_OK);
+    EXPECT_EQ(value.vartype(), VT_EMPTY);
+    EXPECT_EQ(host::liveBstrs(), 1);
+    SysFreeString(text);
+    EXPECT_TRUE(tracedMessages().empty());
+}
+
+TEST(Variant, moveHandsTheValueOverOnce)
+{
+    host::reset();
+    {
+        variant source;
+        VARIANT* raw = source.put();
+        raw->vt = VT_BSTR;
+        raw->bstrVal = SysAllocString(L"InstanceName");
+        variant target(std::move(source));
+        EXPECT_EQ(variantToString(target), L"InstanceName");
+        EXPECT_EQ(variantToString(source), L"<empty>");  // NOLINT(bugprone-use-after-move)
+        variant assigned;
+        assigned = std::move(target);
+        EXPECT_EQ(variantToString(assigned), L"InstanceName");
+        EXPECT_EQ(host::liveBstrs(), 1);
+    }
+    EXPECT_EQ(host::liveBstrs(), 0) << "ended exactly once";
+}
+
+TEST(Variant, assignmentsEndTheOldValueAndHoldTheNew)
+{
+    host::reset();
+    CountingUnknown object;
+    {
+        variant value;
+        EXPECT_TRUE(value.isEmpty());
+        value = static_cast<std::int32_t>(-5);
+        EXPECT_EQ(value.vartype(), VT_I4);
+        EXPECT_EQ(variantToString(value), L"-5");
+        value = &object;
+        EXPECT_EQ(value.vartype(), VT_UNKNOWN);
+        EXPECT_EQ(object.refs(), 2U) << "the variant holds a reference of its own";
+        value = static_cast<std::uint8_t>(200);
+        EXPECT_EQ(object.refs(), 1U) << "assignment over an interface releases it";
+        EXPECT_EQ(variantToString(value), L"200");
+        VARIANT* raw = value.put();
+        raw->vt = VT_BSTR;
+        raw->bstrVal = SysAllocString(L"text");
+        value = static_cast<std::int32_t>(1);
+        EXPECT_EQ(host::liveBstrs(), 0) << "assignment over a string frees it";
+        value.put()->vt = VT_NULL;
+        EXPECT_TRUE(value.isEmpty());
+        value = &object;
+        EXPECT_FALSE(value.isEmpty());
+        EXPECT_FALSE(value.isByRef());
+    }
+    EXPECT_EQ(object.refs(), 1U) << "the destructor released the variant's reference";
+}
+
+}  // namespace

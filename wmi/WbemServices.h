@@ -1,0 +1,46 @@
+// One connection to the namespace "root\wmi", used only by the thread that
+// made it. Each thread gets its own through threadWbemServices().
+#pragma once
+
+#include <string>
+
+#include "platform.h"
+#include "wmi/WbemClassObject.h"
+#include "wmi/com_ptr.h"
+
+class WbemServices {
+public:
+    // Connects; a failure leaves the object without a connection, for good.
+    WbemServices();
+    WbemServices(const WbemServices&) = delete;
+    WbemServices& operator=(const WbemServices&) = delete;
+    ~WbemServices() = default;
+
+    bool isConnected() const { return static_cast<bool>(services_); }
+    // The connection itself, for CancelAsyncCall; null if not connected.
+    IWbemServices* get() const { return services_.get(); }
+
+    // A new, unread instance of the class; empty on failure.
+    com_ptr<IWbemClassObject> createInstance(const std::wstring& className) const;
+    // A class or an instance by path, with its properties read; empty on failure.
+    WbemClassObject getObject(const std::wstring& path) const;
+    // Runs a method synchronously. On success the output replaces *out (if
+    // given); on failure *out stays as it was.
+    HRESULT execMethod(const std::wstring& path, const std::wstring& method, IWbemClassObject* inParams,
+                       WbemClassObject* out) const;
+    // Starts an event query delivering to `sink`; returns at once.
+    HRESULT execNotificationQueryAsync(const std::wstring& query, IWbemObjectSink* sink) const;
+
+private:
+    com_ptr<IWbemServices> services_;
+};
+
+// The calling thread's connection, made (with the thread's COM initialisation)
+// at the first call and kept until endThreadWbemServices() or the thread's end.
+// One attempt: a failed connection stays failed. Never fails itself.
+WbemServices& threadWbemServices();
+
+// Ends the calling thread's connection, then its COM initialisation, now
+// rather than in thread-exit destructors. Threads the module starts call this
+// before they return; a later threadWbemServices() starts afresh.
+void endThreadWbemServices();
