@@ -9,6 +9,10 @@ function(ztprop_compile_options target)
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wshadow -Wnon-virtual-dtor -Wconversion
                                              -Wno-sign-conversion)
   endif()
+  if(WIN32 AND NOT MSVC)
+    # COM objects end through Release, never through an interface's destructor.
+    target_compile_options(${target} PRIVATE -Wno-non-virtual-dtor)
+  endif()
   if(WIN32)
     target_compile_definitions(${target} PRIVATE UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX
                                                  _WIN32_WINNT=0x0601)

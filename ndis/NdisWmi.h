@@ -1,0 +1,62 @@
+// Watches one adapter through the NDIS classes: subscribes to its arrival,
+// removal and media events (delivered to the bound callbacks on the service's
+// threads) and queries its link speed and media state on demand. Constructed
+// and destroyed on one thread; the queries may run on any thread.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <string>
+
+#include "ndis/CallGate.h"
+#include "ndis/MediaConnectState.h"
+#include "wmi/NdisEventsSink.h"
+#include "wmi/WbemClassObject.h"
+#include "wmi/com_ptr.h"
+
+class NdisWmi {
+public:
+    using AdapterCallback = std::function<void(const std::wstring& instanceName)>;
+    using MediaCallback = std::function<void(const std::wstring& instanceName, MediaConnectState state)>;
+
+    explicit NdisWmi(const wchar_t* instance);
+    NdisWmi(const NdisWmi&) = delete;
+    NdisWmi& operator=(const NdisWmi&) = delete;
+    ~NdisWmi();
+
+    // Binds the three callbacks; events before this find none and are dropped.
+    // Safe while deliveries run.
+    void bindCallbacks(AdapterCallback arrived, AdapterCallback removed, MediaCallback mediaChanged);
+    // Empties the callbacks and returns once none of them is still running:
+    // after it no callback runs. Not to be called from a callback.
+    void clearCallbacks();
+
+    // Bits per second; 0 when there is no answer.
+    std::uint64_t linkSpeed() const;
+    MediaConnectState mediaConnectState() const;
+
+private:
+    friend class NdisEventsSink;
+
+    void onAdapterArrived_(const std::wstring& instanceName);
+    void onAdapterRemoved_(const std::wstring& instanceName);
+    void onMediaStateChanged_(const std::wstring& instanceName, MediaConnectState state);
+    void registerForNotifications_();
+    WbemClassObject getLinkStateData_() const;
+
+    template <typename Callback, typename... Args>
+    void invoke_(const Callback& callback, const Args&... args);
+
+    std::mutex callbacksLock_;
+    CallGate callbacksGate_;
+    AdapterCallback adapterArrivedCallback_;
+    AdapterCallback adapterRemovedCallback_;
+    MediaCallback mediaStateChangedCallback_;
+    const std::wstring instance_;
+    com_ptr<NdisEventsSink> sink_;
+};
+
+// The NDIS records of a link state query, filled; empty on failure.
+com_ptr<IWbemClassObject> createNdisObjectHeader();
+com_ptr<IWbemClassObject> createWmiMethodHeader();

@@ -1,0 +1,84 @@
+#include "wmi/NdisEventsSink.h"
+
+#include "ndis/NdisWmi.h"
+#include "trace/Trace.h"
+#include "wmi/variant.h"
+
+namespace {
+
+std::wstring textOf(const variant& value)
+{
+    return value.vartype() == VT_BSTR && value.get().bstrVal != nullptr ? std::wstring(value.get().bstrVal)
+                                                                        : std::wstring();
+}
+
+}  // namespace
+
+HRESULT STDMETHODCALLTYPE NdisEventsSink::Indicate(LONG objectCount, IWbemClassObject** objects)
+{
+    if (objectCount < 1 || objects == nullptr) {
+        return WBEM_S_NO_ERROR;
+    }
+    for (LONG i = 0; i < objectCount; ++i) {
+        IWbemClassObject* object = objects[i];
+        if (object == nullptr) {
+            continue;
+        }
+        variant value;
+        CIMTYPE type = 0;
+        const HRESULT classRead = object->Get(L"__Class", 0, value.put(), &type, nullptr);
+        if (FAILED(classRead)) {
+            ZT_TRACE(0, "[!] NdisEventSink: couldn't get '__Class' property -> %#x", static_cast<unsigned>(classRead));
+            return classRead;
+        }
+        const std::wstring className = textOf(value);
+        value.clear();
+
+        std::wstring instanceName;
+        const HRESULT nameRead = object->Get(L"InstanceName", 0, value.put(), nullptr, nullptr);
+        if (FAILED(nameRead)) {
+            ZT_TRACE(2, "/!\\ NdisEventSink: couldn't get 'InstanceName' property -> %#x",
+                     static_cast<unsigned>(nameRead));
+        } else {
+            instanceName = textOf(value);
+        }
+        ZT_TRACE(5, "NdisEventSink: got %S notification", className.c_str());
+        dispatch_(className, instanceName, object);
+    }
+    return WBEM_S_NO_ERROR;
+}
+
+void NdisEventsSink::dispatch_(const std::wstring& className, const std::wstring& instanceName,
+                               IWbemClassObject* object)
+{
+    if (className == L"MSNdis_StatusLinkSpeedChange") {
+        return;  // not subscribed; the speed is read anew when the link comes up
+    }
+    if (className == L"MSNdis_StatusOperationalStatus") {
+        variant status;
+        const HRESULT hr =
+            object->Get(L"NdisOperationalStatusStatusIndication", 0, status.put(), nullptr, nullptr);
+        ZT_TRACE(1, "NdisEventSink: operational status %S (hr = %#x)", variantToString(status).c_str(),
+                 static_cast<unsigned>(hr));
+        return;
+    }
+    const GatePass pass(ownerGate_);
+    if (!pass) {
+        return;  // the owner is gone or going
+    }
+    if (className == L"MSNdis_StatusMediaDisconnect") {
+        owner_->onMediaStateChanged_(instanceName, MediaConnectState::Disconnected);
+    } else if (className == L"MSNdis_StatusMediaConnect") {
+        owner_->onMediaStateChanged_(instanceName, MediaConnectState::Connected);
+    } else if (className == L"MSNdis_NotifyAdapterRemoval") {
+        owner_->onAdapterRemoved_(instanceName);
+    } else if (className == L"MSNdis_NotifyAdapterArrival") {
+        owner_->onAdapterArrived_(instanceName);
+    }
+}
+
+HRESULT STDMETHODCALLTYPE NdisEventsSink::SetStatus(LONG /*flags*/, HRESULT /*result*/, BSTR /*param*/,
+                                                    IWbemClassObject* /*object*/)
+{
+    return WBEM_S_NO_ERROR;
+}
