@@ -23,6 +23,7 @@ State& state()
 void reset()
 {
     destroyAllPropertySheetPages();
+    resetCom();
     auto& s = state();
     const std::lock_guard<std::mutex> guard(s.lock);
     s.debugOutput.clear();

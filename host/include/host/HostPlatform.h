@@ -58,7 +58,11 @@ void destroyAllPropertySheetPages();
 // ---- COM (CoInitializeEx, CoCreateInstance, security) ------------------------
 // CoInitializeEx keeps real per-thread bookkeeping: S_OK first, S_FALSE when the
 // thread is already in the asked apartment, RPC_E_CHANGED_MODE when it is in the
-// other one. A scripted failure overrides that on every thread until reset.
+// other one. A scripted failure overrides that on every thread until reset (a
+// success value given to any fail* below clears its script). reset() also
+// leaves every thread uninitialised and revokes every registered class object.
+// Class object registrations are process-wide and, unlike on the platform, need
+// no CoInitializeEx on the registering thread, so tests register fakes anywhere.
 void failCoInitializeEx(HRESULT result);
 // CoInitializeSecurity answers S_OK once per process and RPC_E_TOO_LATE after,
 // unless a failure is scripted.
@@ -77,7 +81,8 @@ int coCreateInstanceCalls();
 int coSetProxyBlanketCalls();
 
 // ---- Automation memory --------------------------------------------------------
-// BSTRs and SAFEARRAYs allocated and not yet freed: a leak check.
+// BSTRs and SAFEARRAYs allocated and not yet freed: a leak check. These are
+// facts about the heap, so reset() does not change them.
 long liveBstrs();
 long liveSafeArrays();
 

@@ -72,6 +72,10 @@ enum VARENUM : VARTYPE {
     VT_VECTOR = 0x1000,
     VT_ARRAY = 0x2000,
     VT_BYREF = 0x4000,
+    VT_RESERVED = 0x8000,
+    VT_ILLEGAL = 0xffff,
+    VT_ILLEGALMASKED = 0xfff,
+    VT_TYPEMASK = 0xfff,
 };
 
 union CY {
@@ -100,7 +104,17 @@ struct SAFEARRAY {
 };
 using LPSAFEARRAY = SAFEARRAY*;
 
+constexpr USHORT FADF_AUTO = 0x1;
+constexpr USHORT FADF_STATIC = 0x2;
+constexpr USHORT FADF_EMBEDDED = 0x4;
+constexpr USHORT FADF_FIXEDSIZE = 0x10;
+constexpr USHORT FADF_RECORD = 0x20;
+constexpr USHORT FADF_HAVEIID = 0x40;
 constexpr USHORT FADF_HAVEVARTYPE = 0x80;
+constexpr USHORT FADF_BSTR = 0x100;
+constexpr USHORT FADF_UNKNOWN = 0x200;
+constexpr USHORT FADF_DISPATCH = 0x400;
+constexpr USHORT FADF_VARIANT = 0x800;
 
 struct VARIANT {
     VARTYPE vt;
