@@ -7,6 +7,11 @@
 
 class CountingUnknown : public IUnknown {
 public:
+    CountingUnknown() = default;
+    CountingUnknown(const CountingUnknown&) = delete;
+    CountingUnknown& operator=(const CountingUnknown&) = delete;
+    virtual ~CountingUnknown() = default;
+
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override
     {
         *object = nullptr;

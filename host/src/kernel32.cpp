@@ -1,5 +1,6 @@
 // Error codes, the debugger, and the C runtime's counted formatters.
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cwchar>
 #include <string>
@@ -9,6 +10,7 @@
 
 namespace {
 thread_local DWORD lastError = 0;
+std::atomic<long> wideFormatterCallCount {0};
 
 // The host's printf family reads %s as narrow text and %ls as wide; msvcrt's
 // wide formatter reads %s as wide and its narrow one reads %S as wide. Rewrite
@@ -96,6 +98,7 @@ int _vsnprintf(char* buffer, std::size_t count, const char* format, va_list args
 
 int _vsnwprintf(wchar_t* buffer, std::size_t count, const wchar_t* format, va_list args)
 {
+    ++wideFormatterCallCount;
     const std::wstring hostFmt = hostFormat<wchar_t>(format, L's');
     // vswprintf cannot measure; grow until the text fits.
     std::wstring text(256, L'\0');
@@ -123,6 +126,11 @@ std::vector<std::string> debugOutput()
     auto& s = state();
     const std::lock_guard<std::mutex> guard(s.lock);
     return s.debugOutput;
+}
+
+long wideFormatterCalls()
+{
+    return wideFormatterCallCount;
 }
 
 void clearDebugOutput()

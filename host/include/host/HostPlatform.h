@@ -19,6 +19,9 @@ void reset();
 std::vector<std::string> debugOutput();
 void clearDebugOutput();
 
+// Calls of the C runtime's counted wide formatter since the process started.
+long wideFormatterCalls();
+
 // ---- Device properties (SetupDiGetDevicePropertyW) -----------------------------
 // The one device information set the stand-in knows; any other handle is
 // answered with ERROR_INVALID_HANDLE.
