@@ -102,7 +102,8 @@ std::vector<ClassObject::Property> ClassObject::systemProperties_() const
         {L"__SUPERCLASS", CIM_STRING, Value::null(), true},
         {L"__DYNASTY", CIM_STRING, Value::string(state_.className), true},
         {L"__RELPATH", CIM_STRING, textOrNull(relPath), true},
-        {L"__PROPERTY_COUNT", CIM_SINT32, Value::sint32(static_cast<std::int32_t>(state_.slots.size())), true},
+        {L"__PROPERTY_COUNT", CIM_SINT32, Value::sint32(static_cast<std::int32_t>(state_.slots.size())),
+         true},
         {L"__DERIVATION", CIM_STRING | CIM_FLAG_ARRAY, Value::strings({}), true},
         {L"__SERVER", CIM_STRING, located ? Value::string(serverName) : Value::null(), true},
         {L"__NAMESPACE", CIM_STRING, located ? Value::string(namespaceName) : Value::null(), true},
@@ -230,8 +231,8 @@ HRESULT STDMETHODCALLTYPE ClassObject::Put(LPCWSTR name, LONG flags, VARIANT* va
     });
 }
 
-HRESULT STDMETHODCALLTYPE ClassObject::GetNames(LPCWSTR qualifierName, LONG flags, VARIANT* /*qualifierValue*/,
-                                                SAFEARRAY** names)
+HRESULT STDMETHODCALLTYPE ClassObject::GetNames(LPCWSTR qualifierName, LONG flags,
+                                                VARIANT* /*qualifierValue*/, SAFEARRAY** names)
 {
     const std::lock_guard<std::mutex> guard(lock_);
     const CallInfo info {"GetNames", state_.className, state_.className, instanceText_()};
@@ -275,7 +276,8 @@ HRESULT STDMETHODCALLTYPE ClassObject::BeginEnumeration(LONG enumFlags)
     });
 }
 
-HRESULT STDMETHODCALLTYPE ClassObject::Next(LONG flags, BSTR* name, VARIANT* value, CIMTYPE* type, LONG* flavor)
+HRESULT STDMETHODCALLTYPE ClassObject::Next(LONG flags, BSTR* name, VARIANT* value, CIMTYPE* type,
+                                            LONG* flavor)
 {
     const std::lock_guard<std::mutex> guard(lock_);
     const bool more = enumeration_ && cursor_ < enumeration_->size();
@@ -368,7 +370,8 @@ HRESULT STDMETHODCALLTYPE ClassObject::SpawnInstance(LONG flags, IWbemClassObjec
             return codes::invalidParameter;
         }
         // Real WMI spawns from a class; from an instance the sim spawns from its values.
-        State spawned {state_.className, Genus::instance, state_.slots, state_.definition, std::nullopt, false};
+        State spawned {state_.className,  Genus::instance, state_.slots,
+                       state_.definition, std::nullopt,    false};
         *newInstance = create(sharedCore(), std::move(spawned));
         return S_OK;
     });
@@ -399,8 +402,8 @@ HRESULT STDMETHODCALLTYPE ClassObject::GetMethod(LPCWSTR name, LONG flags, IWbem
             if (parameters.empty()) {
                 return nullptr;
             }
-            State state {L"__PARAMETERS", Genus::classDefinition, parameterSlots(parameters), nullptr,
-                         std::nullopt, false};
+            State state {L"__PARAMETERS", Genus::classDefinition, parameterSlots(parameters),
+                         nullptr,         std::nullopt,           false};
             return create(sharedCore(), std::move(state));
         };
         IWbemClassObject* in = inSignature != nullptr ? signature(method->in) : nullptr;
@@ -525,7 +528,8 @@ HRESULT STDMETHODCALLTYPE ClassObject::EndMethodEnumeration()
     return unsupported_("EndMethodEnumeration");
 }
 
-HRESULT STDMETHODCALLTYPE ClassObject::GetMethodQualifierSet(LPCWSTR /*method*/, IWbemQualifierSet** qualifiers)
+HRESULT STDMETHODCALLTYPE ClassObject::GetMethodQualifierSet(LPCWSTR /*method*/,
+                                                             IWbemQualifierSet** qualifiers)
 {
     if (qualifiers != nullptr) {
         *qualifiers = nullptr;

@@ -28,8 +28,8 @@ public:
         Genus genus = Genus::instance;
         Slots slots;
         std::shared_ptr<const ClassDef> definition;  // the methods; null for parameters
-        std::optional<std::wstring> key;             // the instance name it was read as
-        bool fromService = false;                    // has __SERVER, __NAMESPACE, __PATH
+        std::optional<std::wstring> key;  // the instance name it was read as
+        bool fromService = false;  // has __SERVER, __NAMESPACE, __PATH
     };
 
     // A new object with one reference for the caller.
@@ -42,15 +42,18 @@ public:
     ULONG STDMETHODCALLTYPE Release() override { return releaseReference(); }
 
     HRESULT STDMETHODCALLTYPE GetQualifierSet(IWbemQualifierSet** qualifiers) override;
-    HRESULT STDMETHODCALLTYPE Get(LPCWSTR name, LONG flags, VARIANT* value, CIMTYPE* type, LONG* flavor) override;
+    HRESULT STDMETHODCALLTYPE Get(LPCWSTR name, LONG flags, VARIANT* value, CIMTYPE* type,
+                                  LONG* flavor) override;
     HRESULT STDMETHODCALLTYPE Put(LPCWSTR name, LONG flags, VARIANT* value, CIMTYPE type) override;
     HRESULT STDMETHODCALLTYPE Delete(LPCWSTR name) override;
     HRESULT STDMETHODCALLTYPE GetNames(LPCWSTR qualifierName, LONG flags, VARIANT* qualifierValue,
                                        SAFEARRAY** names) override;
     HRESULT STDMETHODCALLTYPE BeginEnumeration(LONG enumFlags) override;
-    HRESULT STDMETHODCALLTYPE Next(LONG flags, BSTR* name, VARIANT* value, CIMTYPE* type, LONG* flavor) override;
+    HRESULT STDMETHODCALLTYPE Next(LONG flags, BSTR* name, VARIANT* value, CIMTYPE* type,
+                                   LONG* flavor) override;
     HRESULT STDMETHODCALLTYPE EndEnumeration() override;
-    HRESULT STDMETHODCALLTYPE GetPropertyQualifierSet(LPCWSTR property, IWbemQualifierSet** qualifiers) override;
+    HRESULT STDMETHODCALLTYPE GetPropertyQualifierSet(LPCWSTR property,
+                                                      IWbemQualifierSet** qualifiers) override;
     HRESULT STDMETHODCALLTYPE Clone(IWbemClassObject** copy) override;
     HRESULT STDMETHODCALLTYPE GetObjectText(LONG flags, BSTR* objectText) override;
     HRESULT STDMETHODCALLTYPE SpawnDerivedClass(LONG flags, IWbemClassObject** newClass) override;

@@ -119,8 +119,8 @@ HRESULT coerceInteger(CIMTYPE type, const VARIANT& v, Value& out)
                                                : codes::typeMismatch;
     case CIM_UINT32:  // VT_I4 is its own shape, so negative VT_I4 values are bit patterns
         return inRange(*n, int32Min, 0xFFFFFFFFLL)
-                   ? (out = Value::uint32(static_cast<std::uint32_t>(*n)), S_OK)
-                   : codes::typeMismatch;
+            ? (out = Value::uint32(static_cast<std::uint32_t>(*n)), S_OK)
+            : codes::typeMismatch;
     case CIM_SINT64:
         out = Value::sint64(*n);
         return S_OK;
@@ -252,7 +252,8 @@ HRESULT coerce(CIMTYPE type, const VARIANT& value, Value& converted)
     }
     case CIM_OBJECT:
         if ((value.vt != VT_UNKNOWN && value.vt != VT_DISPATCH)
-            || !isWbemObject(value.vt == VT_UNKNOWN ? value.punkVal : reinterpret_cast<IUnknown*>(value.pdispVal))) {
+            || !isWbemObject(value.vt == VT_UNKNOWN ? value.punkVal
+                                                    : reinterpret_cast<IUnknown*>(value.pdispVal))) {
             return codes::typeMismatch;
         }
         converted = Value::raw(value);

@@ -29,8 +29,8 @@ Slots parameterSlots(const std::vector<Parameter>& parameters)
 
 Slot* findSlot(Slots& slots, const std::wstring& name)
 {
-    const auto found
-        = std::find_if(slots.begin(), slots.end(), [&](const Slot& slot) { return equalsNoCase(slot.name, name); });
+    const auto found = std::find_if(slots.begin(), slots.end(),
+                                    [&](const Slot& slot) { return equalsNoCase(slot.name, name); });
     return found == slots.end() ? nullptr : &*found;
 }
 

@@ -175,9 +175,9 @@ std::optional<HRESULT> ServiceCore::admit_(const CallInfo& info)
     for (FaultState& state : faults_) {
         const Fault& fault = state.fault;
         const bool matches = fault.call == info.call
-                             && (fault.target.empty() || equalsNoCase(fault.target, info.className)
-                                 || equalsNoCase(fault.target, info.target))
-                             && (fault.instance.empty() || fault.instance == info.instance);
+            && (fault.target.empty() || equalsNoCase(fault.target, info.className)
+                || equalsNoCase(fault.target, info.target))
+            && (fault.instance.empty() || fault.instance == info.instance);
         if (!matches) {
             continue;
         }
@@ -194,7 +194,8 @@ void ServiceCore::record_(const CallInfo& info, HRESULT result) noexcept
 {
     try {
         const std::lock_guard<std::mutex> guard(lock_);
-        log_.push_back({info.call, info.className, info.target, info.instance, result, std::this_thread::get_id()});
+        log_.push_back(
+            {info.call, info.className, info.target, info.instance, result, std::this_thread::get_id()});
     } catch (...) {
         // A log entry lost to memory exhaustion must not turn into an exception.
         (void)0;

@@ -49,8 +49,8 @@ public:
     void addInstance(const std::wstring& className, const std::wstring& instanceName,
                      const PropertyValues& values);
     void removeInstance(const std::wstring& className, const std::wstring& instanceName);
-    void setProperty(const std::wstring& className, const std::wstring& instanceName, const std::wstring& name,
-                     Value value);
+    void setProperty(const std::wstring& className, const std::wstring& instanceName,
+                     const std::wstring& name, Value value);
     void removeProperty(const std::wstring& className, const std::wstring& instanceName,
                         const std::wstring& name);
     std::optional<Value> property(const std::wstring& className, const std::wstring& instanceName,
@@ -65,8 +65,7 @@ public:
     // ---- Calls --------------------------------------------------------------
     // Sleeps the call's latency, answers a scripted fault or runs `body`, logs
     // the result. Never throws: memory exhaustion answers WBEM_E_OUT_OF_MEMORY.
-    template <class Body>
-    HRESULT serve(const CallInfo& info, Body&& body) noexcept
+    template <class Body> HRESULT serve(const CallInfo& info, Body&& body) noexcept
     {
         HRESULT result = codes::failed;
         try {

@@ -11,8 +11,7 @@ const IID kIidClientSecurity = {0x0000013d, 0x0000, 0x0000, {0xc0, 0x00, 0x00, 0
 
 namespace {
 
-template <class T>
-void clearOut(T** out)
+template <class T> void clearOut(T** out)
 {
     if (out != nullptr) {
         *out = nullptr;
@@ -88,9 +87,10 @@ HRESULT STDMETHODCALLTYPE Services::QueryInterface(REFIID iid, void** object)
     return S_OK;
 }
 
-HRESULT STDMETHODCALLTYPE Services::QueryBlanket(IUnknown* /*proxy*/, DWORD* authnService, DWORD* authzService,
-                                                 OLECHAR** serverPrincipal, DWORD* authnLevel, DWORD* impLevel,
-                                                 void** authInfo, DWORD* capabilities)
+HRESULT STDMETHODCALLTYPE Services::QueryBlanket(IUnknown* /*proxy*/, DWORD* authnService,
+                                                 DWORD* authzService, OLECHAR** serverPrincipal,
+                                                 DWORD* authnLevel, DWORD* impLevel, void** authInfo,
+                                                 DWORD* capabilities)
 {
     const auto set = [](auto* out, auto value) {
         if (out != nullptr) {
@@ -121,8 +121,9 @@ HRESULT STDMETHODCALLTYPE Services::CopyProxy(IUnknown* /*proxy*/, IUnknown** co
     return E_NOTIMPL;
 }
 
-HRESULT STDMETHODCALLTYPE Services::GetObject(const BSTR objectPath, LONG /*flags*/, IWbemContext* /*context*/,
-                                              IWbemClassObject** object, IWbemCallResult** callResult)
+HRESULT STDMETHODCALLTYPE Services::GetObject(const BSTR objectPath, LONG /*flags*/,
+                                              IWbemContext* /*context*/, IWbemClassObject** object,
+                                              IWbemCallResult** callResult)
 {
     clearOut(object);
     clearOut(callResult);
@@ -205,8 +206,12 @@ HRESULT STDMETHODCALLTYPE Services::ExecMethod(const BSTR objectPath, const BSTR
             return result;
         }
         if (outParams != nullptr && (!method->out.empty() || !call.out.empty())) {
-            ClassObject::State state {L"__PARAMETERS", ClassObject::Genus::instance, parameterSlots(method->out),
-                                      nullptr, std::nullopt, false};
+            ClassObject::State state {L"__PARAMETERS",
+                                      ClassObject::Genus::instance,
+                                      parameterSlots(method->out),
+                                      nullptr,
+                                      std::nullopt,
+                                      false};
             applyValues(state.slots, call.out);
             *outParams = ClassObject::create(sharedCore(), std::move(state));
         }
@@ -292,7 +297,8 @@ HRESULT STDMETHODCALLTYPE Services::QueryObjectSink(LONG /*flags*/, IWbemObjectS
 }
 
 HRESULT STDMETHODCALLTYPE Services::GetObjectAsync(const BSTR /*objectPath*/, LONG /*flags*/,
-                                                   IWbemContext* /*context*/, IWbemObjectSink* /*responseHandler*/)
+                                                   IWbemContext* /*context*/,
+                                                   IWbemObjectSink* /*responseHandler*/)
 {
     return unsupported_("GetObjectAsync");
 }
@@ -305,7 +311,8 @@ HRESULT STDMETHODCALLTYPE Services::PutClass(IWbemClassObject* /*object*/, LONG 
 }
 
 HRESULT STDMETHODCALLTYPE Services::PutClassAsync(IWbemClassObject* /*object*/, LONG /*flags*/,
-                                                  IWbemContext* /*context*/, IWbemObjectSink* /*responseHandler*/)
+                                                  IWbemContext* /*context*/,
+                                                  IWbemObjectSink* /*responseHandler*/)
 {
     return unsupported_("PutClassAsync");
 }
@@ -325,7 +332,8 @@ HRESULT STDMETHODCALLTYPE Services::DeleteClassAsync(const BSTR /*className*/, L
 }
 
 HRESULT STDMETHODCALLTYPE Services::CreateClassEnum(const BSTR /*superclass*/, LONG /*flags*/,
-                                                    IWbemContext* /*context*/, IEnumWbemClassObject** enumerator)
+                                                    IWbemContext* /*context*/,
+                                                    IEnumWbemClassObject** enumerator)
 {
     clearOut(enumerator);
     return unsupported_("CreateClassEnum");
@@ -367,7 +375,8 @@ HRESULT STDMETHODCALLTYPE Services::DeleteInstanceAsync(const BSTR /*objectPath*
 }
 
 HRESULT STDMETHODCALLTYPE Services::CreateInstanceEnum(const BSTR /*filter*/, LONG /*flags*/,
-                                                       IWbemContext* /*context*/, IEnumWbemClassObject** enumerator)
+                                                       IWbemContext* /*context*/,
+                                                       IEnumWbemClassObject** enumerator)
 {
     clearOut(enumerator);
     return unsupported_("CreateInstanceEnum");
@@ -380,8 +389,9 @@ HRESULT STDMETHODCALLTYPE Services::CreateInstanceEnumAsync(const BSTR /*filter*
     return unsupported_("CreateInstanceEnumAsync");
 }
 
-HRESULT STDMETHODCALLTYPE Services::ExecQuery(const BSTR /*queryLanguage*/, const BSTR /*query*/, LONG /*flags*/,
-                                              IWbemContext* /*context*/, IEnumWbemClassObject** enumerator)
+HRESULT STDMETHODCALLTYPE Services::ExecQuery(const BSTR /*queryLanguage*/, const BSTR /*query*/,
+                                              LONG /*flags*/, IWbemContext* /*context*/,
+                                              IEnumWbemClassObject** enumerator)
 {
     clearOut(enumerator);
     return unsupported_("ExecQuery");
@@ -412,7 +422,8 @@ HRESULT STDMETHODCALLTYPE Services::ExecMethodAsync(const BSTR /*objectPath*/, c
 
 // ---- Locator and its factory ----------------------------------------------------
 
-Locator::Locator(std::shared_ptr<ServiceCore> core) : ComObject(std::move(core), ObjectKind::locator, "Locator")
+Locator::Locator(std::shared_ptr<ServiceCore> core)
+    : ComObject(std::move(core), ObjectKind::locator, "Locator")
 {
 }
 

@@ -50,7 +50,8 @@ public:
     HRESULT STDMETHODCALLTYPE CopyProxy(IUnknown* proxy, IUnknown** copy) override;
 
     HRESULT STDMETHODCALLTYPE OpenNamespace(const BSTR strNamespace, LONG flags, IWbemContext* context,
-                                            IWbemServices** workingNamespace, IWbemCallResult** result) override;
+                                            IWbemServices** workingNamespace,
+                                            IWbemCallResult** result) override;
     HRESULT STDMETHODCALLTYPE CancelAsyncCall(IWbemObjectSink* sink) override;
     HRESULT STDMETHODCALLTYPE QueryObjectSink(LONG flags, IWbemObjectSink** responseHandler) override;
     HRESULT STDMETHODCALLTYPE GetObject(const BSTR objectPath, LONG flags, IWbemContext* context,
@@ -84,12 +85,13 @@ public:
     HRESULT STDMETHODCALLTYPE ExecQuery(const BSTR queryLanguage, const BSTR query, LONG flags,
                                         IWbemContext* context, IEnumWbemClassObject** enumerator) override;
     HRESULT STDMETHODCALLTYPE ExecQueryAsync(const BSTR queryLanguage, const BSTR query, LONG flags,
-                                             IWbemContext* context, IWbemObjectSink* responseHandler) override;
+                                             IWbemContext* context,
+                                             IWbemObjectSink* responseHandler) override;
     HRESULT STDMETHODCALLTYPE ExecNotificationQuery(const BSTR queryLanguage, const BSTR query, LONG flags,
                                                     IWbemContext* context,
                                                     IEnumWbemClassObject** enumerator) override;
-    HRESULT STDMETHODCALLTYPE ExecNotificationQueryAsync(const BSTR queryLanguage, const BSTR query, LONG flags,
-                                                         IWbemContext* context,
+    HRESULT STDMETHODCALLTYPE ExecNotificationQueryAsync(const BSTR queryLanguage, const BSTR query,
+                                                         LONG flags, IWbemContext* context,
                                                          IWbemObjectSink* responseHandler) override;
     HRESULT STDMETHODCALLTYPE ExecMethod(const BSTR objectPath, const BSTR methodName, LONG flags,
                                          IWbemContext* context, IWbemClassObject* inParams,

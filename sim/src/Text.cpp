@@ -99,7 +99,7 @@ std::optional<std::wstring> instanceKey(Scanner& scan, bool spaced)
 bool equalsNoCase(std::wstring_view a, std::wstring_view b)
 {
     return a.size() == b.size()
-           && std::equal(a.begin(), a.end(), b.begin(), [](wchar_t x, wchar_t y) { return fold(x) == fold(y); });
+        && std::equal(a.begin(), a.end(), b.begin(), [](wchar_t x, wchar_t y) { return fold(x) == fold(y); });
 }
 
 bool startsWithNoCase(std::wstring_view text, std::wstring_view prefix)

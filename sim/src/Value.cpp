@@ -27,7 +27,8 @@ std::shared_ptr<Value::Impl> holding(CIMTYPE type, const VARIANT& filled)
     auto impl = std::make_shared<Value::Impl>();
     impl->type = type;
     impl->variant = filled;
-    if ((filled.vt == VT_BSTR && filled.bstrVal == nullptr) || ((filled.vt & VT_ARRAY) != 0 && filled.parray == nullptr)) {
+    if ((filled.vt == VT_BSTR && filled.bstrVal == nullptr)
+        || ((filled.vt & VT_ARRAY) != 0 && filled.parray == nullptr)) {
         throw std::bad_alloc();
     }
     return impl;
@@ -57,7 +58,9 @@ Value::Value()
 {
 }
 
-Value::Value(std::shared_ptr<const Impl> impl) : impl_(std::move(impl)) { }
+Value::Value(std::shared_ptr<const Impl> impl) : impl_(std::move(impl))
+{
+}
 
 Value Value::string(const std::wstring& text)
 {

@@ -5,7 +5,9 @@
 
 namespace sim {
 
-WmiService::WmiService() : core_(std::make_shared<ServiceCore>()) { }
+WmiService::WmiService() : core_(std::make_shared<ServiceCore>())
+{
+}
 
 WmiService::~WmiService()
 {

@@ -16,10 +16,10 @@ namespace sim {
 struct Fault {
     std::string call;
     HRESULT result = E_FAIL;
-    std::wstring target;    // empty: any; else equal (ignoring case) to the call's class or target
+    std::wstring target;  // empty: any; else equal (ignoring case) to the call's class or target
     std::wstring instance;  // empty: any; else the instance the call is about
-    int first = 1;          // the first matching call (1-based) that fails
-    int count = -1;         // how many matching calls fail from there; -1: all
+    int first = 1;  // the first matching call (1-based) that fails
+    int count = -1;  // how many matching calls fail from there; -1: all
 
     static Fault on(std::string call, HRESULT result);
     Fault forTarget(std::wstring text) const;

@@ -14,7 +14,7 @@ struct MethodCall {
     std::wstring className;
     std::wstring instanceName;  // empty for a call on the class path
     std::wstring method;
-    PropertyValues in;   // every declared in-parameter, VT_NULL when not given
+    PropertyValues in;  // every declared in-parameter, VT_NULL when not given
     PropertyValues out;  // to fill; names not declared as out-parameters are added too
 
     // The in-parameter `name` (ignoring case); null when absent.

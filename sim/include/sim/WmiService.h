@@ -39,8 +39,8 @@ public:
                      const PropertyValues& values = {});
     void removeInstance(const std::wstring& className, const std::wstring& instanceName);
     // Sets (or adds) one property of an instance; later GetObject calls see it.
-    void setProperty(const std::wstring& className, const std::wstring& instanceName, const std::wstring& name,
-                     Value value);
+    void setProperty(const std::wstring& className, const std::wstring& instanceName,
+                     const std::wstring& name, Value value);
     // The instance lacks the property from now on: Get answers WBEM_E_NOT_FOUND.
     void removeProperty(const std::wstring& className, const std::wstring& instanceName,
                         const std::wstring& name);
