@@ -122,7 +122,7 @@ std::optional<ClassObject::Property> ClassObject::find_(const std::wstring& name
         return std::nullopt;
     }
     if (const Slot* slot = findSlot(state_.slots, name)) {
-        return Property {slot->name, slot->type, slot->value, false};
+        return Property{slot->name, slot->type, slot->value, false};
     }
     return std::nullopt;
 }
@@ -172,7 +172,7 @@ HRESULT STDMETHODCALLTYPE ClassObject::Get(LPCWSTR name, LONG flags, VARIANT* va
 {
     const std::lock_guard<std::mutex> guard(lock_);
     const std::wstring asked = name != nullptr ? name : L"";
-    const CallInfo info {"Get", state_.className, state_.className + L"." + asked, instanceText_()};
+    const CallInfo info{"Get", state_.className, state_.className + L"." + asked, instanceText_()};
     return core().serve(info, [&]() -> HRESULT {
         if (name == nullptr || flags != 0) {
             return codes::invalidParameter;
@@ -182,7 +182,7 @@ HRESULT STDMETHODCALLTYPE ClassObject::Get(LPCWSTR name, LONG flags, VARIANT* va
             return codes::notFound;
         }
         if (value != nullptr) {
-            VARIANT copy;
+            VARIANT copy{};
             const HRESULT copied = core().toVariant(property->value, &copy);
             if (FAILED(copied)) {
                 return copied;
@@ -203,7 +203,7 @@ HRESULT STDMETHODCALLTYPE ClassObject::Put(LPCWSTR name, LONG flags, VARIANT* va
 {
     const std::lock_guard<std::mutex> guard(lock_);
     const std::wstring asked = name != nullptr ? name : L"";
-    const CallInfo info {"Put", state_.className, state_.className + L"." + asked, instanceText_()};
+    const CallInfo info{"Put", state_.className, state_.className + L"." + asked, instanceText_()};
     return core().serve(info, [&]() -> HRESULT {
         if (name == nullptr || flags != 0) {
             return codes::invalidParameter;
@@ -235,7 +235,7 @@ HRESULT STDMETHODCALLTYPE ClassObject::GetNames(LPCWSTR qualifierName, LONG flag
                                                 VARIANT* /*qualifierValue*/, SAFEARRAY** names)
 {
     const std::lock_guard<std::mutex> guard(lock_);
-    const CallInfo info {"GetNames", state_.className, state_.className, instanceText_()};
+    const CallInfo info{"GetNames", state_.className, state_.className, instanceText_()};
     return core().serve(info, [&]() -> HRESULT {
         if (names == nullptr) {
             return codes::invalidParameter;
@@ -251,7 +251,7 @@ HRESULT STDMETHODCALLTYPE ClassObject::GetNames(LPCWSTR qualifierName, LONG flag
         for (const std::wstring& text : *list) {
             elements.push_back(Value::string(text));
         }
-        VARIANT array;
+        VARIANT array{};
         const HRESULT built = core().toVariant(Value::array(CIM_STRING, elements), &array);
         if (FAILED(built)) {
             return built;
@@ -264,7 +264,7 @@ HRESULT STDMETHODCALLTYPE ClassObject::GetNames(LPCWSTR qualifierName, LONG flag
 HRESULT STDMETHODCALLTYPE ClassObject::BeginEnumeration(LONG enumFlags)
 {
     const std::lock_guard<std::mutex> guard(lock_);
-    const CallInfo info {"BeginEnumeration", state_.className, state_.className, instanceText_()};
+    const CallInfo info{"BeginEnumeration", state_.className, state_.className, instanceText_()};
     return core().serve(info, [&]() -> HRESULT {
         auto names = names_(enumFlags);
         if (!names) {
@@ -282,7 +282,7 @@ HRESULT STDMETHODCALLTYPE ClassObject::Next(LONG flags, BSTR* name, VARIANT* val
     const std::lock_guard<std::mutex> guard(lock_);
     const bool more = enumeration_ && cursor_ < enumeration_->size();
     const std::wstring target = more ? state_.className + L"." + (*enumeration_)[cursor_] : state_.className;
-    const CallInfo info {"Next", state_.className, target, instanceText_()};
+    const CallInfo info{"Next", state_.className, target, instanceText_()};
     return core().serve(info, [&]() -> HRESULT {
         if (flags != 0) {
             return codes::invalidParameter;
@@ -298,7 +298,7 @@ HRESULT STDMETHODCALLTYPE ClassObject::Next(LONG flags, BSTR* name, VARIANT* val
         if (!property) {
             return codes::noMoreData;
         }
-        VARIANT copy;
+        VARIANT copy{};
         VariantInit(&copy);
         if (value != nullptr) {
             const HRESULT copied = core().toVariant(property->value, &copy);
@@ -332,7 +332,7 @@ HRESULT STDMETHODCALLTYPE ClassObject::Next(LONG flags, BSTR* name, VARIANT* val
 HRESULT STDMETHODCALLTYPE ClassObject::EndEnumeration()
 {
     const std::lock_guard<std::mutex> guard(lock_);
-    const CallInfo info {"EndEnumeration", state_.className, state_.className, instanceText_()};
+    const CallInfo info{"EndEnumeration", state_.className, state_.className, instanceText_()};
     return core().serve(info, [&]() -> HRESULT {
         enumeration_.reset();
         cursor_ = 0;
@@ -348,7 +348,7 @@ HRESULT STDMETHODCALLTYPE ClassObject::Clone(IWbemClassObject** copy)
         *copy = nullptr;
     }
     const std::lock_guard<std::mutex> guard(lock_);
-    const CallInfo info {"Clone", state_.className, state_.className, instanceText_()};
+    const CallInfo info{"Clone", state_.className, state_.className, instanceText_()};
     return core().serve(info, [&]() -> HRESULT {
         if (copy == nullptr) {
             return codes::invalidParameter;
@@ -364,14 +364,14 @@ HRESULT STDMETHODCALLTYPE ClassObject::SpawnInstance(LONG flags, IWbemClassObjec
         *newInstance = nullptr;
     }
     const std::lock_guard<std::mutex> guard(lock_);
-    const CallInfo info {"SpawnInstance", state_.className, state_.className, instanceText_()};
+    const CallInfo info{"SpawnInstance", state_.className, state_.className, instanceText_()};
     return core().serve(info, [&]() -> HRESULT {
         if (newInstance == nullptr || flags != 0) {
             return codes::invalidParameter;
         }
         // Real WMI spawns from a class; from an instance the sim spawns from its values.
-        State spawned {state_.className,  Genus::instance, state_.slots,
-                       state_.definition, std::nullopt,    false};
+        State spawned{state_.className,  Genus::instance, state_.slots,
+                      state_.definition, std::nullopt,    false};
         *newInstance = create(sharedCore(), std::move(spawned));
         return S_OK;
     });
@@ -388,7 +388,7 @@ HRESULT STDMETHODCALLTYPE ClassObject::GetMethod(LPCWSTR name, LONG flags, IWbem
     }
     const std::lock_guard<std::mutex> guard(lock_);
     const std::wstring asked = name != nullptr ? name : L"";
-    const CallInfo info {"GetMethod", state_.className, state_.className + L"." + asked, instanceText_()};
+    const CallInfo info{"GetMethod", state_.className, state_.className + L"." + asked, instanceText_()};
     return core().serve(info, [&]() -> HRESULT {
         if (name == nullptr || flags != 0) {
             return codes::invalidParameter;
@@ -402,8 +402,8 @@ HRESULT STDMETHODCALLTYPE ClassObject::GetMethod(LPCWSTR name, LONG flags, IWbem
             if (parameters.empty()) {
                 return nullptr;
             }
-            State state {L"__PARAMETERS", Genus::classDefinition, parameterSlots(parameters),
-                         nullptr,         std::nullopt,           false};
+            State state{L"__PARAMETERS", Genus::classDefinition, parameterSlots(parameters),
+                        nullptr,         std::nullopt,           false};
             return create(sharedCore(), std::move(state));
         };
         IWbemClassObject* in = inSignature != nullptr ? signature(method->in) : nullptr;
@@ -427,7 +427,7 @@ HRESULT STDMETHODCALLTYPE ClassObject::GetMethod(LPCWSTR name, LONG flags, IWbem
 HRESULT STDMETHODCALLTYPE ClassObject::InheritsFrom(LPCWSTR /*ancestor*/)
 {
     const std::lock_guard<std::mutex> guard(lock_);
-    const CallInfo info {"InheritsFrom", state_.className, state_.className, instanceText_()};
+    const CallInfo info{"InheritsFrom", state_.className, state_.className, instanceText_()};
     return core().serve(info, [] { return codes::sFalse; });  // the model's classes have no ancestors
 }
 
@@ -436,7 +436,7 @@ HRESULT STDMETHODCALLTYPE ClassObject::InheritsFrom(LPCWSTR /*ancestor*/)
 HRESULT ClassObject::unsupported_(const char* call)
 {
     const std::lock_guard<std::mutex> guard(lock_);
-    const CallInfo info {call, state_.className, state_.className, instanceText_()};
+    const CallInfo info{call, state_.className, state_.className, instanceText_()};
     return core().serve(info, [] { return codes::notSupported; });
 }
 

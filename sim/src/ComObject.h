@@ -56,7 +56,7 @@ private:
     std::shared_ptr<ServiceCore> core_;
     ObjectKind kind_;
     std::string description_;
-    std::atomic<ULONG> references_ {1};
+    std::atomic<ULONG> references_{1};
 };
 
 }  // namespace sim

@@ -69,7 +69,7 @@ void ServiceCore::addInstance(const std::wstring& className, const std::wstring&
 {
     const std::lock_guard<std::mutex> guard(lock_);
     ClassEntry& entry = entry_(className);
-    Instance instance {instanceName, defaultSlots(*entry.definition)};
+    Instance instance{instanceName, defaultSlots(*entry.definition)};
     if (Slot* key = findSlot(instance.slots, L"InstanceName")) {
         key->value = Value::string(instanceName);
     }
@@ -156,7 +156,7 @@ MethodHandler ServiceCore::findHandler(const std::wstring& className, const std:
 
 std::optional<HRESULT> ServiceCore::admit_(const CallInfo& info)
 {
-    std::chrono::milliseconds delay {0};
+    std::chrono::milliseconds delay{0};
     {
         const std::lock_guard<std::mutex> guard(lock_);
         const auto found = latency_.find(info.call);
@@ -323,7 +323,7 @@ HRESULT ServiceCore::toVariant(const Value& value, VARIANT* out)
         if (array == nullptr) {
             return codes::outOfMemory;
         }
-        VARIANT built;
+        VARIANT built{};
         VariantInit(&built);
         built.vt = VT_ARRAY | VT_UNKNOWN;
         built.parray = array;

@@ -39,7 +39,7 @@ Value parameter(IWbemClassObject* parameters, const std::wstring& name)
         object->Release();
         return value.value_or(Value());
     }
-    VARIANT v;
+    VARIANT v{};
     VariantInit(&v);
     if (FAILED(parameters->Get(name.c_str(), 0, &v, nullptr, nullptr))) {
         return Value();
@@ -129,8 +129,8 @@ HRESULT STDMETHODCALLTYPE Services::GetObject(const BSTR objectPath, LONG /*flag
     clearOut(callResult);
     const std::wstring path = text(objectPath);
     const auto parsed = parseObjectPath(path);
-    const CallInfo info {"GetObject", parsed ? parsed->className : L"", path,
-                         parsed ? parsed->instanceName.value_or(L"") : L"", true};
+    const CallInfo info{"GetObject", parsed ? parsed->className : L"", path,
+                        parsed ? parsed->instanceName.value_or(L"") : L"", true};
     return core().serve(info, [&]() -> HRESULT {
         if (objectPath == nullptr || object == nullptr) {
             return codes::invalidParameter;
@@ -173,8 +173,8 @@ HRESULT STDMETHODCALLTYPE Services::ExecMethod(const BSTR objectPath, const BSTR
     const std::wstring methodText = text(methodName);
     const auto parsed = parseObjectPath(path);
     const std::wstring className = parsed ? parsed->className : path;
-    const CallInfo info {"ExecMethod", parsed ? parsed->className : L"", className + L"." + methodText,
-                         parsed ? parsed->instanceName.value_or(L"") : L"", true};
+    const CallInfo info{"ExecMethod", parsed ? parsed->className : L"", className + L"." + methodText,
+                        parsed ? parsed->instanceName.value_or(L"") : L"", true};
     return core().serve(info, [&]() -> HRESULT {
         if (objectPath == nullptr || methodName == nullptr) {
             return codes::invalidParameter;
@@ -197,7 +197,7 @@ HRESULT STDMETHODCALLTYPE Services::ExecMethod(const BSTR objectPath, const BSTR
         if (!handler) {
             return codes::notSupported;
         }
-        MethodCall call {definition->name(), parsed->instanceName.value_or(L""), method->name, {}, {}};
+        MethodCall call{definition->name(), parsed->instanceName.value_or(L""), method->name, {}, {}};
         for (const Parameter& in : method->in) {
             call.in.emplace_back(in.name, inParams != nullptr ? parameter(inParams, in.name) : Value());
         }
@@ -206,12 +206,12 @@ HRESULT STDMETHODCALLTYPE Services::ExecMethod(const BSTR objectPath, const BSTR
             return result;
         }
         if (outParams != nullptr && (!method->out.empty() || !call.out.empty())) {
-            ClassObject::State state {L"__PARAMETERS",
-                                      ClassObject::Genus::instance,
-                                      parameterSlots(method->out),
-                                      nullptr,
-                                      std::nullopt,
-                                      false};
+            ClassObject::State state{L"__PARAMETERS",
+                                     ClassObject::Genus::instance,
+                                     parameterSlots(method->out),
+                                     nullptr,
+                                     std::nullopt,
+                                     false};
             applyValues(state.slots, call.out);
             *outParams = ClassObject::create(sharedCore(), std::move(state));
         }
@@ -225,8 +225,8 @@ HRESULT STDMETHODCALLTYPE Services::ExecNotificationQueryAsync(const BSTR queryL
 {
     const std::wstring queryText = text(query);
     const auto parsed = parseEventQuery(queryText);
-    const CallInfo info {"ExecNotificationQueryAsync", parsed ? parsed->className : L"", queryText,
-                         parsed ? parsed->instanceName.value_or(L"") : L"", true};
+    const CallInfo info{"ExecNotificationQueryAsync", parsed ? parsed->className : L"", queryText,
+                        parsed ? parsed->instanceName.value_or(L"") : L"", true};
     return core().serve(info, [&]() -> HRESULT {
         if (queryLanguage == nullptr || query == nullptr || responseHandler == nullptr) {
             return codes::invalidParameter;
@@ -260,7 +260,7 @@ HRESULT STDMETHODCALLTYPE Services::ExecNotificationQueryAsync(const BSTR queryL
 HRESULT STDMETHODCALLTYPE Services::CancelAsyncCall(IWbemObjectSink* sink)
 {
     std::vector<Subscription> removed;
-    const HRESULT result = core().serve(CallInfo {"CancelAsyncCall", L"", L"", L"", true}, [&]() -> HRESULT {
+    const HRESULT result = core().serve(CallInfo{"CancelAsyncCall", L"", L"", L"", true}, [&]() -> HRESULT {
         if (sink == nullptr) {
             return codes::invalidParameter;
         }
@@ -278,7 +278,7 @@ HRESULT STDMETHODCALLTYPE Services::CancelAsyncCall(IWbemObjectSink* sink)
 
 HRESULT Services::unsupported_(const char* call)
 {
-    return core().serve(CallInfo {call, L"", L"", L"", true}, [] { return codes::notSupported; });
+    return core().serve(CallInfo{call, L"", L"", L"", true}, [] { return codes::notSupported; });
 }
 
 HRESULT STDMETHODCALLTYPE Services::OpenNamespace(const BSTR /*strNamespace*/, LONG /*flags*/,
@@ -448,7 +448,7 @@ HRESULT STDMETHODCALLTYPE Locator::ConnectServer(const BSTR networkResource, con
 {
     clearOut(services);
     const std::wstring resource = text(networkResource);
-    return core().serve(CallInfo {"ConnectServer", L"", resource, L"", true}, [&]() -> HRESULT {
+    return core().serve(CallInfo{"ConnectServer", L"", resource, L"", true}, [&]() -> HRESULT {
         if (networkResource == nullptr || services == nullptr) {
             return codes::invalidParameter;
         }
@@ -487,7 +487,7 @@ HRESULT STDMETHODCALLTYPE LocatorFactory::QueryInterface(REFIID iid, void** obje
 HRESULT STDMETHODCALLTYPE LocatorFactory::CreateInstance(IUnknown* outer, REFIID iid, void** object)
 {
     clearOut(object);
-    return core().serve(CallInfo {"CreateInstance", L"", L"", L"", true}, [&]() -> HRESULT {
+    return core().serve(CallInfo{"CreateInstance", L"", L"", L"", true}, [&]() -> HRESULT {
         if (object == nullptr) {
             return E_POINTER;
         }

@@ -9,7 +9,7 @@ namespace sim {
 
 struct Value::Impl {
     CIMTYPE type = CIM_EMPTY;
-    VARIANT variant {};
+    VARIANT variant{};
     std::vector<Object> objects;
     bool objectArray = false;
 
@@ -36,7 +36,7 @@ std::shared_ptr<Value::Impl> holding(CIMTYPE type, const VARIANT& filled)
 
 VARIANT typed(VARTYPE vt)
 {
-    VARIANT v;
+    VARIANT v{};
     VariantInit(&v);
     v.vt = vt;
     return v;
@@ -79,7 +79,9 @@ Value Value::boolean(bool value)
 Value Value::sint8(std::int8_t value)
 {
     VARIANT v = typed(VT_I2);
-    v.iVal = value;
+    // Sign-extended, as WMI widens sint8 (spelled out: the linter distrusts signed char).
+    const auto bits = static_cast<std::uint8_t>(value);
+    v.iVal = static_cast<SHORT>(bits < 0x80 ? bits : bits - 0x100);
     return Value(holding(CIM_SINT8, v));
 }
 

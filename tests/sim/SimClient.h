@@ -57,7 +57,7 @@ private:
 // A VARIANT the test owns.
 class Var {
 public:
-    Var() { VariantInit(&value_); }
+    Var() : value_() { VariantInit(&value_); }
     ~Var() { VariantClear(&value_); }
     Var(const Var&) = delete;
     Var& operator=(const Var&) = delete;
@@ -117,7 +117,7 @@ public:
         return S_OK;
     }
 
-    std::atomic<ULONG> references {1};  // the test's own
+    std::atomic<ULONG> references{1};  // the test's own
 };
 
 // "Sim_Widget" (every CIM shape, methods Reset and Ping) and "Sim_Version",

@@ -57,11 +57,11 @@ TEST_F(SimObjectsTest, nonSystemEnumerationFollowsTheDeclarationOrder)
     const auto services = connect();
     const auto instance = getObject(services.get(), widgetPath(firstName));
     EXPECT_EQ(enumerate(instance.get(), WBEM_FLAG_NONSYSTEM_ONLY),
-              (Names {L"InstanceName", L"Active", L"Count", L"Small", L"Tiny", L"Octet", L"Short", L"Big",
-                      L"Signed", L"Ratio", L"Version", L"Mac", L"Names", L"Unset"}));
+              (Names{L"InstanceName", L"Active", L"Count", L"Small", L"Tiny", L"Octet", L"Short", L"Big",
+                     L"Signed", L"Ratio", L"Version", L"Mac", L"Names", L"Unset"}));
     const Names all = enumerate(instance.get(), 0);
     ASSERT_EQ(all.size(), 14U + 10U);
-    EXPECT_EQ(Names(all.begin(), all.begin() + 3), (Names {L"__GENUS", L"__CLASS", L"__SUPERCLASS"}));
+    EXPECT_EQ(Names(all.begin(), all.begin() + 3), (Names{L"__GENUS", L"__CLASS", L"__SUPERCLASS"}));
     EXPECT_EQ(enumerate(instance.get(), WBEM_FLAG_SYSTEM_ONLY), Names(all.begin(), all.begin() + 10));
 }
 
@@ -257,7 +257,7 @@ TEST_F(SimObjectsTest, everyGetObjectIsASnapshot)
 
 VARIANT variantOf(VARTYPE vt, LONGLONG bits)
 {
-    VARIANT v;
+    VARIANT v{};
     VariantInit(&v);
     v.vt = vt;
     v.llVal = bits;
@@ -340,8 +340,8 @@ TEST_F(SimObjectsTest, getMethodGivesTheInSignature)
     Ref<IWbemClassObject> out;
     ASSERT_EQ(classObject->GetMethod(L"reset", 0, in.put(), out.put()), S_OK);
     ASSERT_TRUE(in && out);
-    EXPECT_EQ(enumerate(in.get(), WBEM_FLAG_NONSYSTEM_ONLY), (Names {L"Mode", L"Note"}));
-    EXPECT_EQ(enumerate(out.get(), WBEM_FLAG_NONSYSTEM_ONLY), (Names {L"Status", L"ReturnValue"}));
+    EXPECT_EQ(enumerate(in.get(), WBEM_FLAG_NONSYSTEM_ONLY), (Names{L"Mode", L"Note"}));
+    EXPECT_EQ(enumerate(out.get(), WBEM_FLAG_NONSYSTEM_ONLY), (Names{L"Status", L"ReturnValue"}));
     Var className;
     ASSERT_EQ(in->Get(L"__CLASS", 0, &className, nullptr, nullptr), S_OK);
     EXPECT_EQ(bstrText(className->bstrVal), L"__PARAMETERS");

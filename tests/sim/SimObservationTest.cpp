@@ -152,7 +152,7 @@ TEST_F(SimObservationTest, aFaultCanStartAtTheNthCallAndLastSomeTimes)
         Ref<IWbemClassObject> object;
         results.push_back(getObject(services.get(), widget, object));
     }
-    EXPECT_EQ(results, (std::vector<HRESULT> {S_OK, WBEM_E_ACCESS_DENIED, WBEM_E_ACCESS_DENIED, S_OK, S_OK}));
+    EXPECT_EQ(results, (std::vector<HRESULT>{S_OK, WBEM_E_ACCESS_DENIED, WBEM_E_ACCESS_DENIED, S_OK, S_OK}));
 }
 
 TEST_F(SimObservationTest, aFaultCanBeLimitedToAClassTargetOrInstance)
@@ -247,7 +247,8 @@ TEST_F(SimObservationTest, clientsOnSeveralThreadsEachWithTheirConnection)
     constexpr int threads = 4;
     constexpr int rounds = 25;
     std::vector<std::thread> clients;
-    std::atomic<int> failures {0};
+    clients.reserve(threads);
+    std::atomic<int> failures{0};
     for (int t = 0; t < threads; ++t) {
         clients.emplace_back([&] {
             if (CoInitializeEx(nullptr, COINIT_MULTITHREADED) != S_OK) {
