@@ -7,7 +7,7 @@
 
 DWORD addPropertyPageAdvanced(HDEVINFO deviceInfoSet, PSP_DEVINFO_DATA deviceInfoData, PageFactory factory)
 {
-    SP_ADDPROPERTYPAGE_DATA pages {};
+    SP_ADDPROPERTYPAGE_DATA pages{};
     pages.ClassInstallHeader.cbSize = sizeof(SP_CLASSINSTALL_HEADER);
     if (!SetupDiGetClassInstallParamsW(deviceInfoSet, deviceInfoData, &pages.ClassInstallHeader, sizeof pages,
                                        nullptr)) {
@@ -70,8 +70,8 @@ extern "C" DWORD CALLBACK CoDeviceInstall(DI_FUNCTION installFunction, HDEVINFO 
     }
     DWORD result = NO_ERROR;
     try {
-        INITCOMMONCONTROLSEX controls {sizeof(INITCOMMONCONTROLSEX),
-                                       ICC_STANDARD_CLASSES | ICC_LISTVIEW_CLASSES};
+        INITCOMMONCONTROLSEX controls{sizeof(INITCOMMONCONTROLSEX),
+                                      ICC_STANDARD_CLASSES | ICC_LISTVIEW_CLASSES};
         InitCommonControlsEx(&controls);
         result = addPropertyPageAdvanced(deviceInfoSet, deviceInfoData, createDiagPage);
     } catch (...) {

@@ -47,7 +47,7 @@ private:
 // Holds one admitted call for its scope.
 class GatePass {
 public:
-    explicit GatePass(CallGate& gate) : gate_(gate), admitted_(gate.enter()) {}
+    explicit GatePass(CallGate& gate) : gate_(gate), admitted_(gate.enter()) { }
     GatePass(const GatePass&) = delete;
     GatePass& operator=(const GatePass&) = delete;
     ~GatePass()

@@ -96,7 +96,8 @@ WbemClassObject NdisWmi::getLinkStateData_() const
     }
     // The embedded object arrives as IUnknown; ask it for the object interface.
     IWbemClassObject* embedded = nullptr;
-    if (FAILED(linkState.get().punkVal->QueryInterface(IID_IWbemClassObject, reinterpret_cast<void**>(&embedded)))) {
+    if (FAILED(linkState.get().punkVal->QueryInterface(IID_IWbemClassObject,
+                                                       reinterpret_cast<void**>(&embedded)))) {
         ZT_TRACE(0, "[!] Property 'LinkState' not found");
         return {};
     }

@@ -22,7 +22,7 @@ public:
     {
         ++live;
         if (withSheetPage) {
-            PROPSHEETPAGEW description {};
+            PROPSHEETPAGEW description{};
             description.dwSize = sizeof description;
             description.dwFlags = PSP_USECALLBACK;
             description.lParam = reinterpret_cast<LPARAM>(this);
@@ -82,7 +82,7 @@ protected:
     // The installer's record as earlier co-installers left it: `count` pages.
     void givePages(DWORD count)
     {
-        SP_ADDPROPERTYPAGE_DATA data {};
+        SP_ADDPROPERTYPAGE_DATA data{};
         data.ClassInstallHeader.cbSize = sizeof(SP_CLASSINSTALL_HEADER);
         data.ClassInstallHeader.InstallFunction = DIF_ADDPROPERTYPAGE_ADVANCED;
         for (DWORD i = 0; i < count; ++i) {
@@ -108,7 +108,7 @@ TEST_F(CoDeviceInstallTest, otherFunctionCodesOnlyTraceTheEntry)
         host::clearDebugOutput();
         EXPECT_EQ(install(function), NO_ERROR);
         EXPECT_EQ(tracedMessages(),
-                  Messages {"ztprop: CoDeviceInstall called, fn = " + std::to_string(function)});
+                  Messages{"ztprop: CoDeviceInstall called, fn = " + std::to_string(function)});
     }
     EXPECT_EQ(host::getClassInstallParamsCalls(), 0);
     EXPECT_EQ(host::setClassInstallParamsCalls(), 0);
@@ -166,7 +166,7 @@ TEST_F(CoDeviceInstallTest, listedDeviceTracesItsIdsAndProblemCode)
     host::setDeviceUint32(device_, DEVPKEY_Device_ProblemCode, 22);
     EXPECT_EQ(addPage(pageWithSheetPage), NO_ERROR);
     EXPECT_EQ(tracedMessages(),
-              (Messages {
+              (Messages{
                   "Hardware IDs count 2:",
                   "    HWID: PCI\\OTHER",
                   "    HWID: PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_E4363C91&REV_02",
@@ -190,8 +190,7 @@ TEST_F(CoDeviceInstallTest, pageArrayHasTwentyPlaces)
     host::setDeviceStringList(device_, DEVPKEY_Device_HardwareIds, {listedId});
     givePages(20);
     EXPECT_EQ(install(), NO_ERROR);
-    EXPECT_EQ(tracedMessages(),
-              (Messages {"ztprop: CoDeviceInstall called, fn = 35", "/!\\ Too many pages"}));
+    EXPECT_EQ(tracedMessages(), (Messages{"ztprop: CoDeviceInstall called, fn = 35", "/!\\ Too many pages"}));
     EXPECT_EQ(host::setClassInstallParamsCalls(), 0);
     EXPECT_EQ(host::devicePropertyCalls(), 0) << "hardware ids are not read for a full array";
     EXPECT_EQ(stored().NumDynamicPages, 20U);
@@ -203,7 +202,7 @@ TEST_F(CoDeviceInstallTest, failedGetReturnsItsCodeAndTouchesNothing)
     host::failGetClassInstallParams(ERROR_INVALID_HANDLE);
     EXPECT_EQ(install(), ERROR_INVALID_HANDLE);
     EXPECT_EQ(tracedMessages(),
-              (Messages {
+              (Messages{
                   "ztprop: CoDeviceInstall called, fn = 35",
                   "[!] SetupDiGetClassInstallParams() failed, code 6",
                   "/!\\ ztprop: DIF_ADDPROPERTYPAGE_ADVANCED -> failed, code 6",
@@ -222,7 +221,7 @@ TEST_F(CoDeviceInstallTest, listedDeviceWithoutThePageObjectFailsWithOutOfMemory
     givePages(1);
     EXPECT_EQ(install(), ERROR_OUTOFMEMORY);
     EXPECT_EQ(tracedMessages(),
-              (Messages {
+              (Messages{
                   "ztprop: CoDeviceInstall called, fn = 35",
                   "Hardware IDs count 1:",
                   "    HWID: PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_E4363C91&REV_02",
@@ -276,7 +275,7 @@ TEST_F(CoDeviceInstallTest, eachRequestReplacesTheReaderWithOneForItsDevice)
     host::setDeviceString(device_, DEVPKEY_Device_FriendlyName, L"first");
     host::setDeviceStringList(second, DEVPKEY_Device_HardwareIds, {listedId});
     host::setDeviceString(second, DEVPKEY_Device_FriendlyName, L"second");
-    SP_ADDPROPERTYPAGE_DATA empty {};
+    SP_ADDPROPERTYPAGE_DATA empty{};
     empty.ClassInstallHeader.cbSize = sizeof(SP_CLASSINSTALL_HEADER);
     host::setAddPropertyPageData(second, empty);
 

@@ -29,5 +29,5 @@ public:
     ULONG refs() const { return refs_; }
 
 private:
-    std::atomic<ULONG> refs_ {1};
+    std::atomic<ULONG> refs_{1};
 };

@@ -14,7 +14,7 @@ class DevPropertiesReaderTest : public ::testing::Test {
 protected:
     TraceAll capture_;
     SP_DEVINFO_DATA device_ = host::makeDevice(7);
-    DevPropertiesReader reader_ {host::deviceInfoSet(), &device_};
+    DevPropertiesReader reader_{host::deviceInfoSet(), &device_};
 
     static std::vector<BYTE> units(const std::wstring& text)
     {
@@ -55,13 +55,13 @@ TEST_F(DevPropertiesReaderTest, hardwareIdsFollowTheListUpToItsEmptyString)
 
 TEST_F(DevPropertiesReaderTest, missingPropertyFailsAtTheSizeQueryWithItsCode)
 {
-    EXPECT_EQ(reader_.getHardwareIds(), Strings {});
+    EXPECT_EQ(reader_.getHardwareIds(), Strings{});
     EXPECT_EQ(reader_.getProblemCode(), 0xFFFFFFFFU);
     EXPECT_EQ(reader_.getStringProperty(DEVPKEY_Device_FriendlyName), L"");
     EXPECT_EQ(host::devicePropertyCalls(), 3) << "no second call without a size";
     const std::string line
         = "[!] SetupDiGetDeviceProperty(1) failed, code " + std::to_string(ERROR_NOT_FOUND);
-    EXPECT_EQ(tracedMessages(), (Messages {line, line, line}));
+    EXPECT_EQ(tracedMessages(), (Messages{line, line, line}));
     EXPECT_EQ(tracedLines()[0].function, "DevPropertiesReader::getProperty_");
 }
 
@@ -71,11 +71,11 @@ TEST_F(DevPropertiesReaderTest, typeMustMatchExactly)
     host::setDeviceStringList(device_, DEVPKEY_Device_FriendlyName, {L"Name"});
     host::setDeviceString(device_, DEVPKEY_Device_ProblemCode, L"0");
 
-    EXPECT_EQ(reader_.getHardwareIds(), Strings {});
+    EXPECT_EQ(reader_.getHardwareIds(), Strings{});
     EXPECT_EQ(reader_.getStringProperty(DEVPKEY_Device_FriendlyName), L"");
     EXPECT_EQ(reader_.getProblemCode(), 0xFFFFFFFFU);
     EXPECT_EQ(tracedMessages(),
-              (Messages {
+              (Messages{
                   "[!] getProperty_() types missmatch: wanted 8210, got 18",
                   "[!] getProperty_() types missmatch: wanted 18, got 8210",
                   "[!] getProperty_() types missmatch: wanted 7, got 18",
@@ -93,8 +93,8 @@ TEST_F(DevPropertiesReaderTest, propertyThatGrowsBetweenTheTwoCallsFailsTheRead)
     });
     EXPECT_EQ(reader_.getStringProperty(DEVPKEY_Device_FriendlyName), L"");
     EXPECT_EQ(tracedMessages(),
-              Messages {"[!] SetupDiGetDeviceProperty(2) failed, code "
-                        + std::to_string(ERROR_INSUFFICIENT_BUFFER)});
+              Messages{"[!] SetupDiGetDeviceProperty(2) failed, code "
+                       + std::to_string(ERROR_INSUFFICIENT_BUFFER)});
 }
 
 TEST_F(DevPropertiesReaderTest, propertyThatShrinksBetweenTheTwoCallsReadsTheNewValue)
@@ -106,7 +106,7 @@ TEST_F(DevPropertiesReaderTest, propertyThatShrinksBetweenTheTwoCallsReadsTheNew
         }
     });
     EXPECT_EQ(reader_.getStringProperty(DEVPKEY_Device_FriendlyName), L"Short");
-    EXPECT_EQ(tracedMessages(), Messages {});
+    EXPECT_EQ(tracedMessages(), Messages{});
 }
 
 TEST_F(DevPropertiesReaderTest, stringStopsAtItsFirstZeroOrAtTheBufferEnd)

@@ -9,7 +9,7 @@ std::vector<TraceLine> tracedLines()
 {
     std::vector<TraceLine> lines;
     for (const auto& text : host::debugOutput()) {
-        TraceLine line {text, "", -1};
+        TraceLine line{text, "", -1};
         const auto at = text.rfind(" @");
         const auto plus = text.rfind('+');
         if (at != std::string::npos && plus != std::string::npos && plus > at && text.back() == '\n') {

@@ -113,7 +113,7 @@ TEST(Trace, argumentsAreFormattedAndWideTextBecomesNarrow)
     traceMessage(0, "%d %u %llu %s %#x %S %g\n", -3, 4U, 18446744073709551615ULL, "narrow", 0x80041002U,
                  wide.c_str(), 1.5);
     EXPECT_EQ(host::debugOutput(),
-              std::vector<std::string> {"-3 4 18446744073709551615 narrow 0x80041002 PCI\\VEN_7E5C 1.5\n"});
+              std::vector<std::string>{"-3 4 18446744073709551615 narrow 0x80041002 PCI\\VEN_7E5C 1.5\n"});
 }
 
 TEST(Trace, lineOf511CharactersIsHandedOverWhole)

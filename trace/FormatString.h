@@ -8,7 +8,7 @@
 // The formatting itself, with a C variadic list; use formatString.
 std::wstring formatStringList(const wchar_t* format, ...);
 
-template <typename... Args> std::wstring formatString(std::wstring format, Args... args)
+template <typename... Args> std::wstring formatString(const std::wstring& format, Args... args)
 {
     static_assert((std::is_trivially_copyable_v<Args> && ...),
                   "pass text as a pointer (c_str()), never as a string object");

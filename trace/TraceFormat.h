@@ -61,7 +61,7 @@ constexpr Range functionName(const char* sig)
             break;
         }
     }
-    Range r {begin, i};
+    Range r{begin, i};
     // Anonymous namespaces are not part of the name a reader looks for.
     for (const char* anon : {"{anonymous}::", "`anonymous-namespace'::"}) {
         std::size_t len = 0;
@@ -78,7 +78,7 @@ constexpr Range functionName(const char* sig)
 template <std::size_t N>
 constexpr FixedText<N> makeFormat(const char* message, const char* signature, unsigned line)
 {
-    FixedText<N> out {};
+    FixedText<N> out{};
     std::size_t at = 0;
     for (; *message != '\0'; ++message) {
         out.text[at++] = *message;

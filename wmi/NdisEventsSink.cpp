@@ -28,7 +28,8 @@ HRESULT STDMETHODCALLTYPE NdisEventsSink::Indicate(LONG objectCount, IWbemClassO
         CIMTYPE type = 0;
         const HRESULT classRead = object->Get(L"__Class", 0, value.put(), &type, nullptr);
         if (FAILED(classRead)) {
-            ZT_TRACE(0, "[!] NdisEventSink: couldn't get '__Class' property -> %#x", static_cast<unsigned>(classRead));
+            ZT_TRACE(0, "[!] NdisEventSink: couldn't get '__Class' property -> %#x",
+                     static_cast<unsigned>(classRead));
             return classRead;
         }
         const std::wstring className = textOf(value);
@@ -56,8 +57,8 @@ void NdisEventsSink::dispatch_(const std::wstring& className, const std::wstring
     }
     if (className == L"MSNdis_StatusOperationalStatus") {
         variant status;
-        const HRESULT hr =
-            object->Get(L"NdisOperationalStatusStatusIndication", 0, status.put(), nullptr, nullptr);
+        const HRESULT hr
+            = object->Get(L"NdisOperationalStatusStatusIndication", 0, status.put(), nullptr, nullptr);
         ZT_TRACE(1, "NdisEventSink: operational status %S (hr = %#x)", variantToString(status).c_str(),
                  static_cast<unsigned>(hr));
         return;

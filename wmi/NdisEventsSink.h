@@ -11,12 +11,14 @@
 
 class NdisWmi;
 
+// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): only Release ends it
 class NdisEventsSink : public WbemSinkBase {
 public:
-    explicit NdisEventsSink(NdisWmi* owner) : owner_(owner) {}
+    explicit NdisEventsSink(NdisWmi* owner) : owner_(owner) { }
 
     HRESULT STDMETHODCALLTYPE Indicate(LONG objectCount, IWbemClassObject** objects) override;
-    HRESULT STDMETHODCALLTYPE SetStatus(LONG flags, HRESULT result, BSTR param, IWbemClassObject* object) override;
+    HRESULT STDMETHODCALLTYPE SetStatus(LONG flags, HRESULT result, BSTR param,
+                                        IWbemClassObject* object) override;
 
     // The owner is going: returns once no delivery is inside its handlers, and
     // no later delivery reads it. Not to be called from a handler.

@@ -16,7 +16,10 @@ HRESULT STDMETHODCALLTYPE WbemSinkBase::QueryInterface(REFIID iid, void** object
     return E_NOINTERFACE;
 }
 
-ULONG STDMETHODCALLTYPE WbemSinkBase::AddRef() { return static_cast<ULONG>(++refCount_); }
+ULONG STDMETHODCALLTYPE WbemSinkBase::AddRef()
+{
+    return static_cast<ULONG>(++refCount_);
+}
 
 ULONG STDMETHODCALLTYPE WbemSinkBase::Release()
 {

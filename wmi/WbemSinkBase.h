@@ -7,6 +7,7 @@
 
 #include "platform.h"
 
+// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): Release deletes derived sinks through this base
 class WbemSinkBase : public IWbemObjectSink {
 public:
     WbemSinkBase() = default;
@@ -17,7 +18,8 @@ public:
     ULONG STDMETHODCALLTYPE AddRef() override;
     ULONG STDMETHODCALLTYPE Release() override;
     HRESULT STDMETHODCALLTYPE Indicate(LONG objectCount, IWbemClassObject** objects) override;
-    HRESULT STDMETHODCALLTYPE SetStatus(LONG flags, HRESULT result, BSTR param, IWbemClassObject* object) override;
+    HRESULT STDMETHODCALLTYPE SetStatus(LONG flags, HRESULT result, BSTR param,
+                                        IWbemClassObject* object) override;
 
 protected:
     // Only Release ends the object.

@@ -16,7 +16,7 @@ bool isRefusedTag(VARTYPE vt)
 
 }  // namespace
 
-variant::variant() : v_()
+variant::variant() noexcept : v_()
 {
     VariantInit(&v_);
 }

@@ -9,7 +9,7 @@
 
 class variant {
 public:
-    variant();
+    variant() noexcept;
     variant(variant&& other) noexcept;
     variant& operator=(variant&& other) noexcept;
     variant(const variant&) = delete;

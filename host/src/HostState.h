@@ -61,8 +61,8 @@ struct State {
     int coSetProxyBlanketCalls = 0;
 
     // Automation memory: facts about the heap, so reset() leaves them alone.
-    std::atomic<long> liveBstrs {0};
-    std::atomic<long> liveSafeArrays {0};
+    std::atomic<long> liveBstrs{0};
+    std::atomic<long> liveSafeArrays{0};
 };
 
 State& state();

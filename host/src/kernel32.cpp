@@ -10,7 +10,7 @@
 
 namespace {
 thread_local DWORD lastError = 0;
-std::atomic<long> wideFormatterCallCount {0};
+std::atomic<long> wideFormatterCallCount{0};
 
 // The host's printf family reads %s as narrow text and %ls as wide; msvcrt's
 // wide formatter reads %s as wide and its narrow one reads %S as wide. Rewrite

@@ -51,7 +51,7 @@ thread_local ThreadApartment apartment;
 ThreadApartment& currentApartment(const host::State& s)
 {
     if (apartment.generation != s.comGeneration) {
-        apartment = ThreadApartment {s.comGeneration, 0, false};
+        apartment = ThreadApartment{s.comGeneration, 0, false};
     }
     return apartment;
 }

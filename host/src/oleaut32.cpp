@@ -121,7 +121,7 @@ BYTE* arrayBlock(SAFEARRAY* array)
 // bound array has one entry only.
 SAFEARRAYBOUND boundAt(const SAFEARRAYBOUND* stored, std::size_t index)
 {
-    SAFEARRAYBOUND bound {};
+    SAFEARRAYBOUND bound{};
     std::memcpy(&bound, reinterpret_cast<const BYTE*>(stored) + index * sizeof bound, sizeof bound);
     return bound;
 }
@@ -158,7 +158,7 @@ SAFEARRAY* allocateArray(USHORT dims, const SAFEARRAYBOUND* stored, ULONG elemen
         return nullptr;
     }
     const std::size_t descriptor = sizeof(SAFEARRAY) + (dims - 1U) * sizeof(SAFEARRAYBOUND);
-    const std::size_t dataOffset = (hiddenBytes + descriptor + 15U) & ~std::size_t {15U};
+    const std::size_t dataOffset = (hiddenBytes + descriptor + 15U) & ~std::size_t{15U};
     auto* block = static_cast<BYTE*>(std::calloc(1, dataOffset + count * elementBytes));
     if (block == nullptr) {
         return nullptr;
@@ -350,7 +350,7 @@ SAFEARRAY* SafeArrayCreateVector(VARTYPE type, LONG lowerBound, ULONG elements)
     if (size == 0) {
         return nullptr;
     }
-    const SAFEARRAYBOUND bound {elements, lowerBound};
+    const SAFEARRAYBOUND bound{elements, lowerBound};
     SAFEARRAY* array = allocateArray(1, &bound, size);
     if (array == nullptr) {
         return nullptr;

@@ -150,7 +150,7 @@ HDEVINFO deviceInfoSet()
 
 SP_DEVINFO_DATA makeDevice(DWORD devInst)
 {
-    SP_DEVINFO_DATA device {};
+    SP_DEVINFO_DATA device{};
     device.cbSize = sizeof device;
     device.DevInst = devInst;
     return device;
@@ -161,7 +161,7 @@ void setDeviceProperty(const SP_DEVINFO_DATA& device, const DEVPROPKEY& key, DEV
 {
     auto& s = state();
     const std::lock_guard<std::mutex> guard(s.lock);
-    s.properties[keyOf(device, key)] = StoredProperty {type, std::move(bytes)};
+    s.properties[keyOf(device, key)] = StoredProperty{type, std::move(bytes)};
 }
 
 namespace {
@@ -228,7 +228,7 @@ SP_ADDPROPERTYPAGE_DATA addPropertyPageData(const SP_DEVINFO_DATA& device)
 {
     auto& s = state();
     const std::lock_guard<std::mutex> guard(s.lock);
-    SP_ADDPROPERTYPAGE_DATA data {};
+    SP_ADDPROPERTYPAGE_DATA data{};
     const auto found = s.classInstallParams.find(device.DevInst);
     if (found != s.classInstallParams.end()) {
         std::memcpy(&data, found->second.data(), std::min(found->second.size(), sizeof data));

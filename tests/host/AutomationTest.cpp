@@ -17,7 +17,7 @@ std::uint32_t prefixOf(BSTR text)
 
 VARIANT holding(VARTYPE vt, void* pointer)
 {
-    VARIANT v {};
+    VARIANT v{};
     VariantInit(&v);
     v.vt = vt;
     v.byref = pointer;
@@ -194,7 +194,7 @@ TEST(SafeArray, vectorsHaveThePlatformsElementSizesAndFeatures)
         DWORD hidden = 0;  // where the platform keeps the type, right before the descriptor
         std::memcpy(&hidden, reinterpret_cast<const BYTE*>(array) - sizeof hidden, sizeof hidden);
         EXPECT_TRUE((c.features & FADF_HAVEIID) != 0 || hidden == c.vt) << c.vt;
-        const std::string zeros(std::size_t {3} * c.size, '\0');
+        const std::string zeros(std::size_t{3} * c.size, '\0');
         EXPECT_EQ(std::memcmp(array->pvData, zeros.data(), zeros.size()), 0) << c.vt;
         EXPECT_EQ(SafeArrayDestroy(array), S_OK);
     }

@@ -25,7 +25,7 @@ public:
     ULONG refs() const { return refs_; }
 
 private:
-    std::atomic<ULONG> refs_ {1};
+    std::atomic<ULONG> refs_{1};
 };
 
 class CountedFactory final : public IClassFactory {
@@ -55,7 +55,7 @@ public:
     CountedObject& product() { return product_; }
 
 private:
-    std::atomic<ULONG> refs_ {1};
-    std::atomic<int> created_ {0};
+    std::atomic<ULONG> refs_{1};
+    std::atomic<int> created_{0};
     CountedObject product_;
 };

@@ -74,7 +74,7 @@ TEST_F(ComRuntime, CoUninitialize_hookRunsOnlyAtTheBalancingCallWhileStillInitia
     CoUninitialize();
     EXPECT_TRUE(depthsSeen.empty());
     CoUninitialize();
-    EXPECT_EQ(depthsSeen, std::vector<int> {1});
+    EXPECT_EQ(depthsSeen, std::vector<int>{1});
     EXPECT_EQ(host::comInitDepth(), 0);
     CoUninitialize();
     EXPECT_EQ(depthsSeen.size(), 1U);
@@ -159,7 +159,7 @@ TEST_F(ComRuntime, CoCreateInstance_asksTheRegisteredFactoryOfAnInitialisedThrea
 TEST_F(ComRuntime, CoCreateInstance_racesWithRevokeSafely)
 {
     CountedFactory factory;
-    std::atomic<bool> stop {false};
+    std::atomic<bool> stop{false};
     std::thread creator([&factory, &stop] {
         CoInitializeEx(nullptr, COINIT_MULTITHREADED);
         while (!stop) {

@@ -66,7 +66,10 @@ inline bool operator==(const GUID& a, const GUID& b)
     }
     return true;
 }
-inline bool operator!=(const GUID& a, const GUID& b) { return !(a == b); }
+inline bool operator!=(const GUID& a, const GUID& b)
+{
+    return !(a == b);
+}
 using IID = GUID;
 using CLSID = GUID;
 using REFIID = const IID&;
@@ -100,4 +103,3 @@ constexpr DWORD DLL_PROCESS_DETACH = 0;
 constexpr DWORD DLL_PROCESS_ATTACH = 1;
 constexpr DWORD DLL_THREAD_ATTACH = 2;
 constexpr DWORD DLL_THREAD_DETACH = 3;
-

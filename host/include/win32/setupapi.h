@@ -67,4 +67,3 @@ BOOL SetupDiGetClassInstallParamsW(HDEVINFO set, PSP_DEVINFO_DATA device, PSP_CL
                                    DWORD paramsSize, PDWORD requiredSize);
 BOOL SetupDiSetClassInstallParamsW(HDEVINFO set, PSP_DEVINFO_DATA device, PSP_CLASSINSTALL_HEADER params,
                                    DWORD paramsSize);
-

@@ -1,0 +1,250 @@
+#include "wmi/WbemServices.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+
+#include "WmiFixture.h"
+#include "wmi/WbemSinkBase.h"
+
+namespace {
+
+using Messages = std::vector<std::string>;
+
+const std::wstring adapterPath = L"Test_Adapter.InstanceName=\"eth 0 #1\"";
+const HRESULT accessDenied = static_cast<HRESULT>(0x80070005);
+
+bool traced(const std::string& message)
+{
+    const auto messages = tracedMessages();
+    return std::find(messages.begin(), messages.end(), message) != messages.end();
+}
+
+class WbemServicesTest : public WmiFixture { };
+
+TEST_F(WbemServicesTest, oneConnectionPerThreadMadeAtTheFirstCall)
+{
+    onNewThread([&] {
+        WbemServices& first = threadWbemServices();
+        WbemServices& second = threadWbemServices();
+        EXPECT_EQ(&first, &second);
+        EXPECT_TRUE(first.isConnected());
+    });
+    EXPECT_EQ(host::coInitializeExCalls(), 1);
+    EXPECT_EQ(callsOf("ConnectServer"), 1);
+    EXPECT_EQ(host::coSetProxyBlanketCalls(), 1);
+    EXPECT_EQ(tracedMessages(), Messages{}) << "a sound connection traces nothing at level 0..3";
+}
+
+TEST_F(WbemServicesTest, eachThreadHasItsOwnConnectionEndedWithTheThreadBeforeCom)
+{
+    std::atomic<IWbemServices*> seen[2] = {};
+    std::atomic<int> ready{0};
+    auto body = [&](int i) {
+        seen[i] = threadWbemServices().get();
+        ++ready;
+        while (ready < 2) {
+            std::this_thread::yield();  // both connections alive together
+        }
+    };
+    std::thread a(body, 0);
+    std::thread b(body, 1);
+    a.join();
+    b.join();
+    EXPECT_NE(seen[0].load(), nullptr);
+    EXPECT_NE(seen[0].load(), seen[1].load());
+    EXPECT_EQ(callsOf("ConnectServer"), 2);
+
+    // At the thread's CoUninitialize its connection is already released.
+    long objectsAtUninitialize = -1;
+    host::onCoUninitialize([&] { objectsAtUninitialize = service_.references().liveObjects; });
+    onNewThread([&] { threadWbemServices().getObject(adapterPath); });
+    EXPECT_EQ(objectsAtUninitialize, 0);
+    EXPECT_EQ(host::coUninitializeCalls(), 3);
+}
+
+TEST_F(WbemServicesTest, comAlreadyInitialisedOnTheThread)
+{
+    struct Case {
+        const char* what;
+        DWORD model;
+        Messages lines;
+        int uninitializes;  // the test's own one, and the module's if it owes one
+    };
+    const Case cases[] = {
+        {"same apartment: S_FALSE, balanced", COINIT_MULTITHREADED, {}, 2},
+        {"other apartment: RPC_E_CHANGED_MODE",
+         COINIT_APARTMENTTHREADED,
+         {"/!\\ CoInitializeEx() failed w/status 0x80010106",
+          "Don't uninitialize COM since we didn't initialize it"},
+         1},
+    };
+    for (const auto& c : cases) {
+        host::clearDebugOutput();
+        const int before = host::coUninitializeCalls();
+        onNewThread([&] {
+            ASSERT_EQ(CoInitializeEx(nullptr, c.model), S_OK);
+            EXPECT_FALSE(threadWbemServices().getObject(adapterPath).isEmpty())
+                << c.what << ": the connection works in either apartment";
+            endThreadWbemServices();
+            CoUninitialize();
+        });
+        Messages comLines;
+        for (const auto& m : tracedMessages()) {
+            if (m.find("CoInitializeEx") != std::string::npos
+                || m.find("uninitialize COM") != std::string::npos) {
+                comLines.push_back(m);
+            }
+        }
+        EXPECT_EQ(comLines, c.lines) << c.what;
+        EXPECT_EQ(host::coUninitializeCalls() - before, c.uninitializes) << c.what;
+    }
+}
+
+TEST_F(WbemServicesTest, failedComInitialisationStillTriesToConnect)
+{
+    host::failCoInitializeEx(E_OUTOFMEMORY);
+    onNewThread([&] {
+        EXPECT_FALSE(threadWbemServices().isConnected());
+        EXPECT_EQ(threadWbemServices().getObject(adapterPath).isEmpty(), true);
+    });
+    EXPECT_EQ(tracedMessages(),
+              (Messages{
+                  "/!\\ CoInitializeEx() failed w/status 0x8007000e",
+                  "[!] Couldn't get WbemLocator",
+                  "[!] WbemServices: not initialized!",
+                  "Don't uninitialize COM since we didn't initialize it",
+              }));
+    EXPECT_EQ(host::coCreateInstanceCalls(), 1);
+    EXPECT_EQ(host::coUninitializeCalls(), 0);
+}
+
+TEST_F(WbemServicesTest, failedConnectionStaysFailedForTheThread)
+{
+    service_.injectFault(sim::Fault::on("ConnectServer", static_cast<HRESULT>(0x80041003)));
+    onNewThread([&] {
+        WbemServices& services = threadWbemServices();
+        EXPECT_TRUE(services.getObject(adapterPath).isEmpty());
+        WbemClassObject out;
+        EXPECT_EQ(services.execMethod(adapterPath, L"Reset", nullptr, &out), E_FAIL);
+        EXPECT_EQ(services.execNotificationQueryAsync(L"SELECT * FROM Test_Adapter", nullptr), E_FAIL);
+        EXPECT_FALSE(services.createInstance(L"Test_Adapter"));
+        EXPECT_FALSE(threadWbemServices().isConnected());
+    });
+    EXPECT_EQ(callsOf("ConnectServer"), 1) << "one attempt per thread";
+    EXPECT_EQ(tracedMessages(),
+              (Messages{
+                  "[!] Connect to namespace failed w/status 0x80041003",
+                  "[!] WbemServices: not initialized!",
+                  "[!] WbemServices: not initialized!",
+                  "[!] WbemServices: not initialized!",
+              }));
+}
+
+TEST_F(WbemServicesTest, connectionSurvivesSecurityAndBlanketFailures)
+{
+    host::failCoSetProxyBlanket(accessDenied);
+    onNewThread([] { threadWbemServices(); });
+    onNewThread([&] { EXPECT_FALSE(threadWbemServices().getObject(adapterPath).isEmpty()); });
+    const Messages expected{
+        "[!] set_proxy_blanket() failed w/status 0x80070005",
+        "[!] CoInitializeSecurity() failed w/status 0x80010119",  // the process's security is set by now
+        "[!] set_proxy_blanket() failed w/status 0x80070005",
+        "GetObject(Test_Adapter.InstanceName=\"eth 0 #1\") -> 0",
+    };
+    Messages lines;
+    for (const auto& m : tracedMessages()) {
+        if (m.rfind("property '", 0) != 0) {
+            lines.push_back(m);
+        }
+    }
+    EXPECT_EQ(lines, expected);
+}
+
+TEST_F(WbemServicesTest, noLocatorRegistered)
+{
+    registration_.revoke();
+    onNewThread([&] { EXPECT_FALSE(threadWbemServices().isConnected()); });
+    EXPECT_EQ(tracedMessages(), Messages{"[!] Couldn't get WbemLocator"});
+}
+
+TEST_F(WbemServicesTest, createInstanceSpawnsFromTheClassObject)
+{
+    onNewThread([&] {
+        WbemServices& services = threadWbemServices();
+        com_ptr<IWbemClassObject> instance = services.createInstance(L"Test_Adapter");
+        ASSERT_TRUE(instance);
+        host::clearDebugOutput();
+        service_.clearCalls();
+        EXPECT_FALSE(services.createInstance(L"Nope"));
+        EXPECT_EQ(callsOf("SpawnInstance"), 0);
+        service_.injectFault(sim::Fault::on("SpawnInstance", static_cast<HRESULT>(0x80041006)));
+        EXPECT_FALSE(services.createInstance(L"Test_Adapter"));
+    });
+    EXPECT_EQ(tracedMessages(),
+              (Messages{
+                  "/!\\ GetObject(Nope) class -> 0x80041010",
+                  "/!\\ SpawnInstance() of class Test_Adapter -> 0x80041006",
+              }));
+}
+
+TEST_F(WbemServicesTest, execMethodReplacesTheOutputOnlyOnSuccess)
+{
+    service_.onMethod(L"Test_Adapter", L"Probe",
+                      [](sim::MethodCall&) { return static_cast<HRESULT>(0x80041001); });
+    onNewThread([&] {
+        WbemServices& services = threadWbemServices();
+        const WbemClassObject input = services.getObject(L"Test_Adapter").getMethod(L"Reset");
+        variant level;
+        level = static_cast<std::int32_t>(3);
+        ASSERT_EQ(input.get()->Put(L"Level", 0, const_cast<VARIANT*>(&level.get()), 0), S_OK);
+        host::clearDebugOutput();
+
+        WbemClassObject out;
+        EXPECT_EQ(services.execMethod(adapterPath, L"Reset", input.get(), &out), S_OK);
+        EXPECT_EQ(variantToString(out[L"ReturnValue"]), L"3");
+        EXPECT_EQ(services.execMethod(adapterPath, L"Probe", nullptr, &out),
+                  static_cast<HRESULT>(0x80041001));
+        EXPECT_EQ(variantToString(out[L"ReturnValue"]), L"3") << "the earlier output stays";
+        EXPECT_EQ(services.execMethod(adapterPath, L"Reset", input.get(), nullptr), S_OK)
+            << "no output asked";
+    });
+    const auto messages = tracedMessages();
+    EXPECT_NE(std::find(messages.begin(), messages.end(),
+                        "ExecMethod(Test_Adapter.InstanceName=\"eth 0 #1\":Probe) -> 0x80041001"),
+              messages.end());
+}
+
+TEST_F(WbemServicesTest, notificationQueryKeepsTheSinkUntilCancelled)
+{
+    onNewThread([&] {
+        WbemServices& services = threadWbemServices();
+        auto* sink = new WbemSinkBase();
+        EXPECT_EQ(services.execNotificationQueryAsync(
+                      L"SELECT * FROM Test_Adapter WHERE InstanceName=\"eth 0 #1\"", sink),
+                  S_OK);
+        ASSERT_EQ(service_.subscriptions().size(), 1U);
+        EXPECT_EQ(service_.subscriptions()[0].instanceName.value_or(L"-"), L"eth 0 #1");
+        EXPECT_EQ(services.get()->CancelAsyncCall(sink), S_OK);
+        EXPECT_TRUE(service_.subscriptions().empty());
+        EXPECT_EQ(sink->Release(), 0U) << "the service gave its reference back";
+    });
+    EXPECT_TRUE(traced(
+        "ExecNotificationQueryAsync(SELECT * FROM Test_Adapter WHERE InstanceName=\"eth 0 #1\") -> 0"));
+}
+
+TEST_F(WbemServicesTest, endingTheThreadsConnectionEarlyReleasesItNow)
+{
+    onNewThread([&] {
+        threadWbemServices().getObject(adapterPath);
+        endThreadWbemServices();
+        EXPECT_EQ(service_.references().liveObjects, 0);
+        EXPECT_EQ(host::comInitDepth(), 0);
+        EXPECT_TRUE(threadWbemServices().isConnected()) << "a later use starts afresh";
+    });
+    EXPECT_EQ(callsOf("ConnectServer"), 2);
+    EXPECT_EQ(host::coUninitializeCalls(), 2);
+}
+
+}  // namespace
