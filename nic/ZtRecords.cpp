@@ -1,0 +1,42 @@
+#include "nic/ZtFwVersion.h"
+#include "nic/ZtPairInfo.h"
+#include "nic/ZtThermalInfo.h"
+#include "trace/FormatString.h"
+#include "trace/Trace.h"
+
+std::wstring ZtFwVersion::toString() const
+{
+    return formatString(L"%u.%u.%u", static_cast<unsigned>(major), static_cast<unsigned>(minor),
+                        static_cast<unsigned>(revision));
+}
+
+ZtThermalInfo::ZtThermalInfo(std::uint8_t flagsValue, std::int32_t phyRaw, std::int32_t macRaw)
+    : flags(flagsValue)
+{
+    if ((flags & phyValid) != 0) {
+        phyTemperature = static_cast<double>(phyRaw) / 100.0;
+    }
+    if ((flags & macValid) != 0) {
+        macTemperature = static_cast<double>(macRaw) / 100.0;
+    }
+    ZT_TRACE(3,
+             "got temperature information: PHY %g\xB0"
+             "C, MAC %g\xB0"
+             "C",
+             phyTemperature, macTemperature);
+}
+
+ZtPairInfo::ZtPairInfo(std::int32_t index, std::uint32_t word)
+    : pairIndex(index),
+      status(static_cast<std::uint8_t>(word)),
+      distance(static_cast<std::uint8_t>(word >> 8)),
+      farthestDistance(static_cast<std::uint8_t>(word >> 16)),
+      reserved(static_cast<std::uint8_t>(word >> 24))
+{
+}
+
+std::wstring ZtPairInfo::pairName() const
+{
+    static const wchar_t* const pairLetters[] = {L"A", L"B", L"C", L"D"};
+    return pairIndex >= 0 && pairIndex < 4 ? pairLetters[pairIndex] : L"<unknown>";
+}
