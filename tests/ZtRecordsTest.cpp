@@ -1,0 +1,124 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cmath>
+#include <thread>
+
+#include "TraceCapture.h"
+#include "nic/CallbackRegistry.h"
+#include "nic/ZtFwVersion.h"
+#include "nic/ZtPairInfo.h"
+#include "nic/ZtThermalInfo.h"
+
+namespace {
+
+TEST(ZtThermalInfo, flagsSayWhichTemperatureIsValid)
+{
+    const double inf = INFINITY;
+    struct Case {
+        std::uint8_t flags;
+        std::int32_t phy;
+        std::int32_t mac;
+        double phyExpected;
+        double macExpected;
+        const char* line;
+    };
+    const Case cases[] = {
+        {12, 5123, -250, 51.23, -2.5,
+         "got temperature information: PHY 51.23\xB0"
+         "C, MAC -2.5\xB0"
+         "C"},
+        {4, 4000, 4100, 40.0, inf,
+         "got temperature information: PHY 40\xB0"
+         "C, MAC inf\xB0"
+         "C"},
+        {8, 4000, 4100, inf, 41.0,
+         "got temperature information: PHY inf\xB0"
+         "C, MAC 41\xB0"
+         "C"},
+        {0, 4000, 4100, inf, inf,
+         "got temperature information: PHY inf\xB0"
+         "C, MAC inf\xB0"
+         "C"},
+        {255, 0, 1, 0.0, 0.01,
+         "got temperature information: PHY 0\xB0"
+         "C, MAC 0.01\xB0"
+         "C"},
+    };
+    for (const auto& c : cases) {
+        TraceAll capture;
+        const ZtThermalInfo info(c.flags, c.phy, c.mac);
+        EXPECT_EQ(info.flags, c.flags);
+        EXPECT_DOUBLE_EQ(info.phyTemperature, c.phyExpected) << int(c.flags);
+        EXPECT_DOUBLE_EQ(info.macTemperature, c.macExpected) << int(c.flags);
+        EXPECT_EQ(tracedMessages(), std::vector<std::string>{c.line});
+    }
+    const ZtThermalInfo unknown;
+    EXPECT_EQ(unknown.flags, 0);
+    EXPECT_TRUE(std::isinf(unknown.phyTemperature) && unknown.phyTemperature > 0);
+    EXPECT_TRUE(std::isinf(unknown.macTemperature) && unknown.macTemperature > 0);
+}
+
+TEST(ZtPairInfo, theWordsBytesLowestFirst)
+{
+    const ZtPairInfo pair(1, 0x00120301U);
+    EXPECT_EQ(pair.status, 1);
+    EXPECT_EQ(pair.distance, 3);
+    EXPECT_EQ(pair.farthestDistance, 18);
+    EXPECT_EQ(pair.reserved, 0);
+    EXPECT_EQ(ZtPairInfo(3, 0xFF000000U).reserved, 0xFF);
+    const wchar_t* const names[] = {L"<unknown>", L"A", L"B", L"C", L"D", L"<unknown>"};
+    for (int index = -1; index <= 4; ++index) {
+        EXPECT_EQ(ZtPairInfo(index, 0).pairName(), names[index + 1]) << index;
+    }
+}
+
+TEST(ZtFwVersion, textAndPackedNumber)
+{
+    const ZtFwVersion version{1, 5, 4660};
+    EXPECT_EQ(version.toString(), L"1.5.4660");
+    EXPECT_EQ(version.packed(), 0x01051234U);
+    EXPECT_EQ(ZtFwVersion{}.toString(), L"0.0.0");
+}
+
+TEST(CallbackRegistry, keysAreOwnedByTheirFirstSubscriber)
+{
+    CallbackRegistry<int> registry;
+    std::vector<std::string> calls;
+    EXPECT_TRUE(registry.add(L"a", [&](int v) { calls.push_back("a" + std::to_string(v)); }));
+    EXPECT_FALSE(registry.add(L"a", [&](int v) { calls.push_back("second" + std::to_string(v)); }));
+    EXPECT_TRUE(registry.add(L"b", [&](int v) { calls.push_back("b" + std::to_string(v)); }));
+    registry.notify(1);
+    std::sort(calls.begin(), calls.end());
+    EXPECT_EQ(calls, (std::vector<std::string>{"a1", "b1"}));
+    EXPECT_TRUE(registry.remove(L"a"));
+    EXPECT_FALSE(registry.remove(L"a"));
+    calls.clear();
+    registry.notify(2);
+    EXPECT_EQ(calls, std::vector<std::string>{"b2"});
+}
+
+TEST(CallbackRegistry, removedSubscriberIsNeverCalledAgain)
+{
+    // A subscriber's state dies right after remove(): notify on another thread
+    // must not call into it from then on.
+    CallbackRegistry<int> registry;
+    std::atomic<bool> stop{false};
+    std::thread notifier([&] {
+        while (!stop) {
+            registry.notify(1);
+        }
+    });
+    for (int round = 0; round < 200; ++round) {
+        auto alive = std::make_unique<std::atomic<int>>(0);
+        auto* state = alive.get();
+        registry.add(L"page", [state](int v) { state->fetch_add(v); });
+        std::this_thread::yield();
+        registry.remove(L"page");
+        alive.reset();  // a call after remove() would touch freed memory (ASan)
+    }
+    stop = true;
+    notifier.join();
+}
+
+}  // namespace
