@@ -248,3 +248,27 @@ TEST_F(WbemServicesTest, endingTheThreadsConnectionEarlyReleasesItNow)
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(WbemServicesTest, borrowedThreadEndsOnlyTheConnectionItsScopeMade)
+{
+    onNewThread([&] {
+        {
+            const BorrowedThreadScope borrowed;
+            EXPECT_FALSE(threadWbemServices().getObject(adapterPath).isEmpty());
+        }
+        EXPECT_EQ(service_.references().liveObjects, 0) << "ended with the scope";
+        EXPECT_EQ(host::comInitDepth(), 0);
+
+        WbemServices& own = threadWbemServices();
+        {
+            const BorrowedThreadScope borrowed;
+            EXPECT_EQ(&threadWbemServices(), &own);
+        }
+        EXPECT_TRUE(own.isConnected()) << "a connection the thread had before stays";
+    });
+    EXPECT_EQ(callsOf("ConnectServer"), 2);
+}
+
+}  // namespace

@@ -2,6 +2,7 @@
 
 #include "ndis/NdisWmi.h"
 #include "trace/Trace.h"
+#include "wmi/WbemServices.h"
 #include "wmi/variant.h"
 
 namespace {
@@ -19,6 +20,9 @@ HRESULT STDMETHODCALLTYPE NdisEventsSink::Indicate(LONG objectCount, IWbemClassO
     if (objectCount < 1 || objects == nullptr) {
         return WBEM_S_NO_ERROR;
     }
+    // The handlers may query the service on this thread, which belongs to the
+    // service: their connection ends with this delivery.
+    const BorrowedThreadScope borrowed;
     for (LONG i = 0; i < objectCount; ++i) {
         IWbemClassObject* object = objects[i];
         if (object == nullptr) {

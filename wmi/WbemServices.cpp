@@ -136,3 +136,14 @@ void endThreadWbemServices()
 {
     threadContext.reset();
 }
+
+BorrowedThreadScope::BorrowedThreadScope() : hadConnection_(threadContext.has_value())
+{
+}
+
+BorrowedThreadScope::~BorrowedThreadScope()
+{
+    if (!hadConnection_) {
+        endThreadWbemServices();
+    }
+}

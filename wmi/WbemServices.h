@@ -44,3 +44,17 @@ WbemServices& threadWbemServices();
 // rather than in thread-exit destructors. Threads the module starts call this
 // before they return; a later threadWbemServices() starts afresh.
 void endThreadWbemServices();
+
+// For work on a thread the module doesn't own (the service's delivery
+// threads): a connection this scope's work made is ended when the scope ends,
+// so it isn't left to that thread's exit. One the thread had before stays.
+class BorrowedThreadScope {
+public:
+    BorrowedThreadScope();
+    BorrowedThreadScope(const BorrowedThreadScope&) = delete;
+    BorrowedThreadScope& operator=(const BorrowedThreadScope&) = delete;
+    ~BorrowedThreadScope();
+
+private:
+    bool hadConnection_;
+};
