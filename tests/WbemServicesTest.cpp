@@ -12,7 +12,7 @@ namespace {
 
 using Messages = std::vector<std::string>;
 
-const std::wstring adapterPath = L"Test_Adapter.InstanceName=\"eth 0 #1\"";
+const wchar_t* const adapterPath = L"Test_Adapter.InstanceName=\"eth 0 #1\"";
 const HRESULT accessDenied = static_cast<HRESULT>(0x80070005);
 
 bool traced(const std::string& message)
