@@ -1,5 +1,6 @@
 #include "ClassObject.h"
 
+#include <algorithm>
 #include <new>
 
 #include "Coercion.h"
@@ -39,7 +40,9 @@ Value textOrNull(const std::optional<std::wstring>& text)
 }  // namespace
 
 ClassObject::ClassObject(std::shared_ptr<ServiceCore> core, State state)
-    : ComObject(std::move(core), ObjectKind::classObject, describe(state)), state_(std::move(state))
+    : ComObject(std::move(core), ObjectKind::classObject, describe(state)),
+      delivery_(state.delivery),
+      state_(std::move(state))
 {
 }
 
@@ -111,8 +114,17 @@ std::vector<ClassObject::Property> ClassObject::systemProperties_() const
     };
 }
 
+bool ClassObject::isHidden_(const std::wstring& name) const
+{
+    return std::any_of(state_.hidden.begin(), state_.hidden.end(),
+                       [&](const std::wstring& hidden) { return equalsNoCase(hidden, name); });
+}
+
 std::optional<ClassObject::Property> ClassObject::find_(const std::wstring& name) const
 {
+    if (isHidden_(name)) {
+        return std::nullopt;
+    }
     if (isSystemName(name)) {
         for (Property& property : systemProperties_()) {
             if (equalsNoCase(property.name, name)) {
@@ -151,7 +163,9 @@ std::optional<std::vector<std::wstring>> ClassObject::names_(LONG flags) const
     std::vector<std::wstring> names;
     if (system) {
         for (const Property& property : systemProperties_()) {
-            names.push_back(property.name);
+            if (!isHidden_(property.name)) {
+                names.push_back(property.name);
+            }
         }
     }
     if (local) {
@@ -170,6 +184,14 @@ std::wstring ClassObject::instanceText_() const
 HRESULT STDMETHODCALLTYPE ClassObject::Get(LPCWSTR name, LONG flags, VARIANT* value, CIMTYPE* type,
                                            LONG* flavor)
 {
+    if (delivery_ != 0) {
+        // An event object read inside Indicate: where HoldPoint::insideIndicate waits.
+        try {
+            core().events().onEventObjectRead(delivery_);
+        } catch (...) {
+            (void)0;  // a hold that couldn't wait doesn't fail the read
+        }
+    }
     const std::lock_guard<std::mutex> guard(lock_);
     const std::wstring asked = name != nullptr ? name : L"";
     const CallInfo info{"Get", state_.className, state_.className + L"." + asked, instanceText_()};
@@ -370,8 +392,8 @@ HRESULT STDMETHODCALLTYPE ClassObject::SpawnInstance(LONG flags, IWbemClassObjec
             return codes::invalidParameter;
         }
         // Real WMI spawns from a class; from an instance the sim spawns from its values.
-        State spawned{state_.className,  Genus::instance, state_.slots,
-                      state_.definition, std::nullopt,    false};
+        State spawned{state_.className, Genus::instance, state_.slots,  state_.definition,
+                      std::nullopt,     false,           state_.hidden, 0};
         *newInstance = create(sharedCore(), std::move(spawned));
         return S_OK;
     });
@@ -402,8 +424,14 @@ HRESULT STDMETHODCALLTYPE ClassObject::GetMethod(LPCWSTR name, LONG flags, IWbem
             if (parameters.empty()) {
                 return nullptr;
             }
-            State state{L"__PARAMETERS", Genus::classDefinition, parameterSlots(parameters),
-                        nullptr,         std::nullopt,           false};
+            State state{L"__PARAMETERS",
+                        Genus::classDefinition,
+                        parameterSlots(parameters),
+                        nullptr,
+                        std::nullopt,
+                        false,
+                        {},
+                        0};
             return create(sharedCore(), std::move(state));
         };
         IWbemClassObject* in = inSignature != nullptr ? signature(method->in) : nullptr;

@@ -3,6 +3,7 @@
 // the properties, as real WMI objects are.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -30,6 +31,8 @@ public:
         std::shared_ptr<const ClassDef> definition;  // the methods; null for parameters
         std::optional<std::wstring> key;  // the instance name it was read as
         bool fromService = false;  // has __SERVER, __NAMESPACE, __PATH
+        std::vector<std::wstring> hidden;  // names it lacks, system ones included
+        std::uint64_t delivery = 0;  // the event delivery it was made for; 0: none
     };
 
     // A new object with one reference for the caller.
@@ -85,11 +88,13 @@ private:
     // Caller holds lock_.
     std::vector<Property> systemProperties_() const;
     std::optional<Property> find_(const std::wstring& name) const;
+    bool isHidden_(const std::wstring& name) const;
     std::optional<std::vector<std::wstring>> names_(LONG flags) const;
     std::optional<std::wstring> relativePath_() const;
     std::wstring instanceText_() const;
     HRESULT unsupported_(const char* call);
 
+    const std::uint64_t delivery_;  // copied out of state_: read without the lock
     mutable std::mutex lock_;
     State state_;
     std::optional<std::vector<std::wstring>> enumeration_;  // names left, from BeginEnumeration

@@ -23,6 +23,8 @@ constexpr HRESULT invalidQueryType = static_cast<HRESULT>(WBEM_E_INVALID_QUERY_T
 constexpr HRESULT invalidMethod = static_cast<HRESULT>(WBEM_E_INVALID_METHOD);
 constexpr HRESULT invalidObjectPath = static_cast<HRESULT>(WBEM_E_INVALID_OBJECT_PATH);
 constexpr HRESULT shuttingDown = static_cast<HRESULT>(WBEM_E_SHUTTING_DOWN);
+constexpr HRESULT callCancelled = static_cast<HRESULT>(WBEM_E_CALL_CANCELLED);
+constexpr HRESULT invalidMethodParameters = static_cast<HRESULT>(WBEM_E_INVALID_METHOD_PARAMETERS);
 constexpr HRESULT unexpected = static_cast<HRESULT>(0x8004101D);  // WBEM_E_UNEXPECTED
 constexpr HRESULT readOnly = static_cast<HRESULT>(0x80041023);  // WBEM_E_READ_ONLY
 

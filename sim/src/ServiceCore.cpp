@@ -244,54 +244,13 @@ std::uint64_t ServiceCore::newConnectionId()
     return nextConnection_++;
 }
 
-bool ServiceCore::subscribe(Subscription subscription)
-{
-    const std::lock_guard<std::mutex> guard(lock_);
-    if (shutDown_) {
-        return false;
-    }
-    subscriptions_.push_back(std::move(subscription));
-    return true;
-}
-
-std::vector<Subscription> ServiceCore::unsubscribe(std::uint64_t connection, IWbemObjectSink* sink)
-{
-    const std::lock_guard<std::mutex> guard(lock_);
-    std::vector<Subscription> removed;
-    auto kept = subscriptions_.begin();
-    for (auto& subscription : subscriptions_) {
-        if (subscription.connection == connection && subscription.sink == sink) {
-            removed.push_back(std::move(subscription));
-        } else {
-            *kept++ = std::move(subscription);
-        }
-    }
-    subscriptions_.erase(kept, subscriptions_.end());
-    return removed;
-}
-
-std::vector<SubscriptionInfo> ServiceCore::subscriptions() const
-{
-    const std::lock_guard<std::mutex> guard(lock_);
-    std::vector<SubscriptionInfo> infos;
-    for (const Subscription& subscription : subscriptions_) {
-        infos.push_back({subscription.connection, subscription.className, subscription.instanceName});
-    }
-    return infos;
-}
-
 void ServiceCore::shutdown()
 {
-    std::vector<Subscription> held;
     {
         const std::lock_guard<std::mutex> guard(lock_);
         shutDown_ = true;
-        held.swap(subscriptions_);
     }
-    // Outside the lock: a sink's Release may call back into the service.
-    for (const Subscription& subscription : held) {
-        subscription.sink->Release();
-    }
+    events_.shutdown();
 }
 
 // ---- Objects --------------------------------------------------------------------
@@ -306,6 +265,26 @@ IWbemClassObject* ServiceCore::embeddedObject_(const Object& object)
         state.slots = defaultSlots(*state.definition);
     }
     applyValues(state.slots, object.values);
+    return ClassObject::create(shared_from_this(), std::move(state));
+}
+
+IWbemClassObject* ServiceCore::eventObject(const EventObject& object, std::uint64_t delivery)
+{
+    // Events have no path (no definition in the state) and lack what `missing` names.
+    ClassObject::State state;
+    state.className = object.className;
+    if (const auto definition = findClass(object.className)) {
+        state.className = definition->name();
+        state.slots = defaultSlots(*definition);
+    }
+    applyValues(state.slots, object.values);
+    for (const std::wstring& name : object.missing) {
+        if (const Slot* slot = findSlot(state.slots, name)) {
+            state.slots.erase(state.slots.begin() + (slot - state.slots.data()));
+        }
+    }
+    state.hidden = object.missing;
+    state.delivery = delivery;
     return ClassObject::create(shared_from_this(), std::move(state));
 }
 

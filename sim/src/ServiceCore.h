@@ -1,6 +1,6 @@
 // Internal: the state one WmiService and all the COM objects it handed out
-// share: the model, handlers, faults, latency, call log, subscriptions and the
-// reference tracker, behind one lock (the tracker has its own).
+// share: the model, handlers, faults, latency and call log behind one lock; the
+// reference tracker and the event hub (subscriptions, delivery) have their own.
 #pragma once
 
 #include <chrono>
@@ -16,6 +16,7 @@
 
 #include "Codes.h"
 #include "ComObject.h"
+#include "EventHub.h"
 #include "Model.h"
 #include "Text.h"
 #include "platform.h"
@@ -33,13 +34,6 @@ struct CallInfo {
     std::wstring target;
     std::wstring instance;
     bool needsService = false;  // refused with WBEM_E_SHUTTING_DOWN after shutdown
-};
-
-struct Subscription {
-    std::uint64_t connection;
-    std::wstring className;
-    std::optional<std::wstring> instanceName;
-    IWbemObjectSink* sink;  // one reference, the subscription's
 };
 
 class ServiceCore : public std::enable_shared_from_this<ServiceCore> {
@@ -83,27 +77,27 @@ public:
         return result;
     }
 
+    // Logs a call the service made itself (e.g. SetStatus on a sink).
+    void log(const CallInfo& info, HRESULT result) noexcept { record_(info, result); }
+
     void injectFault(Fault fault);
     void clearFaults();
     void setLatency(const std::string& call, std::chrono::milliseconds delay);
     std::vector<CallRecord> calls() const;
     void clearCalls();
 
-    // ---- Subscriptions ------------------------------------------------------
+    // ---- Subscriptions and events -------------------------------------------
     std::uint64_t newConnectionId();
-    // False after shutdown; the caller then keeps its sink reference.
-    bool subscribe(Subscription subscription);
-    // The sinks of the connection's subscriptions with `sink`, taken out; the
-    // caller releases them outside the lock.
-    std::vector<Subscription> unsubscribe(std::uint64_t connection, IWbemObjectSink* sink);
-    std::vector<SubscriptionInfo> subscriptions() const;
-    // Marks the service shut down and releases every sink it held.
+    EventHub& events() { return events_; }
+    // Later calls answer WBEM_E_SHUTTING_DOWN; then the hub shuts down.
     void shutdown();
 
     // ---- Objects ------------------------------------------------------------
     Tracker& tracker() { return tracker_; }
     // The VARIANT a client gets for `value`: a copy, or new objects for embedded ones.
     HRESULT toVariant(const Value& value, VARIANT* out);
+    // A new object of delivery `delivery` (one reference for the caller).
+    IWbemClassObject* eventObject(const EventObject& object, std::uint64_t delivery);
 
 private:
     struct Instance {
@@ -133,10 +127,10 @@ private:
     std::vector<FaultState> faults_;
     std::map<std::string, std::chrono::milliseconds> latency_;
     std::vector<CallRecord> log_;
-    std::vector<Subscription> subscriptions_;
     std::uint64_t nextConnection_ = 1;
     bool shutDown_ = false;
     Tracker tracker_;
+    EventHub events_{*this};  // last: its threads use the members above until it is gone
 };
 
 }  // namespace sim

@@ -206,12 +206,9 @@ HRESULT STDMETHODCALLTYPE Services::ExecMethod(const BSTR objectPath, const BSTR
             return result;
         }
         if (outParams != nullptr && (!method->out.empty() || !call.out.empty())) {
-            ClassObject::State state{L"__PARAMETERS",
-                                     ClassObject::Genus::instance,
-                                     parameterSlots(method->out),
-                                     nullptr,
-                                     std::nullopt,
-                                     false};
+            ClassObject::State state;
+            state.className = L"__PARAMETERS";
+            state.slots = parameterSlots(method->out);
             applyValues(state.slots, call.out);
             *outParams = ClassObject::create(sharedCore(), std::move(state));
         }
@@ -244,7 +241,8 @@ HRESULT STDMETHODCALLTYPE Services::ExecNotificationQueryAsync(const BSTR queryL
         responseHandler->AddRef();
         bool held = false;
         try {
-            held = core().subscribe({connection_, definition->name(), parsed->instanceName, responseHandler});
+            held = core().events().subscribe(
+                {connection_, definition->name(), parsed->instanceName, responseHandler});
         } catch (...) {
             responseHandler->Release();
             throw;
@@ -259,18 +257,18 @@ HRESULT STDMETHODCALLTYPE Services::ExecNotificationQueryAsync(const BSTR queryL
 
 HRESULT STDMETHODCALLTYPE Services::CancelAsyncCall(IWbemObjectSink* sink)
 {
-    std::vector<Subscription> removed;
+    EventHub::EntryList ended;
     const HRESULT result = core().serve(CallInfo{"CancelAsyncCall", L"", L"", L"", true}, [&]() -> HRESULT {
         if (sink == nullptr) {
             return codes::invalidParameter;
         }
-        removed = core().unsubscribe(connection_, sink);
-        return removed.empty() ? codes::notFound : S_OK;
+        bool found = false;
+        ended = core().events().cancel(connection_, sink, found);
+        return found ? S_OK : codes::notFound;
     });
-    // The subscriptions' references go outside every lock of the service.
-    for (const Subscription& subscription : removed) {
-        subscription.sink->Release();
-    }
+    // SetStatus and the subscriptions' references go outside every lock of the
+    // service; those with a delivery still in Indicate end when it returns.
+    core().events().finish(ended);
     return result;
 }
 

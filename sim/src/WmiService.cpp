@@ -1,7 +1,10 @@
 #include "sim/WmiService.h"
 
+#include <stdexcept>
+
 #include "ServiceCore.h"
 #include "Services.h"
+#include "Text.h"
 
 namespace sim {
 
@@ -90,7 +93,45 @@ std::vector<std::string> WmiService::liveObjects() const
 
 std::vector<SubscriptionInfo> WmiService::subscriptions() const
 {
-    return core_->subscriptions();
+    return core_->events().subscriptions();
+}
+
+std::shared_future<DeliveryReport> WmiService::fire(const Event& event)
+{
+    if (!core_->findClass(event.className)) {
+        throw std::invalid_argument("no such event class: " + narrow(event.className));
+    }
+    return core_->events().fire(event);
+}
+
+bool WmiService::drain(std::chrono::milliseconds timeout) const
+{
+    return core_->events().drain(timeout);
+}
+
+void WmiService::holdDeliveries(HoldPoint point)
+{
+    core_->events().hold(point);
+}
+
+void WmiService::releaseDeliveries()
+{
+    core_->events().release();
+}
+
+bool WmiService::waitForHeld(std::size_t count, std::chrono::milliseconds timeout) const
+{
+    return core_->events().waitForHeld(count, timeout);
+}
+
+bool WmiService::waitForInIndicate(std::size_t count, std::chrono::milliseconds timeout) const
+{
+    return core_->events().waitForInIndicate(count, timeout);
+}
+
+DeliveryCounts WmiService::deliveryCounts() const
+{
+    return core_->events().counts();
 }
 
 IClassFactory* WmiService::createLocatorFactory()

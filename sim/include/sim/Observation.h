@@ -33,11 +33,13 @@ struct ReferenceCounts {
     long factoryReferences = 0;
 };
 
-// An event subscription the service holds a sink for.
+// An event subscription the service holds a sink for (cancelled ones are not listed).
 struct SubscriptionInfo {
     std::uint64_t connection;  // the IWbemServices object it was made on
     std::wstring className;
     std::optional<std::wstring> instanceName;  // the WHERE InstanceName="..." filter
+    std::uint64_t id = 0;  // unique in the service, in the order subscriptions were made
+    std::uint64_t indications = 0;  // its Indicate calls that have returned
 };
 
 }  // namespace sim
