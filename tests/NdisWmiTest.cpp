@@ -1,0 +1,527 @@
+#include "ndis/NdisWmi.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cwchar>
+#include <mutex>
+
+#include "WmiFixture.h"
+#include "sim/Ndis.h"
+#include "wmi/WbemServices.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using Messages = std::vector<std::string>;
+
+const wchar_t* const adapter = L"ZT 10G Network Adapter #2";
+
+// What the monitor's callbacks saw, from any thread.
+struct Seen {
+    std::mutex lock;
+    std::vector<std::wstring> events;
+    void add(std::wstring text)
+    {
+        const std::lock_guard<std::mutex> guard(lock);
+        events.push_back(std::move(text));
+    }
+    std::vector<std::wstring> get()
+    {
+        const std::lock_guard<std::mutex> guard(lock);
+        return events;
+    }
+};
+
+void bind(NdisWmi& monitor, Seen& seen)
+{
+    monitor.bindCallbacks([&](const std::wstring& name) { seen.add(L"arrived " + name); },
+                          [&](const std::wstring& name) { seen.add(L"removed " + name); },
+                          [&](const std::wstring& name, MediaConnectState state) {
+                              seen.add(L"media " + name + L" " + std::to_wstring(static_cast<int>(state)));
+                          });
+}
+
+sim::Value rawText(const wchar_t* text)
+{
+    VARIANT v{};
+    v.vt = VT_BSTR;
+    v.bstrVal = SysAllocString(text);
+    sim::Value value = sim::Value::raw(v);
+    VariantClear(&v);
+    return value;
+}
+
+sim::Value rawInt(LONG number)
+{
+    VARIANT v{};
+    v.vt = VT_I4;
+    v.lVal = number;
+    return sim::Value::raw(v);
+}
+
+class NdisWmiTest : public WmiFixture {
+protected:
+    std::optional<sim::NdisProvider> ndis_;
+
+    void SetUp() override
+    {
+        WmiFixture::SetUp();
+        ndis_.emplace(service_);
+        ndis_->addAdapter(adapter);
+        host::clearDebugOutput();
+    }
+    void TearDown() override
+    {
+        EXPECT_TRUE(service_.drain(10s));
+        WmiFixture::TearDown();
+    }
+
+    // The link state query answers `linkState` properties as given.
+    void answerLinkState(sim::PropertyValues linkState)
+    {
+        service_.onMethod(L"MSNdis_LinkState", L"WmiQueryLinkState", [linkState](sim::MethodCall& call) {
+            call.setOutput(L"LinkState", sim::Value::object({L"MSNdis_LinkStateData", linkState}));
+            return S_OK;
+        });
+    }
+    std::vector<std::wstring> queries() const
+    {
+        std::vector<std::wstring> texts;
+        for (const auto& call : service_.calls()) {
+            if (call.call == "ExecNotificationQueryAsync") {
+                texts.push_back(call.target);
+            }
+        }
+        return texts;
+    }
+};
+
+TEST_F(NdisWmiTest, subscribesToTheFourEventClassesOfItsAdapter)
+{
+    const std::wstring quoted = L"Lab \"uplink\" \\ #3";
+    struct Case {
+        std::wstring instance;
+        std::wstring where;
+    };
+    const Case cases[] = {
+        {adapter, L" WHERE InstanceName=\"ZT 10G Network Adapter #2\""},
+        {quoted, L" WHERE InstanceName=\"Lab \"uplink\" \\ #3\""},
+        {L"", L""},
+    };
+    for (const auto& c : cases) {
+        service_.clearCalls();
+        onNewThread([&] { const NdisWmi monitor(c.instance.c_str()); });
+        const std::vector<std::wstring> expected = {
+            L"SELECT * FROM MSNdis_NotifyAdapterArrival" + c.where,
+            L"SELECT * FROM MSNdis_NotifyAdapterRemoval" + c.where,
+            L"SELECT * FROM MSNdis_StatusMediaConnect" + c.where,
+            L"SELECT * FROM MSNdis_StatusMediaDisconnect" + c.where,
+        };
+        EXPECT_EQ(queries(), expected);
+        EXPECT_EQ(callsOf("CancelAsyncCall"), 1) << "one cancel ends all four";
+        EXPECT_TRUE(service_.subscriptions().empty());
+    }
+}
+
+TEST_F(NdisWmiTest, aFailedRegistrationIsTracedAndTheOthersGoOn)
+{
+    service_.injectFault(
+        sim::Fault::on("ExecNotificationQueryAsync", static_cast<HRESULT>(0x80041010)).onlyCall(2));
+    onNewThread([&] {
+        const NdisWmi monitor(adapter);
+        EXPECT_EQ(service_.subscriptions().size(), 3U);
+    });
+    EXPECT_EQ(callsOf("ExecNotificationQueryAsync"), 4);
+    Messages failures;
+    for (const auto& m : tracedMessages()) {
+        if (m.rfind("[!]", 0) == 0) {
+            failures.push_back(m);
+        }
+    }
+    EXPECT_EQ(
+        failures,
+        Messages{"[!] NdisWmi: register 'MSNdis_NotifyAdapterRemoval' notification failed -> 0x80041010"});
+}
+
+TEST_F(NdisWmiTest, linkStateQuerySendsTheFixedRecordsInOrder)
+{
+    ndis_->setLinkState(adapter,
+                        {sim::ndis::mediaConnected, sim::ndis::duplexFull, 2500000000ULL, 2500000000ULL});
+    onNewThread([&] {
+        const NdisWmi monitor(adapter);
+        service_.clearCalls();
+        EXPECT_EQ(monitor.linkSpeed(), 2500000000ULL);
+    });
+    std::vector<std::wstring> order;
+    for (const auto& call : service_.calls()) {
+        if (call.call == "Put" || call.call == "GetObject" || call.call == "ExecMethod"
+            || call.call == "GetMethod") {
+            order.push_back(std::wstring(call.call.begin(), call.call.end()) + L" " + call.target);
+        }
+    }
+    const std::vector<std::wstring> expected = {
+        L"GetObject MSNdis_ObjectHeader",
+        L"Put MSNdis_ObjectHeader.Revision",
+        L"Put MSNdis_ObjectHeader.Type",
+        L"Put MSNdis_ObjectHeader.Size",
+        L"GetObject MSNdis_WmiMethodHeader",
+        L"Put MSNdis_WmiMethodHeader.Header",
+        L"Put MSNdis_WmiMethodHeader.NetLuid",
+        L"Put MSNdis_WmiMethodHeader.Padding",
+        L"Put MSNdis_WmiMethodHeader.PortNumber",
+        L"Put MSNdis_WmiMethodHeader.RequestId",
+        L"Put MSNdis_WmiMethodHeader.Timeout",
+        L"GetObject MSNdis_LinkState",
+        L"GetMethod MSNdis_LinkState.WmiQueryLinkState",
+        L"Put __PARAMETERS.Header",
+        L"ExecMethod MSNdis_LinkState.WmiQueryLinkState",
+    };
+    EXPECT_EQ(order, expected);
+
+    const auto requests = ndis_->requests();
+    ASSERT_EQ(requests.size(), 1U);
+    const auto& r = requests[0];
+    EXPECT_EQ(r.instanceName, adapter);
+    struct Field {
+        const char* name;
+        const sim::ReceivedValue& value;
+        VARTYPE type;
+        std::int64_t number;
+    };
+    const Field fields[] = {
+        {"Revision", r.revision, VT_UI1, 1},  {"Type", r.type, VT_UI1, 2},
+        {"Size", r.size, VT_I4, 65535},       {"NetLuid (64 bits: held as text)", r.netLuid, VT_BSTR, 0},
+        {"Padding", r.padding, VT_I4, 0},     {"PortNumber", r.portNumber, VT_I4, 0},
+        {"RequestId", r.requestId, VT_I4, 0}, {"Timeout", r.timeout, VT_I4, 5},
+    };
+    for (const auto& f : fields) {
+        EXPECT_TRUE(f.value.present) << f.name;
+        EXPECT_EQ(f.value.type, f.type) << f.name;
+        EXPECT_EQ(f.value.number.value_or(-1), f.number) << f.name;
+    }
+    EXPECT_EQ(r.objectHeader.className, L"MSNdis_ObjectHeader");
+    EXPECT_EQ(r.header.className, L"MSNdis_WmiMethodHeader");
+}
+
+TEST_F(NdisWmiTest, linkSpeedIsTheTransmitSpeedParsedFromText)
+{
+    struct Case {
+        const char* what;
+        sim::PropertyValues linkState;
+        std::uint64_t expected;
+    };
+    const Case cases[] = {
+        {"above 32 bits", {{L"XmitLinkSpeed", sim::Value::uint64(2500000000ULL)}}, 2500000000ULL},
+        {"10 Gbps", {{L"XmitLinkSpeed", sim::Value::uint64(10000000000ULL)}}, 10000000000ULL},
+        {"leading blanks", {{L"XmitLinkSpeed", rawText(L"  1000000000")}}, 1000000000ULL},
+        {"digits up to a non-digit", {{L"XmitLinkSpeed", rawText(L"100Mbps")}}, 100ULL},
+        {"no digits", {{L"XmitLinkSpeed", rawText(L"fast")}}, 0},
+        {"empty text", {{L"XmitLinkSpeed", rawText(L"")}}, 0},
+        {"overflow", {{L"XmitLinkSpeed", rawText(L"18446744073709551616")}}, 0},
+        {"largest", {{L"XmitLinkSpeed", rawText(L"18446744073709551615")}}, 18446744073709551615ULL},
+        {"null", {{L"XmitLinkSpeed", sim::Value::null()}}, 0},
+        {"not text", {{L"XmitLinkSpeed", rawInt(1000)}}, 0},
+        {"absent", {{L"MediaConnectState", sim::Value::uint32(1)}}, 0},
+    };
+    for (const auto& c : cases) {
+        answerLinkState(c.linkState);
+        onNewThread([&] {
+            const NdisWmi monitor(adapter);
+            EXPECT_EQ(monitor.linkSpeed(), c.expected) << c.what;
+        });
+    }
+}
+
+TEST_F(NdisWmiTest, mediaStateIsTheLow16Bits)
+{
+    struct Case {
+        sim::Value value;
+        MediaConnectState expected;
+    };
+    const Case cases[] = {
+        {sim::Value::uint32(1), MediaConnectState::Connected},
+        {sim::Value::uint32(2), MediaConnectState::Disconnected},
+        {sim::Value::uint32(65538), MediaConnectState::Disconnected},
+        {sim::Value::uint32(0), MediaConnectState::Unknown},
+        {sim::Value::null(), MediaConnectState::Unknown},
+    };
+    for (const auto& c : cases) {
+        answerLinkState({{L"MediaConnectState", c.value}});
+        onNewThread([&] { EXPECT_EQ(NdisWmi(adapter).mediaConnectState(), c.expected); });
+    }
+}
+
+TEST_F(NdisWmiTest, failedQueriesGiveNoSpeedAndUnknownState)
+{
+    struct Case {
+        const char* what;
+        std::function<void()> script;
+        std::string lastLine;  // the query's own line, if any
+        bool executed;
+    };
+    const Case cases[] = {
+        {"Put of Timeout fails",
+         [&] {
+             service_.injectFault(sim::Fault::on("Put", static_cast<HRESULT>(0x80041005))
+                                      .forTarget(L"MSNdis_WmiMethodHeader.Timeout"));
+         },
+         "", false},
+        {"Put of Header on the input fails",
+         [&] {
+             service_.injectFault(
+                 sim::Fault::on("Put", static_cast<HRESULT>(0x80041005)).forTarget(L"__PARAMETERS.Header"));
+         },
+         "/!\\ Put(Header) failed -> 0x80041005", false},
+        {"no LinkState in the output",
+         [&] {
+             service_.onMethod(L"MSNdis_LinkState", L"WmiQueryLinkState",
+                               [](sim::MethodCall&) { return S_OK; });
+         },
+         "[!] Property 'LinkState' not found", true},
+        {"the adapter is gone", [&] { ndis_->remove(adapter).wait(); },
+         "ExecMethod(MSNdis_LinkState.InstanceName=\"ZT 10G Network Adapter #2\":WmiQueryLinkState) -> "
+         "0x80041002",
+         true},
+    };
+    for (const auto& c : cases) {
+        service_.clearFaults();
+        c.script();
+        Messages during;
+        onNewThread([&] {
+            const NdisWmi monitor(adapter);
+            service_.clearCalls();
+            host::clearDebugOutput();
+            EXPECT_EQ(monitor.linkSpeed(), 0U) << c.what;
+            EXPECT_EQ(monitor.mediaConnectState(), MediaConnectState::Unknown) << c.what;
+            during = tracedMessages();
+        });
+        EXPECT_EQ(callsOf("ExecMethod") > 0, c.executed) << c.what;
+        Messages lines;  // failures, warnings and the method's result
+        for (const auto& m : during) {
+            if (m.rfind("[!]", 0) == 0 || m.rfind("/!\\", 0) == 0 || m.rfind("ExecMethod(", 0) == 0) {
+                lines.push_back(m);
+            }
+        }
+        if (c.lastLine.empty()) {
+            EXPECT_TRUE(lines.empty()) << c.what << ": " << ::testing::PrintToString(lines);
+        } else {
+            ASSERT_FALSE(lines.empty()) << c.what;
+            EXPECT_EQ(lines.back(), c.lastLine) << c.what;
+        }
+    }
+}
+
+TEST_F(NdisWmiTest, noInstanceNameMeansNoQuery)
+{
+    onNewThread([&] {
+        const NdisWmi monitor(L"");
+        service_.clearCalls();
+        host::clearDebugOutput();
+        EXPECT_EQ(monitor.linkSpeed(), 0U);
+        EXPECT_EQ(monitor.mediaConnectState(), MediaConnectState::Unknown);
+        EXPECT_EQ(tracedMessages(),
+                  (Messages{"/!\\ NdisWmi: instance is not set", "/!\\ NdisWmi: instance is not set"}));
+    });
+    EXPECT_EQ(callsOf("ExecMethod"), 0);
+}
+
+TEST_F(NdisWmiTest, eventsReachTheBoundCallbacks)
+{
+    Seen seen;
+    onNewThread([&] {
+        NdisWmi monitor(adapter);
+        bind(monitor, seen);
+        ndis_->connect(adapter).wait();
+        ndis_->disconnect(adapter).wait();
+        ndis_->remove(adapter).wait();
+        ndis_->arrive(adapter).wait();
+        ndis_->addAdapter(L"another adapter");
+        ndis_->connect(L"another adapter").wait();  // not this monitor's
+    });
+    const std::wstring name = adapter;
+    EXPECT_EQ(seen.get(),
+              (std::vector<std::wstring>{L"media " + name + L" 1", L"media " + name + L" 2",
+                                         L"removed " + name, L"arrived " + name}));
+    const auto messages = tracedMessages();
+    auto has = [&](const std::string& m) {
+        return std::find(messages.begin(), messages.end(), m) != messages.end();
+    };
+    EXPECT_TRUE(has("NdisWmi: media state changed on 'ZT 10G Network Adapter #2' -> 2"));
+}
+
+TEST_F(NdisWmiTest, sinkTracesTheClassesItHasNoRowForAndCallsNothing)
+{
+    // Delivered straight to a sink: the monitor doesn't subscribe to these.
+    Seen seen;
+    onNewThread([&] {
+        NdisWmi monitor(adapter);
+        bind(monitor, seen);
+        WbemServices& services = threadWbemServices();
+        auto* sink = new NdisEventsSink(&monitor);
+        for (const wchar_t* eventClass :
+             {L"MSNdis_StatusLinkSpeedChange", L"MSNdis_StatusOperationalStatus"}) {
+            com_ptr<IWbemClassObject> event = services.createInstance(eventClass);
+            ASSERT_TRUE(event) << "the provider defines it";
+            IWbemClassObject* batch[] = {event.get()};
+            host::clearDebugOutput();
+            EXPECT_EQ(sink->Indicate(1, batch), WBEM_S_NO_ERROR);
+            const auto messages = tracedMessages();
+            ASSERT_FALSE(messages.empty());
+            EXPECT_EQ(messages[0],
+                      "NdisEventSink: got " + std::string(eventClass, eventClass + std::wcslen(eventClass))
+                          + " notification");
+            if (std::wcscmp(eventClass, L"MSNdis_StatusOperationalStatus") == 0) {
+                ASSERT_EQ(messages.size(), 2U);
+                EXPECT_EQ(messages[1], "NdisEventSink: operational status <null> (hr = 0)");
+            } else {
+                EXPECT_EQ(messages.size(), 1U);
+            }
+        }
+        EXPECT_EQ(sink->Indicate(0, nullptr), WBEM_S_NO_ERROR);
+        EXPECT_EQ(sink->Indicate(-1, nullptr), WBEM_S_NO_ERROR);
+        sink->Release();
+    });
+    EXPECT_TRUE(seen.get().empty());
+}
+
+TEST_F(NdisWmiTest, batchStopsAtAnObjectWithoutClass)
+{
+    Seen seen;
+    std::shared_future<sim::DeliveryReport> report;
+    onNewThread([&] {
+        NdisWmi monitor(L"");  // no WHERE clause: objects of any adapter
+        bind(monitor, seen);
+        sim::Event batch{L"MSNdis_StatusMediaConnect", {}};
+        batch.objects.push_back(
+            {L"MSNdis_StatusMediaConnect", {{L"InstanceName", sim::Value::string(L"one")}}, {}});
+        batch.objects.push_back(
+            {L"MSNdis_StatusMediaConnect", {{L"InstanceName", sim::Value::string(L"two")}}, {L"__Class"}});
+        batch.objects.push_back(
+            {L"MSNdis_StatusMediaConnect", {{L"InstanceName", sim::Value::string(L"three")}}, {}});
+        report = service_.fire(batch);
+        report.wait();
+        sim::Event nameless{L"MSNdis_StatusMediaDisconnect", {}};
+        nameless.objects.push_back({L"MSNdis_StatusMediaDisconnect", {}, {L"InstanceName"}});
+        service_.fire(nameless).wait();
+    });
+    EXPECT_EQ(seen.get(), (std::vector<std::wstring>{L"media one 1", L"media  2"}));
+    ASSERT_EQ(report.get().answers.size(), 1U);
+    EXPECT_EQ(report.get().answers[0], static_cast<HRESULT>(0x80041002)) << "the failing code goes back";
+    const auto messages = tracedMessages();
+    EXPECT_NE(std::find(messages.begin(), messages.end(),
+                        "[!] NdisEventSink: couldn't get '__Class' property -> 0x80041002"),
+              messages.end());
+    EXPECT_NE(std::find(messages.begin(), messages.end(),
+                        "/!\\ NdisEventSink: couldn't get 'InstanceName' property -> 0x80041002"),
+              messages.end());
+}
+
+TEST_F(NdisWmiTest, eventBeforeTheCallbacksAreBoundIsOnlyTraced)
+{
+    onNewThread([&] {
+        const NdisWmi monitor(adapter);
+        ndis_->connect(adapter).wait();
+    });
+    const auto messages = tracedMessages();
+    EXPECT_NE(std::find(messages.begin(), messages.end(),
+                        "NdisWmi: media state changed on 'ZT 10G Network Adapter #2' -> 1"),
+              messages.end());
+}
+
+TEST_F(NdisWmiTest, noCallbackRunsOnceTheMonitorIsGoneEvenWithDeliveriesInFlight)
+{
+    // Deliveries are held inside Indicate while the monitor is destroyed; when
+    // they go on, none may reach the monitor or its callbacks.
+    for (int round = 0; round < 20; ++round) {
+        std::atomic<bool> gone{false};
+        std::atomic<int> lateCalls{0};
+        onNewThread([&] {
+            auto monitor = std::make_unique<NdisWmi>(adapter);
+            auto late = [&] {
+                if (gone) {
+                    ++lateCalls;
+                }
+            };
+            monitor->bindCallbacks([=](const std::wstring&) { late(); }, [=](const std::wstring&) { late(); },
+                                   [=](const std::wstring&, MediaConnectState) { late(); });
+            service_.holdDeliveries(sim::HoldPoint::insideIndicate);
+            ndis_->connect(adapter);
+            ndis_->disconnect(adapter);
+            ASSERT_TRUE(service_.waitForHeld(2, 10s));
+            monitor.reset();
+            gone = true;
+            service_.releaseDeliveries();
+        });
+        ASSERT_TRUE(service_.drain(10s));
+        EXPECT_EQ(lateCalls, 0) << "round " << round;
+    }
+}
+
+TEST_F(NdisWmiTest, destructionWaitsForACallbackThatIsRunning)
+{
+    std::mutex lock;
+    std::condition_variable changed;
+    bool inCallback = false;
+    bool mayLeave = false;
+    std::atomic<bool> destroyed{false};
+    std::atomic<bool> destroyedWhileInside{false};
+    onNewThread([&] {
+        auto monitor = std::make_unique<NdisWmi>(adapter);
+        monitor->bindCallbacks({}, {}, [&](const std::wstring&, MediaConnectState) {
+            std::unique_lock<std::mutex> guard(lock);
+            inCallback = true;
+            changed.notify_all();
+            changed.wait(guard, [&] { return mayLeave; });
+            destroyedWhileInside = destroyed.load();
+        });
+        ndis_->connect(adapter);
+        {
+            std::unique_lock<std::mutex> guard(lock);
+            changed.wait(guard, [&] { return inCallback; });
+        }
+        std::thread releaser([&] {
+            std::this_thread::sleep_for(50ms);  // give the destructor time to (wrongly) finish
+            const std::lock_guard<std::mutex> guard(lock);
+            mayLeave = true;
+            changed.notify_all();
+        });
+        monitor.reset();
+        destroyed = true;
+        releaser.join();
+    });
+    EXPECT_FALSE(destroyedWhileInside) << "the destructor returned while a callback still ran";
+}
+
+TEST_F(NdisWmiTest, monitorsComeAndGoWhileTheServiceKeepsDelivering)
+{
+    std::atomic<bool> stop{false};
+    std::vector<std::thread> firers;
+    for (int i = 0; i < 2; ++i) {
+        firers.emplace_back([&] {
+            while (!stop) {
+                ndis_->connect(adapter);
+                ndis_->disconnect(adapter);
+                service_.drain(1s);
+            }
+        });
+    }
+    std::atomic<long> calls{0};
+    for (int round = 0; round < 30; ++round) {
+        onNewThread([&] {
+            NdisWmi monitor(adapter);
+            monitor.bindCallbacks({}, {}, [&](const std::wstring&, MediaConnectState) { ++calls; });
+            std::this_thread::sleep_for(2ms);
+        });
+    }
+    stop = true;
+    for (auto& t : firers) {
+        t.join();
+    }
+    EXPECT_TRUE(service_.subscriptions().empty());
+}
+
+}  // namespace
