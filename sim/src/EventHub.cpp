@@ -11,7 +11,7 @@
 namespace sim {
 
 struct EventHub::Entry {
-    std::uint64_t id;
+    std::uint64_t id = 0;
     Subscription subscription;
     int inFlight = 0;  // deliveries admitted to Indicate that haven't returned
     std::uint64_t indications = 0;

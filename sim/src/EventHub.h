@@ -24,10 +24,10 @@ namespace sim {
 class ServiceCore;
 
 struct Subscription {
-    std::uint64_t connection;
+    std::uint64_t connection = 0;
     std::wstring className;
     std::optional<std::wstring> instanceName;
-    IWbemObjectSink* sink;  // one reference, the subscription's
+    IWbemObjectSink* sink = nullptr;  // one reference, the subscription's
 };
 
 class EventHub {

@@ -1,5 +1,7 @@
 #include "RecordingSink.h"
 
+#include <chrono>
+
 #include "SimClient.h"
 
 namespace simtest {
@@ -42,7 +44,10 @@ HRESULT STDMETHODCALLTYPE RecordingSink::Indicate(LONG count, IWbemClassObject**
         std::unique_lock<std::mutex> guard(lock_);
         indicates_.push_back(std::move(seen));
         action = action_;
+        ++waiting_;
+        opened_.notify_all();
         opened_.wait(guard, [this] { return !blocked_; });
+        --waiting_;
     }
     if (action) {
         action();
@@ -79,6 +84,12 @@ void RecordingSink::onIndicate(std::function<void()> action)
 {
     const std::lock_guard<std::mutex> guard(lock_);
     action_ = std::move(action);
+}
+
+bool RecordingSink::waitForBlocked(int count)
+{
+    std::unique_lock<std::mutex> guard(lock_);
+    return opened_.wait_for(guard, std::chrono::seconds(10), [&] { return blocked_ && waiting_ >= count; });
 }
 
 std::vector<SeenIndicate> RecordingSink::indicates() const

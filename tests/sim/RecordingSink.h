@@ -58,6 +58,8 @@ public:
     // Indicate waits (after reading its objects) until open() from now on.
     void block();
     void open();
+    // Until `count` Indicate calls wait in block(); false after 10 s.
+    bool waitForBlocked(int count);
     // Run inside Indicate, after the objects were read.
     void onIndicate(std::function<void()> action);
     HRESULT answer = S_OK;  // what Indicate returns; set before deliveries start
@@ -72,6 +74,7 @@ private:
     mutable std::mutex lock_;
     std::condition_variable opened_;
     bool blocked_ = false;
+    int waiting_ = 0;  // Indicate calls waiting to be opened
     std::function<void()> action_;
     std::vector<SeenIndicate> indicates_;
     std::vector<SeenStatus> statuses_;

@@ -251,10 +251,12 @@ TEST_F(SimEventsTest, cancelDoesNotWaitForIndicatesAndEndsTheSubscriptionAfterTh
     subscribeAll(&sink_);
     sink_.block();
     std::vector<std::shared_future<sim::DeliveryReport>> fired;
+    fired.reserve(3);
     for (int i = 0; i < 3; ++i) {
         fired.push_back(service().fire(event(L"eth", i)));
     }
-    ASSERT_TRUE(service().waitForInIndicate(3)) << "three deliveries run at once, to one sink";
+    ASSERT_TRUE(service().waitForInIndicate(3));
+    ASSERT_TRUE(sink_.waitForBlocked(3)) << "three deliveries run at once, to one sink";
     EXPECT_EQ(sink_.running(), 3);
 
     EXPECT_EQ(cancelPromptly(&sink_), S_OK);
@@ -390,6 +392,7 @@ TEST_F(SimEventsTest, concurrentFiringSubscribingAndCancellingBalances)
     std::atomic<int> ended{0};
     std::atomic<int> indicated{0};
     std::vector<std::thread> threads;
+    threads.reserve(firers + 1);
     for (int t = 0; t < firers; ++t) {
         threads.emplace_back([&, t] {
             for (int i = 0; i < perFirer; ++i) {

@@ -19,8 +19,8 @@ const HRESULT invalidMethodParameters = static_cast<HRESULT>(WBEM_E_INVALID_METH
 const HRESULT notFound = static_cast<HRESULT>(WBEM_E_NOT_FOUND);
 
 // Names with blanks, '#', a quote and backslashes, compared exactly.
-const std::wstring first = L"Zt Ethernet #2 'lab' PCI\\VEN_8086&DEV_1533\\3&11583659&0&C8";
-const std::wstring second = L"Zt Ethernet";
+const wchar_t* const first = L"Zt Ethernet #2 'lab' PCI\\VEN_8086&DEV_1533\\3&11583659&0&C8";
+const wchar_t* const second = L"Zt Ethernet";
 
 // How a test changes the records the client sends, as the module builds them.
 struct Records {
@@ -255,7 +255,7 @@ TEST_F(SimNdisTest, answersForTheAddressedAdapterOnly)
     EXPECT_EQ(answered(second, L"MediaConnectState"), L"1");
 
     EXPECT_EQ(query(L"zt ethernet"), notFound) << "names are compared exactly";
-    EXPECT_EQ(query(second + L" "), notFound);
+    EXPECT_EQ(query(std::wstring(second) + L" "), notFound);
     Ref<IWbemClassObject> out;
     EXPECT_EQ(query(L"MSNdis_LinkState", {}, out), static_cast<HRESULT>(WBEM_E_INVALID_OBJECT_PATH));
 }
@@ -264,9 +264,11 @@ TEST_F(SimNdisTest, mediaEventsChangeTheAnswerAndReachTheAdaptersSubscription)
 {
     ndis_->addAdapter(first);
     ndis_->addAdapter(second);
-    ASSERT_EQ(subscribe(L"SELECT * FROM MSNdis_StatusMediaDisconnect WHERE InstanceName=\"" + first + L"\""),
+    ASSERT_EQ(subscribe(L"SELECT * FROM MSNdis_StatusMediaDisconnect WHERE InstanceName=\""
+                        + std::wstring(first) + L"\""),
               S_OK);
-    ASSERT_EQ(subscribe(L"SELECT * FROM MSNdis_StatusMediaConnect WHERE InstanceName=\"" + first + L"\""),
+    ASSERT_EQ(subscribe(L"SELECT * FROM MSNdis_StatusMediaConnect WHERE InstanceName=\"" + std::wstring(first)
+                        + L"\""),
               S_OK);
 
     EXPECT_EQ(ndis_->disconnect(second).get().subscriptions, 0);
