@@ -1,0 +1,552 @@
+#include "nic/ZtNic.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <future>
+
+#include "WmiFixture.h"
+#include "sim/Ndis.h"
+#include "sim/ZtDriver.h"
+#include "wmi/WbemServices.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using Messages = std::vector<std::string>;
+using sim::ZtDriver;
+using sim::ZtField;
+
+const wchar_t* const adapter = L"ZT 10G Network Adapter #2";
+const std::string adapterPath = "\"ZT 10G Network Adapter #2\"";
+
+bool contains(const Messages& messages, const std::string& line)
+{
+    return std::find(messages.begin(), messages.end(), line) != messages.end();
+}
+
+Messages levelZeroAndTwo(const Messages& messages)
+{
+    Messages out;
+    for (const auto& m : messages) {
+        // Every thread after the first is told that the process's security is
+        // set already; that line says nothing about the adapter.
+        const bool security = m.rfind("[!] CoInitializeSecurity()", 0) == 0;
+        if (!security && (m.rfind("[!]", 0) == 0 || m.rfind("/!\\", 0) == 0)) {
+            out.push_back(m);
+        }
+    }
+    return out;
+}
+
+// What subscribers of the adapter object were told, in order.
+struct Told {
+    std::mutex lock;
+    std::vector<std::string> events;
+    void add(std::string e)
+    {
+        const std::lock_guard<std::mutex> guard(lock);
+        events.push_back(std::move(e));
+    }
+    std::vector<std::string> get()
+    {
+        const std::lock_guard<std::mutex> guard(lock);
+        return events;
+    }
+};
+
+class ZtNicTest : public WmiFixture {
+protected:
+    std::optional<sim::NdisProvider> ndis_;
+    std::optional<ZtDriver> driver_;
+
+    void SetUp() override
+    {
+        WmiFixture::SetUp();
+        ndis_.emplace(service_);
+        driver_.emplace(service_);
+        ndis_->addAdapter(adapter,
+                          {sim::ndis::mediaConnected, sim::ndis::duplexFull, 5000000000ULL, 5000000000ULL});
+        driver_->addAdapter(adapter);
+        host::clearDebugOutput();
+    }
+    void TearDown() override
+    {
+        EXPECT_TRUE(service_.drain(10s));
+        driver_->shutdown();
+        WmiFixture::TearDown();
+    }
+    static void subscribe(ZtNic& nic, Told& told)
+    {
+        nic.nicChanged.add(L"test", [&](bool added) { told.add(added ? "added" : "removed"); });
+        nic.nicMediaChanged.add(L"test",
+                                [&](MediaConnectState s) { told.add("media " + std::to_string(int(s))); });
+    }
+    int driverObjectReads() const
+    {
+        int reads = 0;
+        for (const auto& call : service_.calls()) {
+            reads += call.call == "GetObject" && call.target.rfind(L"Zt_", 0) == 0 ? 1 : 0;
+        }
+        return reads;
+    }
+};
+
+TEST_F(ZtNicTest, readyAdapterIsInitialisedFromTheDriverAndNdis)
+{
+    onNewThread([&] {
+        const ZtNic nic(adapter, true);
+        EXPECT_TRUE(nic.isReady());
+        EXPECT_EQ(nic.mediaState(), MediaConnectState::Connected);
+        EXPECT_EQ(nic.linkSpeed(), 5000000000ULL);
+        EXPECT_EQ(nic.fwVersion().toString(), L"1.5.66");
+        EXPECT_TRUE(nic.isCableDiagSupported());
+    });
+    const auto messages = tracedMessages();
+    EXPECT_TRUE(contains(messages, "FW version: 1.5.66"));
+    EXPECT_TRUE(contains(messages, "ZtNic: media state 1, link speed 5000000000"));
+    EXPECT_EQ(levelZeroAndTwo(messages), Messages{});
+}
+
+TEST_F(ZtNicTest, deviceNotReadyTouchesNoDriverObject)
+{
+    onNewThread([&] {
+        const ZtNic nic(adapter, false);
+        EXPECT_FALSE(nic.isReady());
+        EXPECT_EQ(nic.mediaState(), MediaConnectState::Unknown);
+        EXPECT_EQ(nic.linkSpeed(), 0U);
+        EXPECT_EQ(nic.fwVersion().major, 0);
+        EXPECT_EQ(service_.subscriptions().size(), 4U) << "the monitor runs all the same";
+    });
+    EXPECT_EQ(driverObjectReads(), 0);
+    EXPECT_EQ(levelZeroAndTwo(tracedMessages()),
+              Messages{"/!\\ ZtNic() device not ready -> suppress initialization"});
+}
+
+TEST_F(ZtNicTest, initialisationFailuresAndWhatSurvivesThem)
+{
+    struct Case {
+        const char* what;
+        std::function<void()> script;
+        bool ready;
+        bool supported;
+        std::uint64_t speed;
+        Messages lines;
+    };
+    const HRESULT notFound = static_cast<HRESULT>(0x80041002);
+    const Case cases[] = {
+        {"no firmware object",
+         [&] {
+             service_.injectFault(sim::Fault::on("GetObject", notFound)
+                                      .forTarget(L"Zt_FirmwareVersion."
+                                                 "InstanceName=\"ZT 10G Network Adapter #2\""));
+         },
+         true,
+         false,
+         5000000000ULL,
+         {"/!\\ get object 'Zt_FirmwareVersion.InstanceName=" + adapterPath + "' failed!",
+          "[!] Couldn't obtain FW version"}},
+        {"no control class",
+         [&] { service_.injectFault(sim::Fault::on("GetObject", notFound).forTarget(L"Zt_NetAdapter")); },
+         false,
+         true,
+         5000000000ULL,
+         {"[!] Couldn't obtain control class -> initialization FAILED"}},
+        {"firmware fields absent",
+         [&] {
+             driver_->removeField(adapter, ZtField::major);
+             driver_->removeField(adapter, ZtField::minor);
+         },
+         true,
+         false,
+         5000000000ULL,
+         {"[!] Couldn't obtain FW version"}},
+        {"link down: no speed read",
+         [&] { ndis_->setLinkState(adapter, {sim::ndis::mediaDisconnected}); },
+         true,
+         true,
+         0,
+         {}},
+    };
+    for (const auto& c : cases) {
+        service_.clearFaults();
+        driver_->resetField(adapter, ZtField::major);
+        driver_->resetField(adapter, ZtField::minor);
+        ndis_->setLinkState(adapter,
+                            {sim::ndis::mediaConnected, sim::ndis::duplexFull, 5000000000ULL, 5000000000ULL});
+        c.script();
+        host::clearDebugOutput();
+        onNewThread([&] {
+            const ZtNic nic(adapter, true);
+            EXPECT_EQ(nic.isReady(), c.ready) << c.what;
+            EXPECT_EQ(nic.isCableDiagSupported(), c.supported) << c.what;
+            EXPECT_EQ(nic.linkSpeed(), c.speed) << c.what;
+        });
+        EXPECT_EQ(levelZeroAndTwo(tracedMessages()), c.lines) << c.what;
+    }
+}
+
+TEST_F(ZtNicTest, firmwareGateFrom1_5_66)
+{
+    struct Case {
+        std::uint8_t major, minor;
+        std::uint16_t revision;
+        bool supported;
+    };
+    const Case cases[] = {
+        {1, 5, 66, true}, {1, 5, 65, false}, {1, 6, 0, true},     {2, 0, 0, true},
+        {0, 9, 9, false}, {0, 0, 0, false},  {1, 4, 4660, false}, {1, 5, 4660, true},
+    };
+    for (const auto& c : cases) {
+        driver_->setFirmware(adapter, c.major, c.minor, c.revision);
+        onNewThread([&] {
+            const ZtNic nic(adapter, true);
+            EXPECT_EQ(nic.isCableDiagSupported(), c.supported)
+                << int(c.major) << "." << int(c.minor) << "." << c.revision;
+        });
+    }
+}
+
+TEST_F(ZtNicTest, mediaEventsKeepTheLastSpeedWhenTheLinkGoesDown)
+{
+    Told told;
+    onNewThread([&] {
+        ZtNic nic(adapter, true);
+        subscribe(nic, told);
+        ndis_->disconnect(adapter).wait();
+        EXPECT_EQ(nic.mediaState(), MediaConnectState::Disconnected);
+        EXPECT_EQ(nic.linkSpeed(), 5000000000ULL);
+        ndis_->setLinkState(adapter,
+                            {sim::ndis::mediaConnected, sim::ndis::duplexFull, 2500000000ULL, 2500000000ULL});
+        ndis_->connect(adapter).wait();
+        EXPECT_EQ(nic.linkSpeed(), 2500000000ULL) << "read anew when the link comes up";
+    });
+    EXPECT_EQ(told.get(), (std::vector<std::string>{"media 2", "media 1"}));
+    EXPECT_TRUE(contains(tracedMessages(), "ZtNic: media state changed 1 -> 2"));
+}
+
+TEST_F(ZtNicTest, removalClearsAndArrivalReadsAgain)
+{
+    Told told;
+    onNewThread([&] {
+        ZtNic nic(adapter, true);
+        subscribe(nic, told);
+        service_.clearCalls();
+        ndis_->arrive(adapter).wait();  // already ready: nothing to do
+        EXPECT_EQ(driverObjectReads(), 0);
+        ndis_->remove(adapter).wait();
+        EXPECT_FALSE(nic.isReady());
+        EXPECT_EQ(nic.fwVersion().major, 0);
+        EXPECT_EQ(nic.mediaState(), MediaConnectState::Unknown);
+        EXPECT_EQ(nic.linkSpeed(), 0U);
+        EXPECT_FALSE(nic.isCableDiagSupported());
+        ndis_
+            ->arrive(adapter,
+                     {sim::ndis::mediaConnected, sim::ndis::duplexFull, 5000000000ULL, 5000000000ULL})
+            .wait();
+        EXPECT_TRUE(nic.isReady());
+        EXPECT_EQ(nic.linkSpeed(), 5000000000ULL);
+        EXPECT_EQ(nic.fwVersion().toString(), L"1.5.66");
+    });
+    EXPECT_EQ(told.get(), (std::vector<std::string>{"added", "removed", "added"}));
+    const auto messages = tracedMessages();
+    EXPECT_EQ(std::count(messages.begin(), messages.end(), "ZtNic: initialization DONE!"), 2);
+    EXPECT_EQ(std::count(messages.begin(), messages.end(), "ZtNic: trying to initialize... (5)"), 1);
+}
+
+TEST_F(ZtNicTest, arrivalRetriesUntilTheDriverAnswers)
+{
+    struct Case {
+        int failures;
+        Messages tries;
+        const char* verdict;
+        bool ready;
+    };
+    const Case cases[] = {
+        {2, {"(5)", "(4)", "(3)"}, "ZtNic: initialization DONE!", true},
+        {5, {"(5)", "(4)", "(3)", "(2)", "(1)"}, "/!\\ ZtNic: initialization FAILED!", false},
+    };
+    for (const auto& c : cases) {
+        service_.clearFaults();
+        service_.injectFault(sim::Fault::on("GetObject", static_cast<HRESULT>(0x80041010))
+                                 .forTarget(L"Zt_NetAdapter")
+                                 .times(c.failures));
+        host::clearDebugOutput();
+        Told told;
+        onNewThread([&] {
+            ZtNic nic(adapter, false);
+            subscribe(nic, told);
+            ndis_->arrive(adapter).wait();
+            EXPECT_EQ(nic.isReady(), c.ready);
+        });
+        Messages tries;
+        for (const auto& m : tracedMessages()) {
+            if (m.rfind("ZtNic: trying to initialize... ", 0) == 0) {
+                tries.push_back(m.substr(31));
+            }
+        }
+        EXPECT_EQ(tries, c.tries);
+        EXPECT_TRUE(contains(tracedMessages(), c.verdict));
+        EXPECT_EQ(told.get(), std::vector<std::string>{"added"}) << "told of the arrival either way";
+    }
+}
+
+TEST_F(ZtNicTest, cableTestGivesOneRecordPerPair)
+{
+    struct Case {
+        const char* what;
+        std::vector<std::uint32_t> words;
+        Messages pairLines;
+    };
+    const Case cases[] = {
+        {"four pairs",
+         {ZtDriver::pairWord(0, 0), ZtDriver::pairWord(1, 3, 18), ZtDriver::pairWord(7, 12, 30),
+          ZtDriver::pairWord(4, 2)},
+         {"got pair A result: status 0, distance 0, farthest distance 0",
+          "got pair B result: status 1, distance 3, farthest distance 18",
+          "got pair C result: status 7, distance 12, farthest distance 30",
+          "got pair D result: status 4, distance 2, farthest distance 0"}},
+        {"no pairs", {}, {}},
+        {"five pairs",
+         {0, 0, 0, 0, ZtDriver::pairWord(5, 1)},
+         {"got pair A result: status 0, distance 0, farthest distance 0",
+          "got pair B result: status 0, distance 0, farthest distance 0",
+          "got pair C result: status 0, distance 0, farthest distance 0",
+          "got pair D result: status 0, distance 0, farthest distance 0",
+          "got pair <unknown> result: status 5, distance 1, farthest distance 0"}},
+    };
+    for (const auto& c : cases) {
+        driver_->setPairs(adapter, c.words);
+        host::clearDebugOutput();
+        std::vector<ZtPairInfo> results;
+        onNewThread([&] {
+            ZtNic nic(adapter, true);
+            host::clearDebugOutput();
+            EXPECT_TRUE(nic.performCableDiag(results)) << c.what;
+        });
+        ASSERT_EQ(results.size(), c.words.size()) << c.what;
+        for (std::size_t i = 0; i < results.size(); ++i) {
+            EXPECT_EQ(results[i].pairIndex, static_cast<int>(i));
+            EXPECT_EQ(results[i].status, c.words[i] & 0xFF);
+            EXPECT_EQ(results[i].distance, (c.words[i] >> 8) & 0xFF);
+        }
+        Messages pairLines;
+        for (const auto& m : tracedMessages()) {
+            if (m.rfind("got pair ", 0) == 0) {
+                pairLines.push_back(m);
+            }
+        }
+        EXPECT_EQ(pairLines, c.pairLines) << c.what;
+        const auto messages = tracedMessages();
+        EXPECT_TRUE(contains(messages, "staring cable diagnostics")) << c.what;
+        EXPECT_TRUE(contains(messages, "result type 3")) << c.what;
+        EXPECT_TRUE(contains(messages, "cable diagnostics DONE!")) << c.what;
+    }
+}
+
+TEST_F(ZtNicTest, cableTestRefusesWhatItCannotTrust)
+{
+    struct Case {
+        const char* what;
+        std::function<void()> script;
+        Messages lines;  // level 0 and 2
+    };
+    const auto field = [&](ZtField f, sim::Value v) { return [=] { driver_->setField(adapter, f, v); }; };
+    const auto absent = [&](ZtField f) { return [=] { driver_->removeField(adapter, f); }; };
+    const std::string failedExec = "[!] failed to execute method 'ExecCableDiag', hr = 0x80041001";
+    const Case cases[] = {
+        {"pairs of 2-byte elements",
+         field(ZtField::pairs, ZtDriver::arrayOf(VT_I2, {1, 2, 3, 4})),
+         {"/!\\ field 'pairs' has unexpected type"}},
+        {"pairs not an array",
+         field(ZtField::pairs, ZtDriver::scalarOf(VT_I4, 7)),
+         {"/!\\ field 'pairs' has unexpected type"}},
+        {"pairs absent", absent(ZtField::pairs), {"[!] 'pairs' property not found"}},
+        {"diagRes not an object",
+         field(ZtField::diagRes, sim::Value::string(L"pairs")),
+         {"[!] 'diagRes' property not found or has invalid type"}},
+        {"diagRes absent",
+         absent(ZtField::diagRes),
+         {"[!] 'diagRes' property not found or has invalid type"}},
+        {"the method fails",
+         [&] {
+             service_.injectFault(sim::Fault::on("ExecMethod", static_cast<HRESULT>(0x80041001))
+                                      .forTarget(L"Zt_NetAdapter.ExecCableDiag"));
+         },
+         {failedExec}},
+        {"firmware too old",
+         [&] { driver_->setFirmware(adapter, 1, 5, 65); },
+         {"[!] performCableDiag(): cable diagnostics is not supported by FW!"}},
+        {"no control class",
+         [&] {
+             service_.injectFault(
+                 sim::Fault::on("GetObject", static_cast<HRESULT>(0x80041010)).forTarget(L"Zt_NetAdapter"));
+         },
+         {"[!] performCableDiag(): class object is nullptr"}},
+    };
+    for (const auto& c : cases) {
+        service_.clearFaults();
+        driver_->setFirmware(adapter, 1, 5, 66);
+        driver_->resetField(adapter, ZtField::pairs);
+        driver_->resetField(adapter, ZtField::diagRes);
+        c.script();
+        std::vector<ZtPairInfo> results;
+        Messages lines;
+        onNewThread([&] {
+            ZtNic nic(adapter, true);
+            host::clearDebugOutput();
+            EXPECT_FALSE(nic.performCableDiag(results)) << c.what;
+            lines = levelZeroAndTwo(tracedMessages());
+        });
+        EXPECT_TRUE(results.empty()) << c.what;
+        EXPECT_EQ(lines, c.lines) << c.what;
+    }
+}
+
+TEST_F(ZtNicTest, cableTestOnAWorkerWhileTheDriverTakesTheLinkDownAndUp)
+{
+    driver_->onLinkDrop([&](const std::wstring& name) { ndis_->disconnect(name).wait(); });
+    driver_->onLinkRestore([&](const std::wstring& name) { ndis_->connect(name).wait(); });
+    Told told;
+    onNewThread([&] {
+        ZtNic nic(adapter, true);
+        subscribe(nic, told);
+        driver_->holdCableTest(adapter);
+        std::vector<ZtPairInfo> results;
+        std::future<bool> run = std::async(std::launch::async, [&] {
+            const bool done = nic.performCableDiag(results);
+            endThreadWbemServices();
+            return done;
+        });
+        ASSERT_TRUE(driver_->waitUntilCableTestRunning(adapter));
+        EXPECT_EQ(nic.mediaState(), MediaConnectState::Disconnected) << "the link is down during the run";
+        EXPECT_TRUE(std::isinf(nic.getThermalInfo().phyTemperature) == false) << "the dialog thread goes on";
+        driver_->releaseCableTest(adapter);
+        EXPECT_TRUE(run.get());
+        EXPECT_EQ(results.size(), 4U);
+        EXPECT_EQ(nic.mediaState(), MediaConnectState::Connected);
+    });
+    EXPECT_EQ(told.get(), (std::vector<std::string>{"media 2", "media 1"}));
+}
+
+TEST_F(ZtNicTest, cableLengthIsCorrectedAt2_5And5Gbps)
+{
+    struct Case {
+        std::uint64_t speed;
+        std::uint32_t raw;
+        int category;
+        std::uint32_t expected;
+    };
+    const Case cases[] = {
+        {5000000000ULL, 100, Cat5e, 101}, {5000000000ULL, 100, Cat6, 115}, {5000000000ULL, 100, Cat6a, 121},
+        {2500000000ULL, 100, Cat5e, 144}, {2500000000ULL, 100, Cat6, 153}, {2500000000ULL, 100, Cat6a, 161},
+        {5000000000ULL, 7, Cat5e, 0},     {5000000000ULL, 8, Cat5e, 0},    {2500000000ULL, 15, Cat5e, 0},
+        {2500000000ULL, 15, Cat6, 0},     {2500000000ULL, 15, Cat6a, 0},   {1000000000ULL, 100, Cat6, 100},
+        {10000000000ULL, 100, 7, 100},    {5000000000ULL, 100, 3, 100},    {5000000000ULL, 100, -1, 100},
+        {5000000000ULL, 0, Cat6, 0},
+    };
+    for (const auto& c : cases) {
+        ndis_->setLinkState(adapter, {sim::ndis::mediaConnected, sim::ndis::duplexFull, c.speed, c.speed});
+        driver_->setCableLength(adapter, c.raw);
+        onNewThread([&] {
+            ZtNic nic(adapter, true);
+            EXPECT_EQ(nic.getCableLength(), c.raw);
+            EXPECT_EQ(nic.estimateCableLength(c.category), c.expected)
+                << "speed " << c.speed << ", raw " << c.raw << ", category " << c.category;
+        });
+    }
+}
+
+TEST_F(ZtNicTest, cableLengthTracesTheEstimateAndItsClamp)
+{
+    driver_->setCableLength(adapter, 7);
+    onNewThread([&] {
+        ZtNic nic(adapter, true);
+        host::clearDebugOutput();
+        EXPECT_EQ(nic.estimateCableLength(Cat5e), 0U);
+        const auto messages = tracedMessages();
+        EXPECT_TRUE(
+            contains(messages, "estimateCableLength(): estimated cable length -0.4 meters (raw 7 meters)"));
+        EXPECT_TRUE(
+            contains(messages, "estimateCableLength(): estimated cable length less zero. Set to zero"));
+        host::clearDebugOutput();
+        EXPECT_EQ(nic.estimateCableLength(3), 7U);
+        EXPECT_EQ(levelZeroAndTwo(tracedMessages()),
+                  Messages{"/!\\ estimateCableLength(): invalid cable category 3"});
+        ndis_->remove(adapter).wait();
+        host::clearDebugOutput();
+        EXPECT_EQ(nic.estimateCableLength(Cat5e), 0U) << "no firmware after removal";
+        EXPECT_EQ(levelZeroAndTwo(tracedMessages()),
+                  Messages{"[!] getCableLength(): cable diagnostics is not supported by FW!"});
+    });
+}
+
+TEST_F(ZtNicTest, temperaturesOrTheDefaultRecord)
+{
+    struct Case {
+        const char* what;
+        std::function<void()> script;
+        double phy;
+        double mac;
+        Messages lines;
+    };
+    const double inf = INFINITY;
+    const auto field = [&](ZtField f, sim::Value v) { return [=] { driver_->setField(adapter, f, v); }; };
+    const Case cases[] = {
+        {"both valid", [] {}, 45.0, 50.0, {}},
+        {"PHY only", [&] { driver_->setThermalFlags(adapter, 4); }, 45.0, inf, {}},
+        {"negative", [&] { driver_->setTemperatures(adapter, 5123, -250); }, 51.23, -2.5, {}},
+        {"macTemperature absent",
+         [&] { driver_->removeField(adapter, ZtField::macTemperature); },
+         inf,
+         inf,
+         {"[!] property 'macTemperature' not found"}},
+        {"phyTemperature of another integer type",
+         field(ZtField::phyTemperature, ZtDriver::scalarOf(VT_I2, 4500)),
+         inf,
+         inf,
+         {"[!] property 'phyTemperature' has invalid type (2)"}},
+        {"flags of another type",
+         field(ZtField::thermalFlags, ZtDriver::scalarOf(VT_I4, 12)),
+         inf,
+         inf,
+         {"[!] property 'flags' has invalid type (3)"}},
+        {"thermalInfo absent",
+         [&] { driver_->removeField(adapter, ZtField::thermalInfo); },
+         inf,
+         inf,
+         {"[!] property 'thermalInfo' not found", "[!] Couldn't get thermalInfo object"}},
+        {"diagnostics object missing",
+         [&] {
+             service_.injectFault(sim::Fault::on("GetObject", static_cast<HRESULT>(0x80041002))
+                                      .forTarget(L"Zt_DiagnosticsData."
+                                                 "InstanceName=\"ZT 10G Network Adapter #2\""));
+         },
+         inf,
+         inf,
+         {"/!\\ get object 'Zt_DiagnosticsData.InstanceName=" + adapterPath + "' failed!",
+          "[!] Faild to create DiagDataObject"}},
+    };
+    for (const auto& c : cases) {
+        service_.clearFaults();
+        for (ZtField f : {ZtField::thermalInfo, ZtField::thermalFlags, ZtField::phyTemperature,
+                          ZtField::macTemperature}) {
+            driver_->resetField(adapter, f);
+        }
+        driver_->setThermalFlags(adapter, 12);
+        driver_->setTemperatures(adapter, 4500, 5000);
+        c.script();
+        onNewThread([&] {
+            ZtNic nic(adapter, true);
+            host::clearDebugOutput();
+            const ZtThermalInfo info = nic.getThermalInfo();
+            EXPECT_DOUBLE_EQ(info.phyTemperature, c.phy) << c.what;
+            EXPECT_DOUBLE_EQ(info.macTemperature, c.mac) << c.what;
+            EXPECT_EQ(levelZeroAndTwo(tracedMessages()), c.lines) << c.what;
+        });
+    }
+}
+
+}  // namespace
