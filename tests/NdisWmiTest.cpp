@@ -81,7 +81,7 @@ protected:
     }
 
     // The link state query answers `linkState` properties as given.
-    void answerLinkState(sim::PropertyValues linkState)
+    void answerLinkState(const sim::PropertyValues& linkState)
     {
         service_.onMethod(L"MSNdis_LinkState", L"WmiQueryLinkState", [linkState](sim::MethodCall& call) {
             call.setOutput(L"LinkState", sim::Value::object({L"MSNdis_LinkStateData", linkState}));
@@ -212,7 +212,7 @@ TEST_F(NdisWmiTest, linkSpeedIsTheTransmitSpeedParsedFromText)
     struct Case {
         const char* what;
         sim::PropertyValues linkState;
-        std::uint64_t expected;
+        std::uint64_t expected = 0;
     };
     const Case cases[] = {
         {"above 32 bits", {{L"XmitLinkSpeed", sim::Value::uint64(2500000000ULL)}}, 2500000000ULL},
@@ -240,7 +240,7 @@ TEST_F(NdisWmiTest, mediaStateIsTheLow16Bits)
 {
     struct Case {
         sim::Value value;
-        MediaConnectState expected;
+        MediaConnectState expected = MediaConnectState::Unknown;
     };
     const Case cases[] = {
         {sim::Value::uint32(1), MediaConnectState::Connected},
@@ -361,7 +361,7 @@ TEST_F(NdisWmiTest, sinkTracesTheClassesItHasNoRowForAndCallsNothing)
         NdisWmi monitor(adapter);
         bind(monitor, seen);
         WbemServices& services = threadWbemServices();
-        auto* sink = new NdisEventsSink(&monitor);
+        const com_ptr<NdisEventsSink> sink(new NdisEventsSink(&monitor), false);
         for (const wchar_t* eventClass :
              {L"MSNdis_StatusLinkSpeedChange", L"MSNdis_StatusOperationalStatus"}) {
             com_ptr<IWbemClassObject> event = services.createInstance(eventClass);
@@ -383,7 +383,6 @@ TEST_F(NdisWmiTest, sinkTracesTheClassesItHasNoRowForAndCallsNothing)
         }
         EXPECT_EQ(sink->Indicate(0, nullptr), WBEM_S_NO_ERROR);
         EXPECT_EQ(sink->Indicate(-1, nullptr), WBEM_S_NO_ERROR);
-        sink->Release();
     });
     EXPECT_TRUE(seen.get().empty());
 }
@@ -500,6 +499,7 @@ TEST_F(NdisWmiTest, monitorsComeAndGoWhileTheServiceKeepsDelivering)
 {
     std::atomic<bool> stop{false};
     std::vector<std::thread> firers;
+    firers.reserve(2);
     for (int i = 0; i < 2; ++i) {
         firers.emplace_back([&] {
             while (!stop) {

@@ -20,7 +20,7 @@ using sim::ZtDriver;
 using sim::ZtField;
 
 const wchar_t* const adapter = L"ZT 10G Network Adapter #2";
-const std::string adapterPath = "\"ZT 10G Network Adapter #2\"";
+const char* const adapterPath = "\"ZT 10G Network Adapter #2\"";
 
 bool contains(const Messages& messages, const std::string& line)
 {
@@ -146,7 +146,7 @@ TEST_F(ZtNicTest, initialisationFailuresAndWhatSurvivesThem)
          true,
          false,
          5000000000ULL,
-         {"/!\\ get object 'Zt_FirmwareVersion.InstanceName=" + adapterPath + "' failed!",
+         {"/!\\ get object 'Zt_FirmwareVersion.InstanceName=" + std::string(adapterPath) + "' failed!",
           "[!] Couldn't obtain FW version"}},
         {"no control class",
          [&] { service_.injectFault(sim::Fault::on("GetObject", notFound).forTarget(L"Zt_NetAdapter")); },
@@ -353,7 +353,8 @@ TEST_F(ZtNicTest, cableTestRefusesWhatItCannotTrust)
         std::function<void()> script;
         Messages lines;  // level 0 and 2
     };
-    const auto field = [&](ZtField f, sim::Value v) { return [=] { driver_->setField(adapter, f, v); }; };
+    const auto field
+        = [&](ZtField f, const sim::Value& v) { return [=] { driver_->setField(adapter, f, v); }; };
     const auto absent = [&](ZtField f) { return [=] { driver_->removeField(adapter, f); }; };
     const std::string failedExec = "[!] failed to execute method 'ExecCableDiag', hr = 0x80041001";
     const Case cases[] = {
@@ -493,7 +494,8 @@ TEST_F(ZtNicTest, temperaturesOrTheDefaultRecord)
         Messages lines;
     };
     const double inf = INFINITY;
-    const auto field = [&](ZtField f, sim::Value v) { return [=] { driver_->setField(adapter, f, v); }; };
+    const auto field
+        = [&](ZtField f, const sim::Value& v) { return [=] { driver_->setField(adapter, f, v); }; };
     const Case cases[] = {
         {"both valid", [] {}, 45.0, 50.0, {}},
         {"PHY only", [&] { driver_->setThermalFlags(adapter, 4); }, 45.0, inf, {}},
@@ -526,7 +528,7 @@ TEST_F(ZtNicTest, temperaturesOrTheDefaultRecord)
          },
          inf,
          inf,
-         {"/!\\ get object 'Zt_DiagnosticsData.InstanceName=" + adapterPath + "' failed!",
+         {"/!\\ get object 'Zt_DiagnosticsData.InstanceName=" + std::string(adapterPath) + "' failed!",
           "[!] Faild to create DiagDataObject"}},
     };
     for (const auto& c : cases) {
