@@ -216,10 +216,10 @@ int main(int argc, char** argv)
         {"warning.ico", {imageOf(discIcon(32, yellow))}},
         {"info.ico", {imageOf(discIcon(32, blue, drawInformation))}},
         {"banner.ico", {imageOf(drawBanner())}},
-        {"state_ok.ico", {imageOf(discIcon(16, green))}},
-        {"state_unknown.ico", {imageOf(discIcon(16, grey))}},
+        {"lamp_ok.ico", {imageOf(discIcon(16, green))}},
+        {"lamp_unknown.ico", {imageOf(discIcon(16, grey))}},
         {"blank.ico", blankImages()},
-        {"state_high.ico", {imageOf(discIcon(16, yellow))}},
+        {"lamp_high.ico", {imageOf(discIcon(16, yellow))}},
     };
     for (const auto& [name, images] : icons) {
         std::string path = dir;
