@@ -9,6 +9,7 @@
 #include <cwchar>
 #include <mutex>
 
+#include "EventLog.h"
 #include "WmiFixture.h"
 #include "sim/Ndis.h"
 #include "wmi/WbemServices.h"
@@ -20,21 +21,8 @@ using Messages = std::vector<std::string>;
 
 const wchar_t* const adapter = L"ZT 10G Network Adapter #2";
 
-// What the monitor's callbacks saw, from any thread.
-struct Seen {
-    std::mutex lock;
-    std::vector<std::wstring> events;
-    void add(std::wstring text)
-    {
-        const std::lock_guard<std::mutex> guard(lock);
-        events.push_back(std::move(text));
-    }
-    std::vector<std::wstring> get()
-    {
-        const std::lock_guard<std::mutex> guard(lock);
-        return events;
-    }
-};
+// What the monitor's callbacks saw.
+using Seen = EventLog<std::wstring>;
 
 void bind(NdisWmi& monitor, Seen& seen)
 {

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <future>
 
+#include "EventLog.h"
 #include "WmiFixture.h"
 #include "sim/Ndis.h"
 #include "sim/ZtDriver.h"
@@ -42,20 +43,7 @@ Messages levelZeroAndTwo(const Messages& messages)
 }
 
 // What subscribers of the adapter object were told, in order.
-struct Told {
-    std::mutex lock;
-    std::vector<std::string> events;
-    void add(std::string e)
-    {
-        const std::lock_guard<std::mutex> guard(lock);
-        events.push_back(std::move(e));
-    }
-    std::vector<std::string> get()
-    {
-        const std::lock_guard<std::mutex> guard(lock);
-        return events;
-    }
-};
+using Told = EventLog<std::string>;
 
 class ZtNicTest : public WmiFixture {
 protected:

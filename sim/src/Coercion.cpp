@@ -12,38 +12,6 @@ namespace sim {
 
 namespace {
 
-// Integer content of the integer VARTYPEs; UI8 above INT64_MAX doesn't fit.
-std::optional<std::int64_t> integerOf(const VARIANT& v)
-{
-    switch (v.vt) {
-    case VT_I1:
-        return v.cVal;
-    case VT_UI1:
-        return v.bVal;
-    case VT_I2:
-        return v.iVal;
-    case VT_UI2:
-        return v.uiVal;
-    case VT_I4:
-        return v.lVal;
-    case VT_UI4:
-        return v.ulVal;
-    case VT_INT:
-        return v.intVal;
-    case VT_UINT:
-        return v.uintVal;
-    case VT_I8:
-        return v.llVal;
-    case VT_UI8:
-        if (v.ullVal <= static_cast<ULONGLONG>(std::numeric_limits<std::int64_t>::max())) {
-            return static_cast<std::int64_t>(v.ullVal);
-        }
-        return std::nullopt;
-    default:
-        return std::nullopt;
-    }
-}
-
 bool inRange(std::int64_t value, std::int64_t low, std::int64_t high)
 {
     return value >= low && value <= high;
@@ -145,6 +113,37 @@ bool isWbemObject(IUnknown* unknown)
 }
 
 }  // namespace
+
+std::optional<std::int64_t> integerOf(const VARIANT& v)
+{
+    switch (v.vt) {
+    case VT_I1:
+        return v.cVal;
+    case VT_UI1:
+        return v.bVal;
+    case VT_I2:
+        return v.iVal;
+    case VT_UI2:
+        return v.uiVal;
+    case VT_I4:
+        return v.lVal;
+    case VT_UI4:
+        return v.ulVal;
+    case VT_INT:
+        return v.intVal;
+    case VT_UINT:
+        return v.uintVal;
+    case VT_I8:
+        return v.llVal;
+    case VT_UI8:
+        if (v.ullVal <= static_cast<ULONGLONG>(std::numeric_limits<std::int64_t>::max())) {
+            return static_cast<std::int64_t>(v.ullVal);
+        }
+        return std::nullopt;
+    default:
+        return std::nullopt;
+    }
+}
 
 VARTYPE deliveredVarType(CIMTYPE type)
 {

@@ -291,35 +291,15 @@ std::optional<std::wstring> Value::asString() const
 std::optional<std::int64_t> Value::asInteger() const
 {
     const VARIANT& v = impl_->variant;
-    switch (v.vt) {
-    case VT_I1:
-        return v.cVal;
-    case VT_UI1:
-        return v.bVal;
-    case VT_I2:
-        return v.iVal;
-    case VT_UI2:
-        return v.uiVal;
-    case VT_I4:
-        return v.lVal;
-    case VT_UI4:
-        return v.ulVal;
-    case VT_INT:
-        return v.intVal;
-    case VT_UINT:
-        return v.uintVal;
-    case VT_I8:
-        return v.llVal;
-    case VT_BSTR:
-        try {
-            std::size_t used = 0;
-            const auto text = *asString();
-            const long long n = std::stoll(text, &used);
-            return used == text.size() ? std::optional<std::int64_t>(n) : std::nullopt;
-        } catch (const std::logic_error&) {
-            return std::nullopt;
-        }
-    default:
+    if (v.vt != VT_BSTR) {
+        return integerOf(v);
+    }
+    try {
+        std::size_t used = 0;
+        const auto text = *asString();
+        const long long n = std::stoll(text, &used);
+        return used == text.size() ? std::optional<std::int64_t>(n) : std::nullopt;
+    } catch (const std::logic_error&) {
         return std::nullopt;
     }
 }

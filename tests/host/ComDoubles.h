@@ -4,29 +4,11 @@
 
 #include <atomic>
 
+#include "../CountingUnknown.h"
 #include "platform.h"
 
 // A test's local: Release never deletes, the count is what tests look at.
-class CountedObject final : public IUnknown {
-public:
-    virtual ~CountedObject() = default;
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override
-    {
-        *object = nullptr;
-        if (iid != IID_IUnknown) {
-            return E_NOINTERFACE;
-        }
-        *object = this;
-        AddRef();
-        return S_OK;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return ++refs_; }
-    ULONG STDMETHODCALLTYPE Release() override { return --refs_; }
-    ULONG refs() const { return refs_; }
-
-private:
-    std::atomic<ULONG> refs_{1};
-};
+using CountedObject = CountingUnknown;
 
 class CountedFactory final : public IClassFactory {
 public:
