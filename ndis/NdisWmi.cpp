@@ -47,10 +47,11 @@ NdisWmi::~NdisWmi()
 {
     ZT_TRACE(5, "~NdisWmi");
     if (sink_) {
-        if (IWbemServices* services = threadWbemServices().get()) {
-            const HRESULT hr = services->CancelAsyncCall(sink_.get());
+        if (subscribedThrough_) {
+            const HRESULT hr = subscribedThrough_->CancelAsyncCall(sink_.get());
             ZT_TRACE(1, "CancelAsyncCall() -> %#x", static_cast<unsigned>(hr));
         }
+        subscribedThrough_.reset();
         // A delivery the service had under way may still be running: wait for
         // it to leave this object, and let no later one in.
         sink_->detachOwner();
@@ -63,6 +64,7 @@ void NdisWmi::registerForNotifications_()
 {
     sink_.attach(new NdisEventsSink(this));
     WbemServices& services = threadWbemServices();
+    subscribedThrough_ = com_ptr<IWbemServices>(services.get(), true);
     for (const wchar_t* eventClass : notificationClasses) {
         std::wstring query = std::wstring(L"SELECT * FROM ") + eventClass;
         if (!instance_.empty()) {

@@ -55,6 +55,9 @@ private:
     MediaCallback mediaStateChangedCallback_;
     const std::wstring instance_;
     com_ptr<NdisEventsSink> sink_;
+    // The connection the queries were made on: only it can cancel them, and
+    // the object may be destroyed on another thread than the one that made it.
+    com_ptr<IWbemServices> subscribedThrough_;
 };
 
 // The NDIS records of a link state query, filled; empty on failure.

@@ -513,3 +513,18 @@ TEST_F(NdisWmiTest, monitorsComeAndGoWhileTheServiceKeepsDelivering)
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(NdisWmiTest, destroyedOnAnotherThreadItCancelsOnTheConnectionThatSubscribed)
+{
+    std::unique_ptr<NdisWmi> monitor;
+    onNewThread([&] { monitor = std::make_unique<NdisWmi>(adapter); });
+    EXPECT_EQ(service_.subscriptions().size(), 4U);
+    onNewThread([&] { monitor.reset(); });
+    EXPECT_TRUE(service_.subscriptions().empty()) << "no subscription is left behind";
+    const auto messages = tracedMessages();
+    EXPECT_NE(std::find(messages.begin(), messages.end(), "CancelAsyncCall() -> 0"), messages.end());
+}
+
+}  // namespace
