@@ -8,6 +8,7 @@
 // buffers are therefore always computed with sizeof(WCHAR), never with 2.
 #pragma once
 
+#include "win32/actctx.h"
 #include "win32/base.h"
 #include "win32/com.h"
 #include "win32/commctrl.h"

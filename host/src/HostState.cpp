@@ -3,6 +3,7 @@
 #include <cstring>
 #include <tuple>
 
+#include "ActivationState.h"
 #include "host/HostPlatform.h"
 
 namespace host {
@@ -24,6 +25,7 @@ void reset()
 {
     destroyAllPropertySheetPages();
     resetCom();
+    resetActivation();
     auto& s = state();
     const std::lock_guard<std::mutex> guard(s.lock);
     s.debugOutput.clear();

@@ -1,19 +1,45 @@
-// Common controls initialisation and sheet page handles. A page handle owns a
-// copy of its description; creation and destruction call the page's callback
-// with PSPCB_ADDREF and PSPCB_RELEASE, as the real sheet does.
+// Common controls initialisation, sheet page handles and image lists. A page
+// handle owns a copy of its description; creation and destruction call the
+// page's callback with PSPCB_ADDREF and PSPCB_RELEASE, as the real sheet does.
+// An image list holds its icons' handles, one slot each.
 #include <algorithm>
 #include <cstring>
 #include <memory>
 
+#include "ActivationState.h"
 #include "HostState.h"
+#include "host/HostActivation.h"
 #include "host/HostPlatform.h"
 
 struct _PSP {
     PROPSHEETPAGEW description;
 };
 
+struct HostImageList {
+    int cx = 0;
+    int cy = 0;
+    UINT flags = 0;
+    std::vector<HICON> icons;
+};
+
+namespace {
+// The live image lists, under the state's lock.
+std::vector<std::unique_ptr<HostImageList>> imageLists;
+
+HostImageList* findImageList(HIMAGELIST list)
+{
+    for (auto& owned : imageLists) {
+        if (owned.get() == list) {
+            return owned.get();
+        }
+    }
+    return nullptr;
+}
+}  // namespace
+
 BOOL InitCommonControlsEx(const INITCOMMONCONTROLSEX* init)
 {
+    host::recordControlsCall("InitCommonControlsEx");
     if (init == nullptr || init->dwSize != sizeof(INITCOMMONCONTROLSEX)) {
         return FALSE;
     }
@@ -25,6 +51,7 @@ BOOL InitCommonControlsEx(const INITCOMMONCONTROLSEX* init)
 
 HPROPSHEETPAGE CreatePropertySheetPageW(LPCPROPSHEETPAGEW page)
 {
+    host::recordControlsCall("CreatePropertySheetPageW");
     if (page == nullptr || page->dwSize < offsetof(PROPSHEETPAGEW, pszHeaderTitle)
         || page->dwSize > sizeof(PROPSHEETPAGEW)) {
         SetLastError(ERROR_INVALID_PARAMETER);
@@ -43,6 +70,7 @@ HPROPSHEETPAGE CreatePropertySheetPageW(LPCPROPSHEETPAGEW page)
 
 BOOL DestroyPropertySheetPage(HPROPSHEETPAGE page)
 {
+    host::recordControlsCall("DestroyPropertySheetPage");
     {
         auto& s = host::state();
         const std::lock_guard<std::mutex> guard(s.lock);
@@ -59,7 +87,85 @@ BOOL DestroyPropertySheetPage(HPROPSHEETPAGE page)
     return TRUE;
 }
 
+HIMAGELIST ImageList_Create(int cx, int cy, UINT flags, int initial, int grow)
+{
+    host::recordControlsCall("ImageList_Create");
+    if (cx <= 0 || cy <= 0 || initial < 0 || grow < 0) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    auto list = std::make_unique<HostImageList>();
+    list->cx = cx;
+    list->cy = cy;
+    list->flags = flags;
+    list->icons.reserve(static_cast<std::size_t>(initial));
+    auto& s = host::state();
+    const std::lock_guard<std::mutex> guard(s.lock);
+    imageLists.push_back(std::move(list));
+    return imageLists.back().get();
+}
+
+int ImageList_ReplaceIcon(HIMAGELIST list, int index, HICON icon)
+{
+    host::recordControlsCall("ImageList_ReplaceIcon");
+    auto& s = host::state();
+    const std::lock_guard<std::mutex> guard(s.lock);
+    HostImageList* found = findImageList(list);
+    if (found == nullptr) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return -1;
+    }
+    const auto count = static_cast<int>(found->icons.size());
+    if (icon == nullptr || index < -1 || index >= count) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return -1;
+    }
+    if (index == -1) {
+        found->icons.push_back(icon);
+        return count;
+    }
+    found->icons[static_cast<std::size_t>(index)] = icon;
+    return index;
+}
+
+BOOL ImageList_Destroy(HIMAGELIST list)
+{
+    host::recordControlsCall("ImageList_Destroy");
+    auto& s = host::state();
+    const std::lock_guard<std::mutex> guard(s.lock);
+    const auto found = std::find_if(imageLists.begin(), imageLists.end(),
+                                    [list](const auto& owned) { return owned.get() == list; });
+    if (found == imageLists.end()) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return FALSE;
+    }
+    imageLists.erase(found);
+    return TRUE;
+}
+
 namespace host {
+
+int liveImageLists()
+{
+    auto& s = state();
+    const std::lock_guard<std::mutex> guard(s.lock);
+    return static_cast<int>(imageLists.size());
+}
+
+std::vector<HICON> imageListIcons(HIMAGELIST list)
+{
+    auto& s = state();
+    const std::lock_guard<std::mutex> guard(s.lock);
+    const HostImageList* found = findImageList(list);
+    return found != nullptr ? found->icons : std::vector<HICON>{};
+}
+
+void resetImageLists()
+{
+    auto& s = state();
+    const std::lock_guard<std::mutex> guard(s.lock);
+    imageLists.clear();
+}
 
 std::vector<INITCOMMONCONTROLSEX> initCommonControlsCalls()
 {
@@ -86,6 +192,15 @@ void destroyAllPropertySheetPages()
     for (auto* page : pages) {
         DestroyPropertySheetPage(page);
     }
+}
+
+}  // namespace host
+
+namespace host {
+
+PROPSHEETPAGEW* pageDescription(HPROPSHEETPAGE page)
+{
+    return page != nullptr ? &page->description : nullptr;
 }
 
 }  // namespace host

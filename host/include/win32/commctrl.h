@@ -17,6 +17,7 @@ constexpr UINT PSPCB_ADDREF = 0;
 constexpr UINT PSPCB_RELEASE = 1;
 constexpr UINT PSPCB_CREATE = 2;
 constexpr DWORD PSP_USECALLBACK = 0x80;
+constexpr DWORD PSP_USEFUSIONCONTEXT = 0x4000;
 
 struct PROPSHEETPAGEW;
 struct _PSP;
@@ -46,3 +47,17 @@ static_assert(sizeof(PROPSHEETPAGEW) == 104, "platform layout");
 
 HPROPSHEETPAGE CreatePropertySheetPageW(LPCPROPSHEETPAGEW page);
 BOOL DestroyPropertySheetPage(HPROPSHEETPAGE page);
+
+// ---- Image lists -----------------------------------------------------------------
+constexpr UINT ILC_MASK = 0x1;
+constexpr UINT ILC_COLOR32 = 0x20;
+
+struct HICON__;
+using HICON = HICON__*;
+struct HostImageList;
+using HIMAGELIST = HostImageList*;
+
+HIMAGELIST ImageList_Create(int cx, int cy, UINT flags, int initial, int grow);
+// Index -1 appends; the result is the icon's index, or -1.
+int ImageList_ReplaceIcon(HIMAGELIST list, int index, HICON icon);
+BOOL ImageList_Destroy(HIMAGELIST list);
