@@ -3,6 +3,7 @@
 #include "diag_page/DiagPageFactory.h"
 #include "installer/ModuleRecord.h"
 #include "installer/SupportedHardwareIds.h"
+#include "page_framework/CommonControls.h"
 #include "trace/Trace.h"
 
 DWORD addPropertyPageAdvanced(HDEVINFO deviceInfoSet, PSP_DEVINFO_DATA deviceInfoData, PageFactory factory)
@@ -53,7 +54,7 @@ DWORD addPropertyPageAdvanced(HDEVINFO deviceInfoSet, PSP_DEVINFO_DATA deviceInf
         ZT_TRACE(0, "[!] SetupDiSetClassInstallParams() failed, code %d", static_cast<int>(error));
         if (added != nullptr) {
             // The installer never got the page: release it, and with it its object.
-            DestroyPropertySheetPage(added);
+            commonControls().destroyPropertySheetPage(added);
         }
         return error;
     }
@@ -72,7 +73,7 @@ extern "C" DWORD CALLBACK CoDeviceInstall(DI_FUNCTION installFunction, HDEVINFO 
     try {
         INITCOMMONCONTROLSEX controls{sizeof(INITCOMMONCONTROLSEX),
                                       ICC_STANDARD_CLASSES | ICC_LISTVIEW_CLASSES};
-        InitCommonControlsEx(&controls);
+        commonControls().initCommonControlsEx(&controls);
         result = addPropertyPageAdvanced(deviceInfoSet, deviceInfoData, createDiagPage);
     } catch (...) {
         // Only allocation can throw here, and nothing may reach the installer.

@@ -1,5 +1,5 @@
 # Fails unless the DLL exports exactly CoDeviceInstall, imports only system
-# DLLs, and is marked for ASLR (high entropy) and DEP.
+# DLLs and not comctl32.dll, and is marked for ASLR (high entropy) and DEP.
 execute_process(COMMAND ${OBJDUMP} -p ${DLL} OUTPUT_VARIABLE dump RESULT_VARIABLE rc)
 if(NOT rc EQUAL 0)
   message(FATAL_ERROR "objdump failed on ${DLL}")
@@ -25,10 +25,15 @@ if(NOT exports STREQUAL "CoDeviceInstall")
 endif()
 
 string(REGEX MATCHALL "DLL Name: [A-Za-z0-9_.-]+" names "${dump}")
-set(allowed kernel32.dll msvcrt.dll setupapi.dll comctl32.dll user32.dll ole32.dll oleaut32.dll advapi32.dll)
+set(allowed kernel32.dll msvcrt.dll setupapi.dll user32.dll ole32.dll oleaut32.dll advapi32.dll)
 foreach(entry IN LISTS names)
   string(REPLACE "DLL Name: " "" dll "${entry}")
   string(TOLOWER "${dll}" dll)
+  # The common controls are bound late, inside the module's activation context:
+  # a static import would bind whichever version the host process activated.
+  if(dll STREQUAL "comctl32.dll")
+    message(FATAL_ERROR "imports comctl32.dll; common controls must go through page_framework/CommonControls")
+  endif()
   list(FIND allowed "${dll}" found)
   if(found EQUAL -1)
     message(FATAL_ERROR "imports ${dll}, which is not a system DLL")

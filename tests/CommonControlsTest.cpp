@@ -1,0 +1,303 @@
+#include "page_framework/CommonControls.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <thread>
+
+#include "TraceCapture.h"
+#include "host/HostActivation.h"
+#include "host/HostPlatform.h"
+
+namespace {
+
+HICON icon(std::uintptr_t n)
+{
+    return reinterpret_cast<HICON>(n);
+}
+
+// What the sheet was handed, seen through the page's PSPCB_ADDREF callback.
+struct SeenDescription {
+    DWORD flags = 0;
+    HANDLE context = nullptr;
+};
+SeenDescription seen;
+
+UINT recordingCallback(HWND, UINT message, LPPROPSHEETPAGEW page)
+{
+    if (message == PSPCB_ADDREF) {
+        seen = {page->dwFlags, page->hActCtx};
+    }
+    return 1;
+}
+
+PROPSHEETPAGEW description(DWORD size, DWORD flags)
+{
+    PROPSHEETPAGEW page{};
+    page.dwSize = size;
+    page.dwFlags = PSP_USECALLBACK | flags;
+    page.pfnCallback = &recordingCallback;
+    return page;
+}
+
+bool hasTracedFailure()
+{
+    const auto messages = tracedMessages();
+    return std::any_of(messages.begin(), messages.end(),
+                       [](const std::string& m) { return m.rfind("[!] ", 0) == 0; });
+}
+
+class CommonControlsTest : public ::testing::Test {
+protected:
+    TraceAll capture_;
+    int baseReferences_ = host::comctl32References();
+    std::unique_ptr<CommonControls> controls_ = std::make_unique<CommonControls>();
+
+    void SetUp() override { seen = {}; }
+    void TearDown() override
+    {
+        controls_.reset();
+        EXPECT_EQ(host::comctl32References(), baseReferences_) << "the object gives its reference back";
+        host::reset();
+    }
+};
+
+// One call of each function through the layer, with arguments it accepts.
+struct Call {
+    const char* function;
+    std::function<bool(CommonControls&)> run;  // true if the call succeeded
+};
+
+const std::vector<Call>& everyFunction()
+{
+    static const std::vector<Call> calls = {
+        {"InitCommonControlsEx",
+         [](CommonControls& c) {
+             const INITCOMMONCONTROLSEX init{sizeof(INITCOMMONCONTROLSEX), ICC_STANDARD_CLASSES};
+             return c.initCommonControlsEx(&init) != FALSE;
+         }},
+        {"CreatePropertySheetPageW",
+         [](CommonControls& c) {
+             const PROPSHEETPAGEW page = description(sizeof(PROPSHEETPAGEW), 0);
+             return c.createPropertySheetPage(&page) != nullptr;
+         }},
+        {"DestroyPropertySheetPage",
+         [](CommonControls& c) {
+             const PROPSHEETPAGEW page = description(sizeof(PROPSHEETPAGEW), 0);
+             return c.destroyPropertySheetPage(CreatePropertySheetPageW(&page)) != FALSE;
+         }},
+        {"ImageList_Create",
+         [](CommonControls& c) {
+             return c.imageListCreate(16, 16, ILC_COLOR32 | ILC_MASK, 4, 4) != nullptr;
+         }},
+        {"ImageList_ReplaceIcon",
+         [](CommonControls& c) {
+             return c.imageListReplaceIcon(ImageList_Create(16, 16, ILC_COLOR32, 1, 1), -1, icon(0x10)) == 0;
+         }},
+        {"ImageList_Destroy",
+         [](CommonControls& c) {
+             return c.imageListDestroy(ImageList_Create(16, 16, ILC_COLOR32, 1, 1)) != FALSE;
+         }},
+    };
+    return calls;
+}
+
+// The layer's calls of the host's functions; direct calls of the tests left out.
+std::vector<host::ControlsCall> callsOf(const char* function)
+{
+    std::vector<host::ControlsCall> found;
+    for (const auto& call : host::commonControlsCalls()) {
+        if (call.function == function && call.activated) {
+            found.push_back(call);
+        }
+    }
+    return found;
+}
+
+TEST_F(CommonControlsTest, eachFunctionIsResolvedOnceAndCalledInsideTheModulesContext)
+{
+    for (const auto& call : everyFunction()) {
+        SCOPED_TRACE(call.function);
+        const int lookups = host::getProcAddressCalls();
+        EXPECT_TRUE(call.run(*controls_));
+        EXPECT_EQ(host::getProcAddressCalls(), lookups + 1);
+        EXPECT_TRUE(call.run(*controls_));
+        EXPECT_EQ(host::getProcAddressCalls(), lookups + 1) << "the second call resolves nothing anew";
+
+        const auto made = callsOf(call.function);
+        ASSERT_EQ(made.size(), 2U);
+        for (const auto& one : made) {
+            EXPECT_EQ(one.context, host::moduleActivationContext());
+        }
+        EXPECT_TRUE(host::activationsBalanced());
+    }
+    EXPECT_EQ(host::loadLibraryCalls(), 1) << "one load serves every function";
+    EXPECT_EQ(host::comctl32References(), baseReferences_ + 1);
+    EXPECT_EQ(host::activateActCtxCalls(), 2 * static_cast<int>(everyFunction().size()));
+}
+
+TEST_F(CommonControlsTest, theFusionContextIsAddedToAFullDescriptionThatLacksIt)
+{
+    const HANDLE callersContext = reinterpret_cast<HANDLE>(std::uintptr_t{0x77});
+    struct Case {
+        const char* name;
+        DWORD size;
+        DWORD flags;
+        bool added;
+    };
+    const Case cases[] = {
+        {"104 bytes, no flag", 104, 0, true},
+        {"96 bytes, no flag", 96, 0, true},
+        {"92 bytes, no flag", 92, 0, false},
+        {"104 bytes, flag already set", 104, PSP_USEFUSIONCONTEXT, false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        PROPSHEETPAGEW page = description(c.size, c.flags);
+        page.hActCtx = (c.flags & PSP_USEFUSIONCONTEXT) != 0 ? callersContext : nullptr;
+        const PROPSHEETPAGEW before = page;
+        seen = {};
+        ASSERT_NE(controls_->createPropertySheetPage(&page), nullptr);
+
+        EXPECT_EQ((seen.flags & PSP_USEFUSIONCONTEXT) != 0, c.added || (c.flags & PSP_USEFUSIONCONTEXT) != 0);
+        if (c.added) {
+            EXPECT_EQ(seen.context, host::moduleActivationContext());
+        } else if (c.size >= 96) {
+            EXPECT_EQ(seen.context, callersContext) << "the caller's own context stays";
+        }
+        EXPECT_EQ(page.dwFlags, before.dwFlags) << "the caller's description is not changed";
+        EXPECT_EQ(page.hActCtx, before.hActCtx);
+    }
+}
+
+TEST_F(CommonControlsTest, withoutActivationSupportEveryLaterCallIsPlain)
+{
+    for (const DWORD code : {1U, 50U, 120U, 126U, 127U}) {
+        SCOPED_TRACE(code);
+        host::reset();
+        CommonControls controls;
+        host::failActivateActCtx(code);
+        for (const auto& call : everyFunction()) {
+            EXPECT_TRUE(call.run(controls)) << call.function;
+        }
+        // Activation would work now, but the platform has already said it has none.
+        host::failActivateActCtx(NO_ERROR);
+        for (const auto& call : everyFunction()) {
+            EXPECT_TRUE(call.run(controls)) << call.function;
+        }
+        EXPECT_EQ(host::activateActCtxCalls(), 0);
+        const auto calls = host::commonControlsCalls();
+        EXPECT_TRUE(std::none_of(calls.begin(), calls.end(), [](const auto& c) { return c.activated; }));
+        EXPECT_FALSE(hasTracedFailure()) << "a platform without contexts is no failure";
+    }
+}
+
+TEST_F(CommonControlsTest, aPlatformWithoutContextsIsFoundOutByTheQuery)
+{
+    host::setActivationSupported(false);
+    const INITCOMMONCONTROLSEX init{sizeof(INITCOMMONCONTROLSEX), ICC_LISTVIEW_CLASSES};
+    EXPECT_TRUE(controls_->initCommonControlsEx(&init));
+    host::setActivationSupported(true);
+    EXPECT_TRUE(controls_->initCommonControlsEx(&init));
+    EXPECT_EQ(host::activateActCtxCalls(), 0);
+    EXPECT_EQ(host::initCommonControlsCalls().size(), 2U);
+}
+
+TEST_F(CommonControlsTest, anyOtherActivationFailureMakesNoCall)
+{
+    host::failActivateActCtx(ERROR_NOT_ENOUGH_MEMORY);
+    const INITCOMMONCONTROLSEX init{sizeof(INITCOMMONCONTROLSEX), ICC_LISTVIEW_CLASSES};
+    EXPECT_FALSE(controls_->initCommonControlsEx(&init));
+    EXPECT_EQ(GetLastError(), ERROR_NOT_ENOUGH_MEMORY);
+    const PROPSHEETPAGEW page = description(sizeof(PROPSHEETPAGEW), 0);
+    EXPECT_EQ(controls_->createPropertySheetPage(&page), nullptr);
+    EXPECT_EQ(controls_->imageListCreate(16, 16, ILC_COLOR32, 1, 1), nullptr);
+    EXPECT_EQ(controls_->imageListReplaceIcon(nullptr, -1, icon(0x10)), -1);
+    EXPECT_FALSE(controls_->imageListDestroy(nullptr));
+    EXPECT_TRUE(host::commonControlsCalls().empty());
+    EXPECT_EQ(host::loadLibraryCalls(), 0);
+    EXPECT_TRUE(hasTracedFailure());
+
+    // Not remembered: the next call activates again.
+    host::failActivateActCtx(NO_ERROR);
+    EXPECT_TRUE(controls_->initCommonControlsEx(&init));
+    EXPECT_EQ(host::activateActCtxCalls(), 1);
+    EXPECT_TRUE(host::activationsBalanced());
+}
+
+TEST_F(CommonControlsTest, theCallsLastErrorSurvivesTheDeactivation)
+{
+    PROPSHEETPAGEW tooShort = description(10, 0);
+    SetLastError(NO_ERROR);
+    EXPECT_EQ(controls_->createPropertySheetPage(&tooShort), nullptr);
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+
+    EXPECT_EQ(controls_->imageListReplaceIcon(nullptr, -1, icon(0x10)), -1);
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+    EXPECT_EQ(host::deactivateActCtxCalls(), 2);
+    EXPECT_TRUE(host::activationsBalanced());
+}
+
+TEST_F(CommonControlsTest, aFunctionThatCannotBeFoundGivesNull)
+{
+    host::hideProcedure("ImageList_Create");
+    EXPECT_EQ(controls_->imageListCreate(16, 16, ILC_COLOR32, 1, 1), nullptr);
+    EXPECT_EQ(GetLastError(), ERROR_PROC_NOT_FOUND);
+    EXPECT_EQ(host::liveImageLists(), 0);
+    EXPECT_TRUE(host::activationsBalanced());
+    EXPECT_TRUE(hasTracedFailure());
+
+    // The others are found all the same.
+    const INITCOMMONCONTROLSEX init{sizeof(INITCOMMONCONTROLSEX), ICC_LISTVIEW_CLASSES};
+    EXPECT_TRUE(controls_->initCommonControlsEx(&init));
+}
+
+TEST_F(CommonControlsTest, withoutAManifestContextCallsRunUnderTheProcessDefault)
+{
+    host::setModuleActivationContext(false);
+    const INITCOMMONCONTROLSEX init{sizeof(INITCOMMONCONTROLSEX), ICC_LISTVIEW_CLASSES};
+    EXPECT_TRUE(controls_->initCommonControlsEx(&init));
+    const auto calls = callsOf("InitCommonControlsEx");
+    ASSERT_EQ(calls.size(), 1U);
+    EXPECT_EQ(calls[0].context, nullptr);
+    EXPECT_TRUE(host::activationsBalanced());
+}
+
+TEST_F(CommonControlsTest, anImageListHoldsTheIconsItIsGiven)
+{
+    HIMAGELIST list = controls_->imageListCreate(16, 16, ILC_COLOR32 | ILC_MASK, 2, 2);
+    ASSERT_NE(list, nullptr);
+    EXPECT_EQ(controls_->imageListReplaceIcon(list, -1, icon(0x10)), 0);
+    EXPECT_EQ(controls_->imageListReplaceIcon(list, -1, icon(0x20)), 1);
+    EXPECT_EQ(controls_->imageListReplaceIcon(list, 0, icon(0x30)), 0);
+    EXPECT_EQ(controls_->imageListReplaceIcon(list, 2, icon(0x40)), -1);
+    EXPECT_EQ(host::imageListIcons(list), (std::vector<HICON>{icon(0x30), icon(0x20)}));
+    EXPECT_TRUE(controls_->imageListDestroy(list));
+    EXPECT_EQ(host::liveImageLists(), 0);
+    EXPECT_FALSE(controls_->imageListDestroy(list));
+}
+
+TEST_F(CommonControlsTest, threadsShareOneLibraryReferenceAndBalanceTheirOwnActivations)
+{
+    std::vector<std::thread> threads;
+    threads.reserve(4);
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([this] {
+            const INITCOMMONCONTROLSEX init{sizeof(INITCOMMONCONTROLSEX), ICC_LISTVIEW_CLASSES};
+            for (int i = 0; i < 25; ++i) {
+                EXPECT_TRUE(controls_->initCommonControlsEx(&init));
+                EXPECT_TRUE(
+                    controls_->imageListDestroy(controls_->imageListCreate(16, 16, ILC_COLOR32, 1, 1)));
+            }
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(host::comctl32References(), baseReferences_ + 1);
+    EXPECT_EQ(host::activateActCtxCalls(), 4 * 25 * 3);
+    EXPECT_TRUE(host::activationsBalanced());
+}
+
+}  // namespace
