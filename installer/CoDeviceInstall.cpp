@@ -18,20 +18,25 @@ DWORD addPropertyPageAdvanced(HDEVINFO deviceInfoSet, PSP_DEVINFO_DATA deviceInf
     }
 
     // Replaced for every request, page or not: later reads are for this device.
-    moduleRecord.deviceReader = std::make_unique<DevPropertiesReader>(deviceInfoSet, deviceInfoData);
-    const DevPropertiesReader& reader = *moduleRecord.deviceReader;
+    // A sheet on another thread may still read through the old one; it goes
+    // with the last user.
+    const auto reader = std::make_shared<DevPropertiesReader>(deviceInfoSet, deviceInfoData);
+    {
+        const std::lock_guard<std::mutex> guard(moduleRecord.lock);
+        moduleRecord.deviceReader = reader;
+    }
 
     if (pages.NumDynamicPages >= MAX_INSTALLWIZARD_DYNAPAGES) {
         ZT_TRACE(2, "/!\\ Too many pages");
         return NO_ERROR;
     }
 
-    const std::vector<std::wstring> hardwareIds = reader.getHardwareIds();
+    const std::vector<std::wstring> hardwareIds = reader->getHardwareIds();
     ZT_TRACE(1, "Hardware IDs count %d:", static_cast<int>(hardwareIds.size()));
     for (const auto& id : hardwareIds) {
         ZT_TRACE(1, "    HWID: %S", id.c_str());
     }
-    ZT_TRACE(4, "DEVPKEY_Device_ProblemCode %u", reader.getProblemCode());
+    ZT_TRACE(4, "DEVPKEY_Device_ProblemCode %u", reader->getProblemCode());
 
     HPROPSHEETPAGE added = nullptr;
     if (!isSupportedHardwareId(hardwareIds)) {

@@ -13,42 +13,32 @@ using Messages = std::vector<std::string>;
 const wchar_t* const listedId = L"PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_E4363C91&REV_02";
 const wchar_t* const lastListedId = L"PCI\\VEN_7E5C&DEV_93F4&SUBSYS_0B217E5C&REV_02";
 
-// A page object with a real sheet page whose release callback deletes it, the
-// way the sheet owns the diagnostics page; counts the live objects.
+// A page object on the real page base: its sheet page's release callback
+// deletes it, as with the diagnostics page. Counts the live objects.
 class TestPage : public PropertyPageBase {
 public:
     static inline int live = 0;
-    explicit TestPage(bool withSheetPage)
-    {
-        ++live;
-        if (withSheetPage) {
-            PROPSHEETPAGEW description{};
-            description.dwSize = sizeof description;
-            description.dwFlags = PSP_USECALLBACK;
-            description.lParam = reinterpret_cast<LPARAM>(this);
-            description.pfnCallback = &TestPage::callback_;
-            pageHandle_ = CreatePropertySheetPageW(&description);
-        }
-    }
+    TestPage() { ++live; }
     ~TestPage() override { --live; }
 
-private:
-    static UINT callback_(HWND, UINT message, LPPROPSHEETPAGEW page)
-    {
-        if (message == PSPCB_RELEASE) {
-            delete reinterpret_cast<TestPage*>(page->lParam);
-        }
-        return message == PSPCB_CREATE ? 1 : 0;
-    }
+protected:
+    void onSize_(int, int) override { }
+    void onCommandClicked_(WPARAM) override { }
+    INT_PTR onUserMessage_(UINT, WPARAM, LPARAM) override { return 0; }
+    void onInitDialog_() override { }
+    void onCommandNotify_(WPARAM) override { }
 };
 
 std::unique_ptr<PropertyPageBase> pageWithSheetPage()
 {
-    return std::make_unique<TestPage>(true);
+    return std::make_unique<TestPage>();
 }
 std::unique_ptr<PropertyPageBase> pageWithoutSheetPage()
 {
-    return std::make_unique<TestPage>(false);
+    host::failCreatePropertySheetPage(ERROR_NOT_ENOUGH_MEMORY);
+    auto page = std::make_unique<TestPage>();
+    host::failCreatePropertySheetPage(0);
+    return page;
 }
 std::unique_ptr<PropertyPageBase> noPage()
 {
@@ -171,6 +161,9 @@ TEST_F(CoDeviceInstallTest, listedDeviceTracesItsIdsAndProblemCode)
                   "    HWID: PCI\\OTHER",
                   "    HWID: PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_E4363C91&REV_02",
                   "DEVPKEY_Device_ProblemCode 22",
+                  "Initializing the property page",
+                  "Creating the page...",
+                  "PropSheetPageProc() called, msg = 0",
               }));
     EXPECT_EQ(stored().NumDynamicPages, 1U) << "a problem code does not withhold the page";
 }
@@ -253,7 +246,13 @@ TEST_F(CoDeviceInstallTest, pageThatCannotBeStoredIsReleasedWithItsObject)
     EXPECT_EQ(addPage(pageWithSheetPage), ERROR_NOT_ENOUGH_MEMORY);
     EXPECT_EQ(host::livePropertySheetPages(), 0);
     EXPECT_EQ(TestPage::live, 0);
-    EXPECT_EQ(tracedMessages().back(), "[!] SetupDiSetClassInstallParams() failed, code 8");
+    const auto messages = tracedMessages();
+    const auto failed
+        = std::find(messages.begin(), messages.end(), "[!] SetupDiSetClassInstallParams() failed, code 8");
+    ASSERT_NE(failed, messages.end());
+    EXPECT_EQ(std::vector<std::string>(failed + 1, messages.end()),
+              (Messages{"PropSheetPageProc() called, msg = 1", "PropSheetPageProc(): all pages released"}))
+        << "the page's release deletes it";
     EXPECT_EQ(stored().NumDynamicPages, 4U);
 }
 

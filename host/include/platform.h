@@ -15,3 +15,4 @@
 #include "win32/oleauto.h"
 #include "win32/setupapi.h"
 #include "win32/wbem.h"
+#include "win32/winuser.h"

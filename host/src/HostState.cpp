@@ -38,6 +38,7 @@ void reset()
     s.getParamsCalls = 0;
     s.setParamsCalls = 0;
     s.initCommonControls.clear();
+    s.createPageError = 0;
 }
 
 }  // namespace host

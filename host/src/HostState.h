@@ -40,6 +40,7 @@ struct State {
     int getParamsCalls = 0;
     int setParamsCalls = 0;
     std::vector<INITCOMMONCONTROLSEX> initCommonControls;
+    DWORD createPageError = 0;
     std::vector<HPROPSHEETPAGE> livePages;
 
     // COM runtime. Each thread's apartment lives in the thread; bumping

@@ -57,6 +57,14 @@ HPROPSHEETPAGE CreatePropertySheetPageW(LPCPROPSHEETPAGEW page)
         SetLastError(ERROR_INVALID_PARAMETER);
         return nullptr;
     }
+    {
+        auto& s = host::state();
+        const std::lock_guard<std::mutex> guard(s.lock);
+        if (s.createPageError != 0) {
+            SetLastError(s.createPageError);
+            return nullptr;
+        }
+    }
     auto handle = std::make_unique<_PSP>();
     std::memcpy(&handle->description, page, page->dwSize);
     if ((page->dwFlags & PSP_USECALLBACK) != 0 && page->pfnCallback != nullptr) {
@@ -197,6 +205,13 @@ void destroyAllPropertySheetPages()
 }  // namespace host
 
 namespace host {
+
+void failCreatePropertySheetPage(DWORD error)
+{
+    auto& s = state();
+    const std::lock_guard<std::mutex> guard(s.lock);
+    s.createPageError = error;
+}
 
 PROPSHEETPAGEW* pageDescription(HPROPSHEETPAGE page)
 {

@@ -55,6 +55,10 @@ int setClassInstallParamsCalls();
 std::vector<INITCOMMONCONTROLSEX> initCommonControlsCalls();
 // Sheet pages created and not yet destroyed.
 int livePropertySheetPages();
+// A non-zero error makes CreatePropertySheetPageW fail with it until reset.
+void failCreatePropertySheetPage(DWORD error);
+// The sheet's own copy of a page's description, as its callback receives it.
+PROPSHEETPAGEW* pageDescription(HPROPSHEETPAGE page);
 // Releases every live page the way a closing sheet does.
 void destroyAllPropertySheetPages();
 

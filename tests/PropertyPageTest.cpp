@@ -1,0 +1,284 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+#include "WmiFixture.h"
+#include "host/HostWindows.h"
+#include "installer/ModuleRecord.h"
+#include "installer/PropSheetPageProc.h"
+#include "nic/ZtNic.h"
+#include "page_framework/PropertyPageBase.h"
+#include "sim/Ndis.h"
+#include "sim/ZtDriver.h"
+#include "wmi/WbemServices.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using Calls = std::vector<std::string>;
+
+const wchar_t* const adapter = L"ZT 10G Network Adapter #2";
+
+// A page that records which operation the dialog procedure called.
+class RecordingPage : public PropertyPageBase {
+public:
+    static inline std::atomic<int> live{0};
+    static inline thread_local Calls* calls = nullptr;
+
+    RecordingPage() { ++live; }
+    ~RecordingPage() override { --live; }
+    ZtNic* nic() const { return nic_.get(); }
+
+protected:
+    void onSize_(int width, int height) override
+    {
+        record_("size " + std::to_string(width) + "x" + std::to_string(height));
+    }
+    void onCommandClicked_(WPARAM wParam) override { record_("clicked " + std::to_string(wParam)); }
+    void onCommandNotify_(WPARAM wParam) override { record_("notify " + std::to_string(wParam)); }
+    INT_PTR onUserMessage_(UINT message, WPARAM, LPARAM) override
+    {
+        record_("user " + std::to_string(message));
+        return message == 0x466 ? 0 : 42;
+    }
+    void onInitDialog_() override { record_("init"); }
+    void onTimer_(UINT_PTR id) override { record_("timer " + std::to_string(id)); }
+    void onNicChanged_(bool added) override { record_(added ? "nic added" : "nic removed"); }
+    void onNicMediaStateChanged_(MediaConnectState state) override
+    {
+        record_("media " + std::to_string(static_cast<int>(state)));
+    }
+
+private:
+    static void record_(std::string call)
+    {
+        if (calls != nullptr) {
+            calls->push_back(std::move(call));
+        }
+    }
+};
+
+// What a property sheet does with one page: build it, run its dialog, pump the
+// posted messages, release it.
+struct SheetPage {
+    RecordingPage* page = new RecordingPage();
+    HPROPSHEETPAGE handle = page->pageHandle();
+    HWND window = nullptr;
+
+    UINT create() { return PropSheetPageProc(nullptr, PSPCB_CREATE, host::pageDescription(handle)); }
+    void showDialog()
+    {
+        window = host::createWindow();
+        PropertyPageBase::dialogProc(window, WM_INITDIALOG, 0,
+                                     reinterpret_cast<LPARAM>(host::pageDescription(handle)));
+    }
+    INT_PTR send(UINT message, WPARAM wParam = 0, LPARAM lParam = 0) const
+    {
+        return PropertyPageBase::dialogProc(window, message, wParam, lParam);
+    }
+    void pump() const
+    {
+        for (const auto& posted : host::takePosted(window)) {
+            send(posted.message, posted.wParam, posted.lParam);
+        }
+    }
+    void release()
+    {
+        DestroyPropertySheetPage(handle);
+        if (window != nullptr) {
+            host::destroyWindow(window);
+        }
+    }
+};
+
+class PropertyPageTest : public WmiFixture {
+protected:
+    std::optional<sim::NdisProvider> ndis_;
+    std::optional<sim::ZtDriver> driver_;
+    SP_DEVINFO_DATA device_ = host::makeDevice(9);
+
+    void SetUp() override
+    {
+        WmiFixture::SetUp();
+        ndis_.emplace(service_);
+        driver_.emplace(service_);
+        ndis_->addAdapter(adapter);
+        driver_->addAdapter(adapter);
+        host::setDeviceString(device_, DEVPKEY_Device_FriendlyName, adapter);
+        host::setDeviceUint32(device_, DEVPKEY_Device_ProblemCode, 0);
+        moduleRecord.deviceReader = std::make_shared<DevPropertiesReader>(host::deviceInfoSet(), &device_);
+        moduleRecord.pageCount = 0;
+        moduleRecord.sharedNic.reset();
+        RecordingPage::live = 0;
+        host::clearDebugOutput();
+    }
+    void TearDown() override
+    {
+        EXPECT_EQ(RecordingPage::live, 0);
+        EXPECT_TRUE(moduleRecord.sharedNic.expired());
+        moduleRecord.deviceReader.reset();
+        EXPECT_TRUE(service_.drain(10s));
+        driver_->shutdown();
+        WmiFixture::TearDown();
+    }
+};
+
+TEST_F(PropertyPageTest, dialogProcedureDispatch)
+{
+    Calls calls;
+    RecordingPage::calls = &calls;
+    onNewThread([&] {
+        RecordingPage::calls = &calls;
+        SheetPage sheet;
+        sheet.create();
+        sheet.window = host::createWindow();
+        struct Case {
+            UINT message;
+            WPARAM wParam;
+            LPARAM lParam;
+            INT_PTR result;
+            Calls calls;
+        };
+        const Case beforeInit[] = {
+            {WM_SIZE, 0, 0x00200010, 0, {}},
+            {WM_COMMAND, 1003, 0, 0, {}},
+            {WM_TIMER, 1101, 0, 0, {}},
+            {WM_NOTIFY, 0, 0, 1, {}},
+            {WM_HELP, 0, 0, 1, {}},
+            {WM_CONTEXTMENU, 0, 0, 1, {}},
+            {0x401, 0, 0, 0, {}},
+            {WM_PPB_NIC_CHANGED, 1, 0, 0, {}},
+        };
+        for (const auto& c : beforeInit) {
+            calls.clear();
+            EXPECT_EQ(sheet.send(c.message, c.wParam, c.lParam), c.result)
+                << "before init, message " << c.message;
+            EXPECT_EQ(calls, c.calls) << c.message;
+        }
+        calls.clear();
+        EXPECT_EQ(PropertyPageBase::dialogProc(sheet.window, WM_INITDIALOG, 0,
+                                               reinterpret_cast<LPARAM>(host::pageDescription(sheet.handle))),
+                  TRUE);
+        EXPECT_EQ(calls, Calls{"init"});
+        EXPECT_EQ(GetWindowLongPtrW(sheet.window, GWL_EXSTYLE), WS_EX_COMPOSITED);
+        const Case live[] = {
+            {WM_SIZE, 0, 0x00C800F0, 1, {"size 240x200"}},
+            {WM_COMMAND, 1003, 0, 1, {"clicked 1003"}},
+            {WM_COMMAND, (1U << 16) | 1007U, 0, 1, {"notify 66543"}},
+            {WM_TIMER, 1101, 0, 1, {"timer 1101"}},
+            {WM_NOTIFY, 0, 0, 1, {}},
+            {WM_HELP, 0, 0, 1, {}},
+            {WM_CONTEXTMENU, 0, 0, 1, {}},
+            {WM_PPB_NIC_CHANGED, 0, 0, 1, {"nic removed"}},
+            {WM_PPB_NIC_CHANGED, 7, 0, 1, {"nic added"}},
+            {WM_PPB_NIC_MEDIA_CHANGED, 2, 0, 1, {"media 2"}},
+            {0x400, 0, 0, 0, {}},
+            {0x401, 0, 0, 42, {"user 1025"}},
+            {0x466, 0, 0, 0, {"user 1126"}},
+            {0x0200, 0, 0, 0, {}},
+        };
+        for (const auto& c : live) {
+            calls.clear();
+            EXPECT_EQ(sheet.send(c.message, c.wParam, c.lParam), c.result) << "message " << c.message;
+            EXPECT_EQ(calls, c.calls) << "message " << c.message;
+        }
+        sheet.release();
+        endThreadWbemServices();
+    });
+    RecordingPage::calls = nullptr;
+}
+
+TEST_F(PropertyPageTest, pagesShareOneAdapterObjectThatDiesWithTheLast)
+{
+    onNewThread([&] {
+        SheetPage first;
+        EXPECT_EQ(first.create(), 1U);
+        ZtNic* nic = first.page->nic();
+        ASSERT_NE(nic, nullptr);
+        EXPECT_TRUE(nic->isReady());
+        EXPECT_EQ(moduleRecord.pageCount, 1U);
+
+        const int propertyReads = host::devicePropertyCalls();
+        SheetPage second;
+        EXPECT_EQ(second.create(), 1U);
+        EXPECT_EQ(second.page->nic(), nic) << "the second page shares the object";
+        EXPECT_EQ(host::devicePropertyCalls(), propertyReads) << "and reads no property";
+        EXPECT_EQ(moduleRecord.pageCount, 2U);
+
+        host::clearDebugOutput();
+        second.release();
+        EXPECT_FALSE(moduleRecord.sharedNic.expired());
+        EXPECT_EQ(moduleRecord.pageCount, 1U);
+        first.release();
+        EXPECT_TRUE(moduleRecord.sharedNic.expired());
+        EXPECT_EQ(moduleRecord.pageCount, 0U);
+        const auto messages = tracedMessages();
+        EXPECT_EQ(std::count(messages.begin(), messages.end(), "PropSheetPageProc(): all pages released"), 1);
+        EXPECT_EQ(std::count(messages.begin(), messages.end(), "~ZtNic()"), 1);
+
+        // A new sheet: a new object, from the properties read anew.
+        host::setDeviceUint32(device_, DEVPKEY_Device_ProblemCode, 22);
+        SheetPage again;
+        again.create();
+        ASSERT_NE(again.page->nic(), nullptr);
+        EXPECT_FALSE(again.page->nic()->isReady()) << "problem code 22: not ready";
+        again.release();
+
+        SheetPage neverShown;
+        neverShown.release();
+        EXPECT_EQ(moduleRecord.pageCount, 0U);
+        endThreadWbemServices();
+    });
+}
+
+TEST_F(PropertyPageTest, adapterNotificationsReachTheDialogThreadAsPosts)
+{
+    Calls calls;
+    onNewThread([&] {
+        RecordingPage::calls = &calls;
+        SheetPage sheet;
+        sheet.create();
+        sheet.showDialog();
+        calls.clear();
+        ndis_->disconnect(adapter).wait();  // on a delivery thread of the service
+        ndis_->remove(adapter).wait();
+        EXPECT_TRUE(calls.empty()) << "nothing runs on the page from a foreign thread";
+        sheet.pump();
+        EXPECT_EQ(calls, (Calls{"media 2", "nic removed"}));
+        sheet.release();
+        RecordingPage::calls = nullptr;
+        endThreadWbemServices();
+    });
+}
+
+TEST_F(PropertyPageTest, twoSheetsOnTwoThreads)
+{
+    SP_DEVINFO_DATA other = host::makeDevice(10);
+    host::setDeviceString(other, DEVPKEY_Device_FriendlyName, adapter);
+    host::setDeviceUint32(other, DEVPKEY_Device_ProblemCode, 0);
+    for (int round = 0; round < 10; ++round) {
+        auto sheet = [&](SP_DEVINFO_DATA* device) {
+            {
+                const std::lock_guard<std::mutex> guard(moduleRecord.lock);
+                moduleRecord.deviceReader
+                    = std::make_shared<DevPropertiesReader>(host::deviceInfoSet(), device);
+            }
+            SheetPage page;
+            page.create();
+            page.showDialog();
+            ndis_->connect(adapter);
+            page.pump();
+            page.release();
+            endThreadWbemServices();
+        };
+        std::thread a(sheet, &device_);
+        std::thread b(sheet, &other);
+        a.join();
+        b.join();
+        EXPECT_EQ(moduleRecord.pageCount, 0U);
+        EXPECT_TRUE(service_.drain(10s));
+    }
+}
+
+}  // namespace
