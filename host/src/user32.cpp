@@ -29,7 +29,11 @@ Windows& windows()
 HWND__* find(Windows& w, HWND window)
 {
     const auto found = w.live.find(window);
-    return found != w.live.end() ? found->second.get() : nullptr;
+    if (found == w.live.end()) {
+        SetLastError(ERROR_INVALID_WINDOW_HANDLE);
+        return nullptr;
+    }
+    return found->second.get();
 }
 
 }  // namespace
@@ -40,7 +44,6 @@ BOOL PostMessageW(HWND window, UINT message, WPARAM wParam, LPARAM lParam)
     const std::lock_guard<std::mutex> guard(w.lock);
     HWND__* record = find(w, window);
     if (record == nullptr) {
-        SetLastError(ERROR_INVALID_WINDOW_HANDLE);
         return FALSE;
     }
     record->posted.push_back({message, wParam, lParam});
@@ -53,7 +56,6 @@ LONG_PTR GetWindowLongPtrW(HWND window, int index)
     const std::lock_guard<std::mutex> guard(w.lock);
     HWND__* record = find(w, window);
     if (record == nullptr) {
-        SetLastError(ERROR_INVALID_WINDOW_HANDLE);
         return 0;
     }
     const auto slot = record->slots.find(index);
@@ -66,7 +68,6 @@ LONG_PTR SetWindowLongPtrW(HWND window, int index, LONG_PTR value)
     const std::lock_guard<std::mutex> guard(w.lock);
     HWND__* record = find(w, window);
     if (record == nullptr) {
-        SetLastError(ERROR_INVALID_WINDOW_HANDLE);
         return 0;
     }
     LONG_PTR& slot = record->slots[index];
