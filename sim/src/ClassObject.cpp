@@ -573,4 +573,34 @@ HRESULT STDMETHODCALLTYPE ClassObject::GetMethodOrigin(LPCWSTR /*methodName*/, B
     return unsupported_("GetMethodOrigin");
 }
 
+std::optional<Value> readProperty(IWbemClassObject* object, const std::wstring& name)
+{
+    void* own = nullptr;
+    if (SUCCEEDED(object->QueryInterface(kIidSimClassObject, &own)) && own != nullptr) {
+        auto* simObject = static_cast<ClassObject*>(static_cast<IWbemClassObject*>(own));
+        std::optional<Value> value;
+        try {
+            value = simObject->peek(name);
+        } catch (...) {
+            simObject->Release();
+            throw;
+        }
+        simObject->Release();
+        return value;
+    }
+    VARIANT v{};
+    VariantInit(&v);
+    if (FAILED(object->Get(name.c_str(), 0, &v, nullptr, nullptr))) {
+        return std::nullopt;
+    }
+    try {
+        Value copy = Value::raw(v);
+        VariantClear(&v);
+        return copy;
+    } catch (...) {
+        VariantClear(&v);
+        throw;
+    }
+}
+
 }  // namespace sim

@@ -101,4 +101,8 @@ private:
     std::size_t cursor_ = 0;
 };
 
+// A property of a client-side object: read directly from the service's own
+// objects, through Get from any other; null when the object lacks it.
+std::optional<Value> readProperty(IWbemClassObject* object, const std::wstring& name);
+
 }  // namespace sim

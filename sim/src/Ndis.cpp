@@ -74,32 +74,7 @@ public:
             }
             return std::nullopt;
         }
-        void* own = nullptr;
-        if (SUCCEEDED(object_->QueryInterface(kIidSimClassObject, &own)) && own != nullptr) {
-            auto* simObject = static_cast<ClassObject*>(static_cast<IWbemClassObject*>(own));
-            std::optional<Value> value;
-            try {
-                value = simObject->peek(name);
-            } catch (...) {
-                simObject->Release();
-                throw;
-            }
-            simObject->Release();
-            return value;
-        }
-        VARIANT v{};
-        VariantInit(&v);
-        if (FAILED(object_->Get(name.c_str(), 0, &v, nullptr, nullptr))) {
-            return std::nullopt;
-        }
-        try {
-            Value copy = Value::raw(v);
-            VariantClear(&v);
-            return copy;
-        } catch (...) {
-            VariantClear(&v);
-            throw;
-        }
+        return readProperty(object_, name);
     }
 
     std::wstring className() const

@@ -26,32 +26,7 @@ std::wstring text(const BSTR value)
 // The parameter `name` of a client's parameters object; null when it lacks it.
 Value parameter(IWbemClassObject* parameters, const std::wstring& name)
 {
-    void* own = nullptr;
-    if (SUCCEEDED(parameters->QueryInterface(kIidSimClassObject, &own)) && own != nullptr) {
-        auto* object = static_cast<ClassObject*>(static_cast<IWbemClassObject*>(own));
-        std::optional<Value> value;
-        try {
-            value = object->peek(name);
-        } catch (...) {
-            object->Release();
-            throw;
-        }
-        object->Release();
-        return value.value_or(Value());
-    }
-    VARIANT v{};
-    VariantInit(&v);
-    if (FAILED(parameters->Get(name.c_str(), 0, &v, nullptr, nullptr))) {
-        return Value();
-    }
-    try {
-        Value copy = Value::raw(v);
-        VariantClear(&v);
-        return copy;
-    } catch (...) {
-        VariantClear(&v);
-        throw;
-    }
+    return readProperty(parameters, name).value_or(Value());
 }
 
 }  // namespace
