@@ -5,6 +5,9 @@
 #include <cstdint>
 #include <string>
 
+// Letter of the pair that status s (1 to 3) of pair i names: pair (i + s) mod 4.
+extern const wchar_t* const otherPairLetters[4][4];
+
 struct ZtPairInfo {
     // Status values; 1 to 3 mean "connected to the pair status places on".
     static constexpr std::uint8_t good = 0;
@@ -17,6 +20,8 @@ struct ZtPairInfo {
 
     // "A" to "D" for pairs 0 to 3, else "<unknown>".
     std::wstring pairName() const;
+    // The status in words, e.g. "open circuit" or "connected to another pair (B)".
+    std::wstring statusString() const;
 
     std::int32_t pairIndex;
     std::uint8_t status;

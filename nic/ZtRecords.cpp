@@ -40,3 +40,38 @@ std::wstring ZtPairInfo::pairName() const
     static const wchar_t* const pairLetters[] = {L"A", L"B", L"C", L"D"};
     return pairIndex >= 0 && pairIndex < 4 ? pairLetters[pairIndex] : L"<unknown>";
 }
+
+const wchar_t* const otherPairLetters[4][4] = {
+    {L"A", L"B", L"C", L"D"},
+    {L"B", L"C", L"D", L"A"},
+    {L"C", L"D", L"A", L"B"},
+    {L"D", L"A", L"B", L"C"},
+};
+
+std::wstring ZtPairInfo::statusString() const
+{
+    std::int32_t index = pairIndex;
+    if (index < 0 || index > 3) {
+        ZT_TRACE(1, "invalid pair index=%d", static_cast<int>(index));
+        index = 0;  // the letter then names a pair, even if not the right one
+    }
+    switch (status) {
+    case good:
+        return L"OK";
+    case 1:
+    case 2:
+    case 3:
+        ZT_TRACE(1, "index %d, status %d", static_cast<int>(index), static_cast<int>(status));
+        return formatString(L"connected to another pair (%s)", otherPairLetters[index][status]);
+    case shortCircuit:
+        return L"short circuit";
+    case lowMismatch:
+        return L"low mismatch";
+    case highMismatch:
+        return L"high mismatch";
+    case openCircuit:
+        return L"open circuit";
+    default:
+        return L"<unknown>";
+    }
+}

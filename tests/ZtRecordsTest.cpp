@@ -12,6 +12,40 @@
 
 namespace {
 
+TEST(ZtPairInfo, statusStringNamesTheFaultAndThePartnerPair)
+{
+    struct Case {
+        std::int32_t index;
+        std::uint8_t status;
+        const wchar_t* text;
+        std::vector<std::string> traced;
+    };
+    const Case cases[] = {
+        {0, 0, L"OK", {}},
+        {0, 1, L"connected to another pair (B)", {"index 0, status 1"}},
+        {1, 3, L"connected to another pair (A)", {"index 1, status 3"}},
+        {2, 3, L"connected to another pair (B)", {"index 2, status 3"}},
+        {3, 1, L"connected to another pair (A)", {"index 3, status 1"}},
+        {3, 2, L"connected to another pair (B)", {"index 3, status 2"}},
+        {1, 4, L"short circuit", {}},
+        {2, 5, L"low mismatch", {}},
+        {3, 6, L"high mismatch", {}},
+        {1, 7, L"open circuit", {}},
+        {0, 8, L"<unknown>", {}},
+        {0, 200, L"<unknown>", {}},
+        // A bad index reads as pair A's row and says so.
+        {4, 0, L"OK", {"invalid pair index=4"}},
+        {-1, 2, L"connected to another pair (C)", {"invalid pair index=-1", "index 0, status 2"}},
+    };
+    for (const auto& c : cases) {
+        TraceAll capture;
+        const ZtPairInfo pair(c.index, c.status);
+        EXPECT_EQ(pair.statusString(), c.text) << c.index << "/" << int(c.status);
+        EXPECT_EQ(tracedMessages(), c.traced) << c.index << "/" << int(c.status);
+        EXPECT_EQ(pair.pairIndex, c.index);
+    }
+}
+
 TEST(ZtThermalInfo, flagsSayWhichTemperatureIsValid)
 {
     const double inf = INFINITY;
