@@ -271,8 +271,9 @@ BOOL GetWindowRect(HWND window, LPRECT rect)
     if (record == nullptr) {
         return FALSE;
     }
-    const POINT parentOrigin = record->parent != nullptr && (record->style & WS_CHILD) != 0
-        ? host::clientOrigin(s, *s.windows.at(record->parent))
+    const auto parent = s.windows.find(record->parent);
+    const POINT parentOrigin = parent != s.windows.end() && (record->style & WS_CHILD) != 0
+        ? host::clientOrigin(s, *parent->second)
         : POINT{0, 0};
     *rect = {record->rect.left + parentOrigin.x, record->rect.top + parentOrigin.y,
              record->rect.right + parentOrigin.x, record->rect.bottom + parentOrigin.y};
