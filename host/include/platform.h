@@ -14,5 +14,6 @@
 #include "win32/commctrl.h"
 #include "win32/oleauto.h"
 #include "win32/setupapi.h"
+#include "win32/threads.h"
 #include "win32/wbem.h"
 #include "win32/winuser.h"

@@ -4,6 +4,7 @@
 #include <tuple>
 
 #include "ActivationState.h"
+#include "WindowSystem.h"
 #include "host/HostPlatform.h"
 
 namespace host {
@@ -26,6 +27,9 @@ void reset()
     destroyAllPropertySheetPages();
     resetCom();
     resetActivation();
+    resetWindows();
+    resetIcons();
+    resetThreads();
     auto& s = state();
     const std::lock_guard<std::mutex> guard(s.lock);
     s.debugOutput.clear();

@@ -1,25 +1,180 @@
-// Test-side windows of the host platform layer: create a window, read what was
-// posted to it, and hand the posts to a window procedure as a pump would.
+// Test-side view of the host's window system: pump a thread's messages, move the
+// test clock, script keys and thread creation, read the screen back as a user
+// would, act as the user, and show pages in a property sheet.
+//
+// Geometry: dialog units become pixels with fixed base units of 6 x 13 pixels
+// per 4 x 8 units (an 8 point shell font at 96 dpi): x' = MulDiv(x, 6, 4),
+// y' = MulDiv(y, 13, 8). Windows have no non-client area except a 1-pixel
+// border for WS_BORDER and 2 pixels for WS_EX_CLIENTEDGE on controls. An SS_ICON
+// static without SS_CENTERIMAGE or SS_REALSIZECONTROL takes its icon's size.
 #pragma once
 
+#include <cstdint>
+#include <functional>
+#include <string>
 #include <vector>
 
 #include "platform.h"
 
 namespace host {
 
+// ---- Bare windows -----------------------------------------------------------------------
 struct PostedMessage {
     UINT message;
     WPARAM wParam;
     LPARAM lParam;
 };
 
+// A window of the calling thread with no class and no procedure.
 HWND createWindow();
-// Later calls on the handle fail with ERROR_INVALID_WINDOW_HANDLE.
+// Later calls on the handle fail with ERROR_INVALID_WINDOW_HANDLE. Sends nothing.
 void destroyWindow(HWND window);
-// Takes every message posted to the window so far, oldest first.
+// Takes every message posted to the window and not yet pumped, oldest first.
 std::vector<PostedMessage> takePosted(HWND window);
 // SetWindowLongW answers 0 with this error from now on (0: normal behaviour).
 void failSetWindowLong(DWORD error);
+
+// ---- Message pump, clock and timers -------------------------------------------------------
+// Dispatches every message queued for the calling thread's windows, those posted
+// while it runs included, and the WM_TIMER of every due timer; messages for
+// destroyed windows are dropped. Returns how many it dispatched.
+int pumpMessages();
+// Messages queued for the calling thread and not yet pumped.
+int queuedMessages();
+
+// The test clock in milliseconds since reset; only advanceClock and Sleep move it.
+std::uint64_t clockNow();
+// Moves the clock and queues WM_TIMER for each due timer of the calling thread's
+// windows: at most one pending per timer, the next period counted from then.
+void advanceClock(std::uint64_t milliseconds);
+
+struct TimerInfo {
+    UINT_PTR id;
+    UINT period;
+    std::uint64_t dueAt;  // clock time of the next WM_TIMER
+    bool pending;  // a WM_TIMER is queued and not yet dispatched
+};
+std::vector<TimerInfo> liveTimers(HWND window);
+
+// ---- Sleep ------------------------------------------------------------------------------
+// The arguments of Sleep on the calling thread, and on all threads, since reset.
+std::vector<DWORD> sleepCalls();
+std::vector<DWORD> allSleepCalls();
+// Called on the sleeping thread after each Sleep has moved the clock, so a test
+// scripts what happens between sleeps. Null removes it.
+void onSleep(std::function<void(DWORD milliseconds)> hook);
+
+// ---- Keyboard and threads ------------------------------------------------------------------
+// What GetKeyState answers for a key; every key is 0 until set.
+void setKeyState(int virtualKey, SHORT state);
+// A non-zero error makes every later CreateThread fail with it (0: normal).
+void failCreateThread(DWORD error);
+int createThreadCalls();
+
+// ---- Resources and icons ------------------------------------------------------------------
+// An instance handle for the module; the host's resource functions take any
+// instance, null included, as the module's own.
+HINSTANCE moduleInstance();
+// The icon resource an icon was loaded from and its size in pixels (0 and {0, 0}
+// for a handle that is not a live icon).
+int iconResourceId(HICON icon);
+SIZE iconSize(HICON icon);
+// Icons loaded without LR_SHARED and not yet destroyed.
+int liveIcons();
+
+// ---- Reading the screen -------------------------------------------------------------------
+std::wstring windowText(HWND window);
+std::wstring windowClass(HWND window);
+DWORD windowStyle(HWND window);
+DWORD windowExStyle(HWND window);
+// Its own WS_DISABLED and WS_VISIBLE bits, whatever its parent's.
+bool isEnabled(HWND window);
+bool isVisible(HWND window);
+// The window rectangle relative to the parent's client area.
+RECT windowRect(HWND window);
+// The dialog's controls in creation (template) order.
+std::vector<HWND> children(HWND dialog);
+
+struct ListLine {
+    std::wstring text;
+    int image;
+    bool operator==(const ListLine& other) const { return text == other.text && image == other.image; }
+};
+std::vector<ListLine> listLines(HWND listView);
+int listColumnWidth(HWND listView, int column);
+int listColumnCount(HWND listView);
+DWORD listExtendedStyle(HWND listView);
+HIMAGELIST listImageList(HWND listView, int which);
+
+std::vector<std::wstring> comboRows(HWND comboBox);
+int comboSelection(HWND comboBox);  // -1 for none
+
+HICON staticIcon(HWND staticControl);
+
+struct SentMessage {
+    UINT message;
+    WPARAM wParam;
+    LPARAM lParam;
+    bool known;  // the window's class or procedure answers it
+};
+// Every message delivered to the window since it was created or last cleared:
+// those of SendMessageW, and those the platform's functions send (WM_SETTEXT,
+// WM_GETTEXT, WM_ENABLE, WM_SHOWWINDOW, WM_SIZE...). Posted ones are not here.
+std::vector<SentMessage> sentMessages(HWND window);
+void clearSentMessages(HWND window);
+
+struct DeferredMove {
+    int controlId;
+    int x;
+    int y;
+    int cx;
+    int cy;
+    UINT flags;
+    bool operator==(const DeferredMove& other) const
+    {
+        return controlId == other.controlId && x == other.x && y == other.y && cx == other.cx
+            && cy == other.cy && flags == other.flags;
+    }
+};
+// The moves of the last successful EndDeferWindowPos, in the order deferred.
+std::vector<DeferredMove> lastDeferredMoves();
+
+// ---- Acting as the user ---------------------------------------------------------------------
+// Clicks a button: only if it is enabled and visible (its parents too), then
+// WM_COMMAND MAKEWPARAM(id, BN_CLICKED) with the button as lParam goes to the
+// parent. Returns whether the click happened.
+bool click(HWND button);
+// Selects a row of an enabled, visible combo box and sends WM_COMMAND
+// MAKEWPARAM(id, CBN_SELCHANGE) to the parent. False for a bad row.
+bool chooseComboRow(HWND comboBox, int row);
+
+// ---- A property sheet on the calling thread ---------------------------------------------
+// For each page: PSPCB_CREATE (a page whose callback answers 0 is not shown),
+// then its dialog from the page's template, as a child of the sheet, and
+// WM_INITDIALOG with the sheet's copy of the page description. The first shown
+// page is visible and enabled. Unlike the platform, every page is created at once.
+class PropertySheet {
+public:
+    explicit PropertySheet(std::vector<HPROPSHEETPAGE> pages);
+    ~PropertySheet();
+    PropertySheet(const PropertySheet&) = delete;
+    PropertySheet& operator=(const PropertySheet&) = delete;
+
+    HWND window() const { return frame_; }
+    // The page's dialog; null for a page that was not shown or a closed sheet.
+    HWND page(std::size_t index) const;
+    // A shown page's tab: the template's caption unless the page has its own title.
+    std::vector<std::wstring> tabs() const { return tabs_; }
+    // Destroys the dialogs (WM_DESTROY, WM_NCDESTROY), then every page handle
+    // (PSPCB_RELEASE), then the sheet's window. Idempotent.
+    void close();
+
+private:
+    HWND frame_ = nullptr;
+    std::vector<HPROPSHEETPAGE> pages_;
+    std::vector<HWND> dialogs_;
+    std::vector<std::wstring> tabs_;
+    bool closed_ = false;
+};
 
 }  // namespace host

@@ -4,7 +4,6 @@
 
 #include "win32/base.h"
 
-using SIZE_T = std::size_t;
 using PVOID = void*;
 using FARPROC = INT_PTR (*)();
 

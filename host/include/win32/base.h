@@ -14,6 +14,7 @@ using ULONG = std::uint32_t;
 using LONG = std::int32_t;
 using UINT = unsigned int;
 using INT = int;
+using SHORT = std::int16_t;
 using BOOL = int;
 using WCHAR = wchar_t;
 using HRESULT = std::int32_t;
@@ -31,6 +32,7 @@ using LPWSTR = wchar_t*;
 using PDWORD = DWORD*;
 using LPDWORD = DWORD*;
 using PBYTE = BYTE*;
+using SIZE_T = std::size_t;
 
 #define WINAPI
 #define CALLBACK
@@ -47,6 +49,8 @@ using HMODULE = HINSTANCE;
 struct HWND__;
 using HWND = HWND__*;
 using HANDLE = void*;
+struct HICON__;
+using HICON = HICON__*;
 
 struct GUID {
     std::uint32_t Data1;
@@ -85,6 +89,9 @@ constexpr DWORD ERROR_INSUFFICIENT_BUFFER = 122;
 constexpr DWORD ERROR_INVALID_FLAGS = 1004;
 constexpr DWORD ERROR_NOT_FOUND = 1168;
 constexpr DWORD ERROR_INVALID_USER_BUFFER = 1784;
+constexpr DWORD ERROR_RESOURCE_DATA_NOT_FOUND = 1812;
+constexpr DWORD ERROR_RESOURCE_TYPE_NOT_FOUND = 1813;
+constexpr DWORD ERROR_RESOURCE_NAME_NOT_FOUND = 1814;
 constexpr DWORD ERROR_NO_CLASSINSTALL_PARAMS = 0xE0000215;
 
 DWORD GetLastError();

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "win32/base.h"
+#include "win32/winuser.h"
 
 // ---- Common controls and property sheet pages (commctrl.h, prsht.h) -------------
 constexpr DWORD ICC_LISTVIEW_CLASSES = 0x1;
@@ -16,6 +17,8 @@ BOOL InitCommonControlsEx(const INITCOMMONCONTROLSEX* init);
 constexpr UINT PSPCB_ADDREF = 0;
 constexpr UINT PSPCB_RELEASE = 1;
 constexpr UINT PSPCB_CREATE = 2;
+constexpr DWORD PSP_DLGINDIRECT = 0x1;
+constexpr DWORD PSP_USETITLE = 0x8;
 constexpr DWORD PSP_USECALLBACK = 0x80;
 constexpr DWORD PSP_USEFUSIONCONTEXT = 0x4000;
 
@@ -24,7 +27,6 @@ struct _PSP;
 using HPROPSHEETPAGE = _PSP*;
 using LPPROPSHEETPAGEW = PROPSHEETPAGEW*;
 using LPCPROPSHEETPAGEW = const PROPSHEETPAGEW*;
-using DLGPROC = INT_PTR (*)(HWND, UINT, WPARAM, LPARAM);
 using LPFNPSPCALLBACKW = UINT (*)(HWND, UINT, LPPROPSHEETPAGEW);
 
 struct PROPSHEETPAGEW {
@@ -52,8 +54,6 @@ BOOL DestroyPropertySheetPage(HPROPSHEETPAGE page);
 constexpr UINT ILC_MASK = 0x1;
 constexpr UINT ILC_COLOR32 = 0x20;
 
-struct HICON__;
-using HICON = HICON__*;
 struct HostImageList;
 using HIMAGELIST = HostImageList*;
 
@@ -61,3 +61,76 @@ HIMAGELIST ImageList_Create(int cx, int cy, UINT flags, int initial, int grow);
 // Index -1 appends; the result is the icon's index, or -1.
 int ImageList_ReplaceIcon(HIMAGELIST list, int index, HICON icon);
 BOOL ImageList_Destroy(HIMAGELIST list);
+
+// ---- List view ---------------------------------------------------------------------------
+constexpr DWORD LVS_REPORT = 0x0001;
+constexpr DWORD LVS_ALIGNLEFT = 0x0800;
+constexpr DWORD LVS_NOCOLUMNHEADER = 0x4000;
+constexpr DWORD LVS_NOSORTHEADER = 0x8000;
+constexpr DWORD LVS_EX_FULLROWSELECT = 0x00000020;
+constexpr DWORD LVS_EX_DOUBLEBUFFER = 0x00010000;
+
+constexpr UINT LVM_FIRST = 0x1000;
+constexpr UINT LVM_GETIMAGELIST = LVM_FIRST + 2;
+constexpr UINT LVM_SETIMAGELIST = LVM_FIRST + 3;
+constexpr UINT LVM_GETITEMCOUNT = LVM_FIRST + 4;
+constexpr UINT LVM_DELETEITEM = LVM_FIRST + 8;
+constexpr UINT LVM_DELETEALLITEMS = LVM_FIRST + 9;
+constexpr UINT LVM_GETCOLUMNWIDTH = LVM_FIRST + 29;
+constexpr UINT LVM_SETCOLUMNWIDTH = LVM_FIRST + 30;
+constexpr UINT LVM_SETEXTENDEDLISTVIEWSTYLE = LVM_FIRST + 54;
+constexpr UINT LVM_GETEXTENDEDLISTVIEWSTYLE = LVM_FIRST + 55;
+constexpr UINT LVM_GETITEMW = LVM_FIRST + 75;
+constexpr UINT LVM_SETITEMW = LVM_FIRST + 76;
+constexpr UINT LVM_INSERTITEMW = LVM_FIRST + 77;
+constexpr UINT LVM_INSERTCOLUMNW = LVM_FIRST + 97;
+constexpr UINT LVM_GETITEMTEXTW = LVM_FIRST + 115;
+
+constexpr int LVSIL_NORMAL = 0;
+constexpr int LVSIL_SMALL = 1;
+constexpr int LVSIL_STATE = 2;
+constexpr int LVSCW_AUTOSIZE = -1;
+constexpr int LVSCW_AUTOSIZE_USEHEADER = -2;
+
+constexpr UINT LVIF_TEXT = 0x0001;
+constexpr UINT LVIF_IMAGE = 0x0002;
+constexpr UINT LVIF_PARAM = 0x0004;
+
+constexpr UINT LVCF_FMT = 0x0001;
+constexpr UINT LVCF_WIDTH = 0x0002;
+constexpr UINT LVCF_TEXT = 0x0004;
+constexpr UINT LVCF_SUBITEM = 0x0008;
+
+struct LVITEMW {
+    UINT mask;
+    int iItem;
+    int iSubItem;
+    UINT state;
+    UINT stateMask;
+    LPWSTR pszText;
+    int cchTextMax;
+    int iImage;
+    LPARAM lParam;
+    int iIndent;
+    int iGroupId;
+    UINT cColumns;
+    UINT* puColumns;
+    int* piColFmt;
+    int iGroup;
+};
+static_assert(sizeof(LVITEMW) == 88, "platform layout");
+
+struct LVCOLUMNW {
+    UINT mask;
+    int fmt;
+    int cx;
+    LPWSTR pszText;
+    int cchTextMax;
+    int iSubItem;
+    int iImage;
+    int iOrder;
+    int cxMin;
+    int cxDefault;
+    int cxIdeal;
+};
+static_assert(sizeof(LVCOLUMNW) == 56, "platform layout");

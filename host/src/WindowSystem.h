@@ -1,0 +1,109 @@
+// Internal: the host's windows, one record per window, the message queue of
+// each thread, timers and the test clock, all under one lock. Window procedures
+// are always called with the lock released; control classes run under it.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "host/HostWindows.h"
+#include "platform.h"
+
+namespace host {
+
+class Control;  // Controls.h
+
+struct Timer {
+    UINT period = 0;
+    std::uint64_t dueAt = 0;
+    bool pending = false;
+};
+
+struct Window {
+    HWND handle = nullptr;
+    DWORD threadId = 0;
+    HWND parent = nullptr;
+    std::wstring className;
+    std::wstring text;
+    DWORD style = 0;
+    DWORD exStyle = 0;
+    int id = 0;
+    RECT rect{};  // relative to the parent's client area; the screen for a top-level window
+    std::map<int, LONG_PTR> slots;
+    bool dialog = false;
+    DLGPROC dialogProc = nullptr;
+    std::vector<HWND> children;
+    std::unique_ptr<Control> control;
+    std::vector<SentMessage> sent;
+    std::map<UINT_PTR, Timer> timers;
+
+    Window();
+    ~Window();
+    Window(const Window&) = delete;
+    Window& operator=(const Window&) = delete;
+    bool isDialog() const { return dialog; }
+};
+
+struct QueuedMessage {
+    HWND window;
+    UINT message;
+    WPARAM wParam;
+    LPARAM lParam;
+    bool fromTimer;
+};
+
+struct SleepCall {
+    DWORD threadId;
+    DWORD milliseconds;
+};
+
+struct WindowSystem {
+    std::mutex lock;
+    std::map<HWND, std::unique_ptr<Window>> windows;
+    std::map<DWORD, std::deque<QueuedMessage>> queues;
+    std::map<HDWP, std::vector<std::pair<HWND, DeferredMove>>> deferrals;
+    std::vector<DeferredMove> lastDeferred;
+    std::map<int, SHORT> keys;
+    std::uint64_t clock = 0;
+    std::vector<SleepCall> sleeps;
+    std::shared_ptr<const std::function<void(DWORD)>> sleepHook;
+    DWORD setLongError = 0;
+};
+
+WindowSystem& windowSystem();
+
+// Under the lock. A null answer has set ERROR_INVALID_WINDOW_HANDLE.
+Window* findWindow(WindowSystem& system, HWND window);
+// A new window of the calling thread, linked to its parent.
+Window& addWindow(WindowSystem& system);
+// Where a window's client area starts on the screen, and its client size.
+POINT clientOrigin(WindowSystem& system, const Window& window);
+SIZE clientSize(const Window& window);
+// Moves and sizes as SetWindowPos does; true if the size changed.
+bool applyPosition(Window& window, int x, int y, int cx, int cy, UINT flags);
+// Queues WM_TIMER for each due timer of the thread's windows.
+void queueDueTimers(WindowSystem& system, DWORD threadId);
+
+// Lock released: delivers a message as SendMessageW does. `logged` adds it to
+// the window's record of sent messages (posted messages are not).
+LRESULT deliver(HWND window, UINT message, WPARAM wParam, LPARAM lParam, bool logged);
+// Destroys the window and its children: WM_DESTROY, WM_NCDESTROY, then gone.
+BOOL destroyWindowTree(HWND window);
+// Creates a dialog from the module's template: the dialog, WM_SIZE, its
+// controls, WM_INITDIALOG. The style bits are changed as a sheet changes its
+// pages'; `position`, if given, replaces the template's.
+HWND createDialog(WORD templateId, HWND parent, DLGPROC dialogProc, LPARAM initParam, DWORD removeStyles,
+                  DWORD addStyles, const POINT* position);
+// Clears everything above, without sending a message.
+void resetWindows();
+void resetIcons();
+// Clears the scripted failure and count of CreateThread; running threads go on.
+void resetThreads();
+
+}  // namespace host
