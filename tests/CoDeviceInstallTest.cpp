@@ -207,23 +207,28 @@ TEST_F(CoDeviceInstallTest, failedGetReturnsItsCodeAndTouchesNothing)
     EXPECT_EQ(host::initCommonControlsCalls()[0].dwICC, 0x4001U);
 }
 
-TEST_F(CoDeviceInstallTest, listedDeviceWithoutThePageObjectFailsWithOutOfMemory)
+TEST_F(CoDeviceInstallTest, listedDeviceGetsTheDiagnosticsPage)
 {
-    // Until the diagnostics page exists, the real factory gives no object.
     host::setDeviceStringList(device_, DEVPKEY_Device_HardwareIds, {listedId});
     givePages(1);
-    EXPECT_EQ(install(), ERROR_OUTOFMEMORY);
+    EXPECT_EQ(install(), static_cast<DWORD>(NO_ERROR));
     EXPECT_EQ(tracedMessages(),
               (Messages{
                   "ztprop: CoDeviceInstall called, fn = 35",
                   "Hardware IDs count 1:",
                   "    HWID: PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_E4363C91&REV_02",
                   "DEVPKEY_Device_ProblemCode 0",
-                  "[!] Failed to create/init diagnostics property page object",
-                  "/!\\ ztprop: DIF_ADDPROPERTYPAGE_ADVANCED -> failed, code 14",
+                  "Initializing the property page",
+                  "Creating the page...",
+                  "PropSheetPageProc() called, msg = 0",
+                  "ZethoriaDiagPage()",
               }));
-    EXPECT_EQ(host::setClassInstallParamsCalls(), 0);
-    EXPECT_EQ(stored().NumDynamicPages, 1U);
+    const auto data = stored();
+    ASSERT_EQ(data.NumDynamicPages, 2U);
+    const PROPSHEETPAGEW* page = host::pageDescription(data.DynamicPages[1]);
+    ASSERT_NE(page, nullptr);
+    EXPECT_EQ(page->pszTemplate, MAKEINTRESOURCEW(107));
+    EXPECT_NE(page->dwFlags & PSP_USECALLBACK, 0U);
 }
 
 TEST_F(CoDeviceInstallTest, pageObjectWithoutSheetPageIsDeleted)

@@ -1,0 +1,666 @@
+// The diagnostics page on a simulated adapter, opened through the co-installer
+// in a sheet, read back as the user sees it.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <optional>
+
+#include "PageHarness.h"
+#include "WmiFixture.h"
+#include "diag_page/DiagResultsList.h"
+#include "installer/ModuleRecord.h"
+#include "page_framework/PropertyPageBase.h"
+#include "resources/resource.h"
+#include "sim/Ndis.h"
+#include "sim/ZtDriver.h"
+#include "wmi/WbemServices.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using Lines = std::vector<ListLine>;
+using sim::ZtDriver;
+
+const wchar_t* const adapter = L"ZT 5G Network Adapter";
+const wchar_t* const listedId = L"PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_E4363C91&REV_02";
+constexpr std::uint64_t gbps = 1000000000ULL;
+
+constexpr int blank = DiagResultsList::ImageBlank;
+constexpr int ok = DiagResultsList::ImageOk;
+constexpr int error = DiagResultsList::ImageError;
+constexpr int warning = DiagResultsList::ImageWarning;
+constexpr int info = DiagResultsList::ImageInfo;
+
+const ListLine started{L"Cable diagnostics started (can take up to 8 seconds)...", info};
+const ListLine goodCable{L"The overall status of cable is good", ok};
+
+sim::LinkState link(std::uint64_t speed, bool up = true)
+{
+    return {up ? sim::ndis::mediaConnected : sim::ndis::mediaDisconnected, sim::ndis::duplexFull, speed,
+            speed};
+}
+
+// The driver's control class can't be read: the adapter object isn't ready.
+sim::Fault driverSilent()
+{
+    return sim::Fault::on("GetObject", WBEM_E_NOT_FOUND).forTarget(ZtDriver::adapterClass);
+}
+
+bool timerRunning(HWND page)
+{
+    for (const host::TimerInfo& timer : host::liveTimers(page)) {
+        if (timer.id == 1101 && timer.period == 1500) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool has(const std::vector<std::string>& messages, const std::string& line)
+{
+    return std::find(messages.begin(), messages.end(), line) != messages.end();
+}
+
+class DiagPageTest : public WmiFixture {
+protected:
+    std::optional<sim::NdisProvider> ndis_;
+    std::optional<ZtDriver> driver_;
+    SP_DEVINFO_DATA device_ = host::makeDevice(21);
+
+    void SetUp() override
+    {
+        WmiFixture::SetUp();
+        ndis_.emplace(service_);
+        driver_.emplace(service_);
+        ndis_->addAdapter(adapter, link(gbps));
+        driver_->addAdapter(adapter);
+        host::setDeviceStringList(device_, DEVPKEY_Device_HardwareIds, {listedId});
+        host::setDeviceString(device_, DEVPKEY_Device_FriendlyName, adapter);
+        host::setDeviceUint32(device_, DEVPKEY_Device_ProblemCode, 0);
+    }
+    void TearDown() override
+    {
+        EXPECT_TRUE(service_.drain(10s));
+        driver_->shutdown();
+        moduleRecord.deviceReader.reset();
+        WmiFixture::TearDown();
+    }
+
+    // Opens the page on a thread of its own, runs `body` there, closes the sheet.
+    template <typename Body> void withPage(Body body)
+    {
+        onNewThread([&] {
+            {
+                PageSheet sheet(host::deviceInfoSet(), device_);
+                ASSERT_EQ(sheet.installResult(), static_cast<DWORD>(NO_ERROR));
+                ASSERT_NE(sheet.page(), nullptr);
+                body(sheet);
+            }
+            endThreadWbemServices();
+        });
+    }
+    void waitRunning() { ASSERT_TRUE(driver_->waitUntilCableTestRunning(adapter)); }
+};
+
+TEST_F(DiagPageTest, opensOnAReadyAdapter)
+{
+    driver_->setCableLength(adapter, 50);
+    withPage([&](PageSheet& sheet) {
+        const PageScreen s = sheet.screen();
+        EXPECT_EQ(s.linkStatus, L"Connected");
+        EXPECT_EQ(s.speed, L"Speed 1.0 Gbps");
+        EXPECT_EQ(s.linkIcon, IDI_LAMP_OK);
+        EXPECT_EQ(s.temperature, L"Temperature is ok");
+        EXPECT_EQ(s.healthIcon, IDI_LAMP_OK);
+        EXPECT_FALSE(s.detailVisible);
+        EXPECT_EQ(s.detail, L"PHY: 100.00\u00B0C\tMAC: 100.00\u00B0C") << "the template's text until shown";
+        // At 1 Gbps the category isn't offered, the length is the driver's own.
+        EXPECT_EQ(s.lines, (Lines{{L"Approx cable length: 50 meters", ok}}));
+        EXPECT_TRUE(s.runEnabled);
+        EXPECT_FALSE(s.categoryLabelEnabled);
+        EXPECT_FALSE(s.categoryEnabled);
+        EXPECT_EQ(s.category, L"");
+        EXPECT_TRUE(timerRunning(sheet.page()));
+    });
+}
+
+TEST_F(DiagPageTest, modesOfAnAdapterThatIsNotReadyOrTooOld)
+{
+    struct Case {
+        const char* name;
+        std::optional<DWORD> problemCode;  // none: the property can't be read
+        bool driverAnswers;
+        bool oldFirmware;
+        ListLine line;
+        bool runEnabled;
+        bool timer;
+        std::size_t sleeps;
+    };
+    const Case cases[] = {
+        {"disabled", 22, true, false, {L"Device is disabled", warning}, false, false, 0},
+        {"problem", 28, true, false, {L"Device has a problem (code 28)", warning}, false, false, 0},
+        {"unreadable code",
+         std::nullopt,
+         true,
+         false,
+         {L"Device has a problem (code -1)", warning},
+         false,
+         false,
+         0},
+        {"silent", 0, false, false, {L"Unable to query device", warning}, false, false, 19},
+        {"old firmware",
+         0,
+         true,
+         true,
+         {L"Current version of firmware doesn't support cable diagnostics", warning},
+         false,
+         true,
+         0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        if (c.problemCode) {
+            host::setDeviceUint32(device_, DEVPKEY_Device_ProblemCode, *c.problemCode);
+        } else {
+            host::removeDeviceProperty(device_, DEVPKEY_Device_ProblemCode);
+        }
+        service_.clearFaults();
+        if (!c.driverAnswers) {
+            service_.injectFault(driverSilent());
+        }
+        driver_->setFirmware(adapter, 1, 5, c.oldFirmware ? 65 : 66);
+        withPage([&](PageSheet& sheet) {
+            const PageScreen s = sheet.screen();
+            EXPECT_EQ(s.lines, Lines{c.line});
+            EXPECT_EQ(s.runEnabled, c.runEnabled);
+            EXPECT_FALSE(s.categoryEnabled);
+            EXPECT_FALSE(s.categoryLabelEnabled);
+            EXPECT_EQ(timerRunning(sheet.page()), c.timer);
+            const std::vector<DWORD> sleeps = host::sleepCalls();
+            EXPECT_EQ(sleeps.size(), c.sleeps);
+            for (DWORD ms : sleeps) {
+                EXPECT_EQ(ms, 20U);
+            }
+            if (!c.timer) {
+                EXPECT_EQ(s.temperature, L"Temperature <unknown>");
+                EXPECT_EQ(s.healthIcon, IDI_LAMP_UNKNOWN);
+            }
+        });
+    }
+}
+
+TEST_F(DiagPageTest, cableRunWithAFaultyPairWhileTheDriverTakesTheLinkDown)
+{
+    ndis_->setLinkState(adapter, link(5 * gbps));
+    driver_->setCableLength(adapter, 50);
+    driver_->setPairs(adapter, {0, ZtDriver::pairWord(ZtDriver::pairOpen, 12, 30), 0, 0});
+    // The driver drops the link for the test and leaves it down.
+    driver_->onLinkDrop([&](const std::wstring& name) { ndis_->disconnect(name).wait(); });
+    driver_->holdCableTest(adapter);
+    withPage([&](PageSheet& sheet) {
+        PageScreen s = sheet.screen();
+        EXPECT_EQ(s.lines, (Lines{{L"Approx cable length: 46 meters", ok}}));
+        EXPECT_TRUE(s.categoryEnabled);
+        EXPECT_TRUE(s.categoryLabelEnabled);
+        EXPECT_EQ(s.category, L"5e") << "the first offer selects the first row";
+
+        sheet.click(IDC_RUN_DIAG);
+        s = sheet.screen();
+        EXPECT_EQ(s.lines, Lines{started});
+        EXPECT_FALSE(s.runEnabled);
+        EXPECT_FALSE(s.categoryEnabled);
+        EXPECT_FALSE(s.categoryLabelEnabled);
+
+        waitRunning();
+        ASSERT_TRUE(sheet.pumpUntil([&] { return sheet.screen().linkStatus == L"Disconnected"; }));
+        s = sheet.screen();
+        EXPECT_EQ(s.speed, L"Speed <unknown>");
+        EXPECT_EQ(s.linkIcon, IDI_LAMP_UNKNOWN);
+        EXPECT_EQ(s.lines, Lines{started}) << "the run's own media event changes only the link group";
+        EXPECT_FALSE(s.runEnabled);
+        EXPECT_TRUE(has(tracedMessages(), "Media state changed because of diagnostics -> do nothing"));
+
+        sheet.click(IDC_RUN_DIAG);  // disabled: nothing happens
+        driver_->releaseCableTest(adapter);
+        ASSERT_TRUE(sheet.pumpUntil([&] { return sheet.screen().runEnabled; }));
+        const Lines results{{L"Diagnostics results by pairs:", blank},
+                            {L"Pair A: OK", ok},
+                            {L"Pair B: open circuit, distance 12 meters", error},
+                            {L"Pair C: OK", ok},
+                            {L"Pair D: OK", ok}};
+        s = sheet.screen();
+        EXPECT_EQ(s.lines, results) << "no length line while the link is down";
+        EXPECT_FALSE(s.categoryEnabled);
+
+        // The link's return is the first media event after the run: the
+        // results stay and the length follows them.
+        ndis_->connect(adapter).wait();
+        ASSERT_TRUE(sheet.pumpUntil([&] { return sheet.screen().linkStatus == L"Connected"; }));
+        Lines withLength = results;
+        withLength.push_back({L"Approx cable length: 46 meters", ok});
+        s = sheet.screen();
+        EXPECT_EQ(s.lines, withLength);
+        EXPECT_TRUE(s.categoryEnabled);
+        EXPECT_EQ(s.category, L"5e");
+
+        // Another category corrects the same line in place.
+        sheet.chooseCategory(1);
+        withLength.back() = {L"Approx cable length: 54 meters", ok};
+        EXPECT_EQ(sheet.screen().lines, withLength);
+        sheet.chooseCategory(2);
+        withLength.back() = {L"Approx cable length: 56 meters", ok};
+        EXPECT_EQ(sheet.screen().lines, withLength);
+
+        // The second event clears the list for good.
+        ndis_->disconnect(adapter).wait();
+        ASSERT_TRUE(sheet.pumpUntil([&] { return sheet.screen().linkStatus == L"Disconnected"; }));
+        s = sheet.screen();
+        EXPECT_EQ(s.lines, Lines{});
+        EXPECT_FALSE(s.categoryEnabled);
+        EXPECT_TRUE(s.runEnabled);
+    });
+    EXPECT_EQ(driver_->runs(adapter, sim::ZtMethod::execCableDiag), 1);
+}
+
+TEST_F(DiagPageTest, outcomesOfARun)
+{
+    struct Case {
+        const char* name;
+        std::vector<std::uint32_t> pairs;
+        HRESULT execMethod;
+        Lines lines;
+    };
+    const auto word
+        = [](std::uint8_t status, std::uint8_t distance) { return ZtDriver::pairWord(status, distance); };
+    const Case cases[] = {
+        {"four good pairs", {0, 0, 0, 0}, 0, {goodCable, {L"Approx cable length: 50 meters", ok}}},
+        {"no pairs at all", {}, 0, {goodCable, {L"Approx cable length: 50 meters", ok}}},
+        {"cross connections and an odd status",
+         {word(1, 3), word(200, 5), word(3, 0), word(1, 9)},
+         0,
+         {{L"Diagnostics results by pairs:", blank},
+          {L"Pair A: connected to another pair (B), distance 3 meters", error},
+          {L"Pair B: <unknown>, distance 5 meters", error},
+          {L"Pair C: connected to another pair (B), distance 0 meters", error},
+          {L"Pair D: connected to another pair (A), distance 9 meters", error},
+          {L"Approx cable length: 50 meters", ok}}},
+        {"a fifth record",
+         {0, 0, 0, 0, word(4, 7)},
+         0,
+         {{L"Diagnostics results by pairs:", blank},
+          {L"Pair A: OK", ok},
+          {L"Pair B: OK", ok},
+          {L"Pair C: OK", ok},
+          {L"Pair D: OK", ok},
+          {L"Pair <unknown>: short circuit, distance 7 meters", error},
+          {L"Approx cable length: 50 meters", ok}}},
+        {"the driver fails",
+         {0, 0, 0, 0},
+         WBEM_E_FAILED,
+         {{L"An error occurred", error}, {L"Approx cable length: 50 meters", ok}}},
+    };
+    driver_->setCableLength(adapter, 50);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        driver_->setPairs(adapter, c.pairs);
+        service_.clearFaults();
+        if (FAILED(c.execMethod)) {
+            // Opening reads the cable length first; the second method call is the test.
+            service_.injectFault(
+                sim::Fault::on("ExecMethod", c.execMethod).forTarget(ZtDriver::adapterClass).onlyCall(2));
+        }
+        withPage([&](PageSheet& sheet) {
+            sheet.click(IDC_RUN_DIAG);
+            ASSERT_TRUE(sheet.pumpUntil([&] { return sheet.screen().runEnabled; }));
+            EXPECT_EQ(sheet.screen().lines, c.lines);
+        });
+    }
+}
+
+TEST_F(DiagPageTest, aWorkerThatCannotStartLeavesTheButtonForAnotherTry)
+{
+    withPage([&](PageSheet& sheet) {
+        host::failCreateThread(ERROR_NOT_ENOUGH_MEMORY);
+        sheet.click(IDC_RUN_DIAG);
+        host::failCreateThread(0);
+        const PageScreen s = sheet.screen();
+        EXPECT_EQ(s.lines, (Lines{{L"Failed to start cable diagnostics", error}}));
+        EXPECT_TRUE(s.runEnabled);
+        EXPECT_TRUE(has(tracedMessages(), "[!] Failed to start cable diagnostics worker thread"));
+
+        sheet.click(IDC_RUN_DIAG);
+        ASSERT_TRUE(sheet.pumpUntil([&] { return sheet.screen().runEnabled; }));
+        EXPECT_EQ(sheet.screen().lines, Lines{goodCable});
+    });
+}
+
+TEST_F(DiagPageTest, closingDuringARunWaitsForTheWorker)
+{
+    driver_->holdCableTest(adapter);
+    std::atomic<bool> released{false};
+    std::thread releaser;
+    withPage([&](PageSheet& sheet) {
+        sheet.click(IDC_RUN_DIAG);
+        waitRunning();
+        releaser = std::thread([&] {
+            std::this_thread::sleep_for(200ms);
+            released = true;
+            driver_->releaseCableTest(adapter);
+        });
+        sheet.close();
+        EXPECT_TRUE(released) << "the sheet closed while the worker still ran";
+        const auto messages = tracedMessages();
+        const auto waiting = std::find(messages.begin(), messages.end(),
+                                       "~ZethoriaDiagPage(): waiting diagnostics thread to complete");
+        ASSERT_NE(waiting, messages.end());
+        EXPECT_NE(std::find(waiting, messages.end(), "Cable diag thread: exit"), messages.end());
+    });
+    releaser.join();
+}
+
+TEST_F(DiagPageTest, anAdapterDisabledDuringARunIsShownAfterIt)
+{
+    driver_->holdCableTest(adapter);
+    withPage([&](PageSheet& sheet) {
+        sheet.click(IDC_RUN_DIAG);
+        waitRunning();
+        host::setDeviceUint32(device_, DEVPKEY_Device_ProblemCode, 22);
+        ndis_->remove(adapter).wait();
+        ASSERT_TRUE(sheet.pumpUntil([&] { return has(tracedMessages(), "ZtNic: adapter removed"); }));
+        sheet.pump();
+        PageScreen s = sheet.screen();
+        EXPECT_EQ(s.lines, Lines{started}) << "the run still owns the page";
+        EXPECT_FALSE(s.runEnabled);
+        sheet.click(IDC_RUN_DIAG);
+
+        driver_->removeAdapter(adapter);  // ends the run at once
+        ASSERT_TRUE(sheet.pumpUntil([&] { return sheet.screen().lines != Lines{started}; }));
+        s = sheet.screen();
+        EXPECT_EQ(s.lines, (Lines{{L"Device is disabled", warning}}));
+        EXPECT_FALSE(s.runEnabled);
+        EXPECT_FALSE(timerRunning(sheet.page()));
+        EXPECT_EQ(s.temperature, L"Temperature <unknown>");
+
+        // Back again: the page is usable as before.
+        host::setDeviceUint32(device_, DEVPKEY_Device_ProblemCode, 0);
+        driver_->addAdapter(adapter);
+        ndis_->arrive(adapter, link(gbps)).wait();
+        ASSERT_TRUE(sheet.pumpUntil([&] { return sheet.screen().runEnabled; }));
+        EXPECT_EQ(sheet.screen().lines, Lines{});
+        EXPECT_TRUE(timerRunning(sheet.page()));
+    });
+    EXPECT_EQ(driver_->runs(adapter, sim::ZtMethod::execCableDiag), 1);
+}
+
+TEST_F(DiagPageTest, mediaEventsOnAPageWithoutARun)
+{
+    driver_->setFirmware(adapter, 1, 4, 0);
+    withPage([&](PageSheet& sheet) {
+        const Lines firmware{{L"Current version of firmware doesn't support cable diagnostics", warning}};
+        EXPECT_EQ(sheet.screen().lines, firmware);
+        ndis_->disconnect(adapter).wait();
+        ASSERT_TRUE(sheet.pumpUntil([&] { return sheet.screen().linkStatus == L"Disconnected"; }));
+        EXPECT_EQ(sheet.screen().lines, firmware) << "the first event leaves the line";
+        ndis_->connect(adapter).wait();
+        ASSERT_TRUE(sheet.pumpUntil([&] { return sheet.screen().linkStatus == L"Connected"; }));
+        EXPECT_EQ(sheet.screen().lines, Lines{}) << "the second removes it for good";
+        EXPECT_FALSE(sheet.screen().runEnabled);
+    });
+}
+
+TEST_F(DiagPageTest, linkSpeedsAndTheCategoryChoice)
+{
+    struct Case {
+        std::uint64_t speed;
+        const wchar_t* text;
+        bool offered;
+        const wchar_t* length;
+    };
+    const Case cases[] = {
+        {10000000ULL, L"Speed 10.0 Mbps", false, L"Approx cable length: 50 meters"},
+        {100000000ULL, L"Speed 100.0 Mbps", false, L"Approx cable length: 50 meters"},
+        {gbps, L"Speed 1.0 Gbps", false, L"Approx cable length: 50 meters"},
+        {2500000000ULL, L"Speed 2.5 Gbps", true, L"Approx cable length: 63 meters"},
+        {2500000001ULL, L"Speed <unknown>", false, L"Approx cable length: 50 meters"},
+        {5 * gbps, L"Speed 5.0 Gbps", true, L"Approx cable length: 54 meters"},
+        {10 * gbps, L"Speed 10.0 Gbps", false, L"Approx cable length: 50 meters"},
+    };
+    driver_->setCableLength(adapter, 50);
+    ndis_->setLinkState(adapter, link(2500000000ULL));
+    withPage([&](PageSheet& sheet) {
+        EXPECT_EQ(sheet.screen().category, L"5e");
+        sheet.chooseCategory(1);  // the user's row stays from here on
+        for (const auto& c : cases) {
+            ndis_->setLinkState(adapter, link(c.speed));
+            ndis_->connect(adapter).wait();
+            ASSERT_TRUE(sheet.pumpUntil([&] { return sheet.screen().speed == c.text; })) << c.speed;
+            const PageScreen s = sheet.screen();
+            EXPECT_EQ(s.linkStatus, L"Connected");
+            EXPECT_EQ(s.categoryEnabled, c.offered) << c.speed;
+            EXPECT_EQ(s.categoryLabelEnabled, c.offered) << c.speed;
+            EXPECT_EQ(s.category, L"6") << c.speed;
+            ASSERT_FALSE(s.lines.empty()) << c.speed;
+            EXPECT_EQ(s.lines.back(), (ListLine{c.length, ok})) << c.speed;
+        }
+    });
+}
+
+TEST_F(DiagPageTest, noCableLengthIsReportedOnlyWhenTheUserAsks)
+{
+    ndis_->setLinkState(adapter, link(5 * gbps));
+    withPage([&](PageSheet& sheet) {
+        EXPECT_EQ(sheet.screen().lines, Lines{}) << "a length of 0 adds nothing by itself";
+        sheet.chooseCategory(2);
+        EXPECT_EQ(sheet.screen().lines, (Lines{{L"Unable to determine cable length", warning}}));
+        driver_->setCableLength(adapter, 35);
+        sheet.chooseCategory(0);
+        EXPECT_EQ(sheet.screen().lines, (Lines{{L"Approx cable length: 30 meters", ok}}));
+    });
+}
+
+TEST_F(DiagPageTest, healthFollowsTheTemperaturesAtEachTick)
+{
+    struct Case {
+        const char* name;
+        std::uint8_t flags;
+        std::int32_t phy, mac;
+        const wchar_t* verdict;
+        int icon;
+        const wchar_t* detail;
+    };
+    const Case cases[] = {
+        {"both in order", 12, 4500, 5425, L"Temperature is ok", IDI_LAMP_OK,
+         L"PHY: 45\u00B0C\tMAC: 54.25\u00B0C"},
+        {"one at the limit", 12, 10000, 13000, L"Temperature is ok", IDI_LAMP_OK,
+         L"PHY: 100\u00B0C\tMAC: 130\u00B0C"},
+        {"PHY hot, MAC cool", 12, 12000, 9000, L"Temperature is ok", IDI_LAMP_OK,
+         L"PHY: 120\u00B0C\tMAC: 90\u00B0C"},
+        {"both above", 12, 10001, 10001, L"Temperature is high", IDI_LAMP_HIGH,
+         L"PHY: 100.01\u00B0C\tMAC: 100.01\u00B0C"},
+        {"only MAC, hot", 8, 0, 12000, L"Temperature is high", IDI_LAMP_HIGH,
+         L"PHY: <?>\u00B0C\tMAC: 120\u00B0C"},
+        {"only PHY", 4, 6050, 0, L"Temperature is ok", IDI_LAMP_OK, L"PHY: 60.5\u00B0C\tMAC: <?>\u00B0C"},
+        {"neither", 0, 4500, 4500, L"Temperature <unknown>", IDI_LAMP_UNKNOWN,
+         L"PHY: <?>\u00B0C\tMAC: <?>\u00B0C"},
+    };
+    withPage([&](PageSheet& sheet) {
+        // Ctrl+Shift+T held at a tick shows the temperatures.
+        host::setKeyState('T', static_cast<SHORT>(0x8000));
+        host::setKeyState(VK_CONTROL, static_cast<SHORT>(0x8000));
+        host::setKeyState(VK_SHIFT, 1);
+        sheet.tick();
+        host::setKeyState('T', 0);
+        ASSERT_TRUE(sheet.screen().detailVisible);
+        for (const auto& c : cases) {
+            SCOPED_TRACE(c.name);
+            driver_->setTemperatures(adapter, c.phy, c.mac);
+            driver_->setThermalFlags(adapter, c.flags);
+            EXPECT_NE(sheet.screen().temperature + sheet.screen().detail, c.verdict + std::wstring(c.detail));
+            sheet.tick();
+            const PageScreen s = sheet.screen();
+            EXPECT_EQ(s.temperature, c.verdict);
+            EXPECT_EQ(s.healthIcon, c.icon);
+            EXPECT_EQ(s.detail, c.detail);
+            EXPECT_TRUE(s.detailVisible);
+        }
+    });
+}
+
+TEST_F(DiagPageTest, aFailedTemperatureReadIsUnknownNotHigh)
+{
+    withPage([&](PageSheet& sheet) {
+        service_.injectFault(
+            sim::Fault::on("GetObject", WBEM_E_FAILED).forTarget(ZtDriver::diagnosticsClass));
+        sheet.tick();
+        service_.clearFaults();
+        EXPECT_EQ(sheet.screen().temperature, L"Temperature <unknown>");
+        EXPECT_EQ(sheet.screen().healthIcon, IDI_LAMP_UNKNOWN);
+        sheet.tick();
+        EXPECT_EQ(sheet.screen().temperature, L"Temperature is ok");
+    });
+}
+
+TEST_F(DiagPageTest, theChordTogglesAtEachTickWhileHeld)
+{
+    withPage([&](PageSheet& sheet) {
+        const auto visible = [&] { return sheet.screen().detailVisible; };
+        host::setKeyState(VK_CONTROL, static_cast<SHORT>(0x8000));
+        host::setKeyState(VK_SHIFT, static_cast<SHORT>(0x8000));
+        sheet.tick();
+        EXPECT_FALSE(visible()) << "two keys are not the chord";
+        host::setKeyState('T', static_cast<SHORT>(0x8000));
+        sheet.tick();
+        EXPECT_TRUE(visible());
+        EXPECT_EQ(sheet.screen().detail, L"PHY: 45\u00B0C\tMAC: 50\u00B0C");
+        sheet.tick();
+        EXPECT_FALSE(visible()) << "held over two ticks it toggles twice";
+        host::setKeyState('T', 1);  // toggled, not down
+        sheet.tick();
+        EXPECT_FALSE(visible());
+        // Pressed and released between two ticks: not seen.
+        host::setKeyState('T', static_cast<SHORT>(0x8000));
+        host::setKeyState('T', 0);
+        sheet.tick();
+        EXPECT_FALSE(visible());
+    });
+}
+
+TEST_F(DiagPageTest, problemCodeThatSettlesDuringTheWait)
+{
+    service_.injectFault(driverSilent());
+    int sleeps = 0;
+    host::onSleep([&](DWORD) {
+        if (++sleeps == 4) {
+            host::setDeviceUint32(device_, DEVPKEY_Device_ProblemCode, 22);
+        }
+    });
+    withPage([&](PageSheet& sheet) {
+        EXPECT_EQ(sheet.screen().lines, (Lines{{L"Device is disabled", warning}}));
+        EXPECT_EQ(host::sleepCalls().size(), 4U);
+    });
+    host::onSleep(nullptr);
+}
+
+// A control's rectangle in the page's client coordinates.
+RECT placeOf(const PageSheet& sheet, int id)
+{
+    RECT rect{};
+    GetWindowRect(sheet.control(id), &rect);
+    POINT corners[2] = {{rect.left, rect.top}, {rect.right, rect.bottom}};
+    ScreenToClient(sheet.page(), &corners[0]);
+    ScreenToClient(sheet.page(), &corners[1]);
+    return {corners[0].x, corners[0].y, corners[1].x, corners[1].y};
+}
+
+TEST_F(DiagPageTest, layoutSharesTheWidthAndGivesTheListTheFreeHeight)
+{
+    withPage([&](PageSheet& sheet) {
+        const HWND page = sheet.page();
+        for (const int cx : {378, 377, 500}) {
+            SCOPED_TRACE(cx);
+            const int cy = 354;
+            for (int round = 0; round < 2; ++round) {  // a second layout changes nothing
+                SetWindowPos(page, nullptr, 0, 0, cx, cy, SWP_NOMOVE | SWP_NOZORDER);
+                RECT client{};
+                GetClientRect(page, &client);
+                ASSERT_EQ(client.right, cx);
+                const RECT banner = placeOf(sheet, IDC_BANNER);
+                const int margin = banner.left;
+                const int top = banner.bottom;
+                const int half = cx / 2;
+                const RECT linkCaption = placeOf(sheet, IDC_LINK_CAPTION);
+                const RECT healthCaption = placeOf(sheet, IDC_HEALTH_CAPTION);
+                EXPECT_EQ(linkCaption.left, margin);
+                EXPECT_EQ(linkCaption.top, top);
+                EXPECT_EQ(healthCaption.left, half);
+                EXPECT_EQ(healthCaption.top, top);
+                const int captionMid = (linkCaption.bottom - linkCaption.top) / 2;
+                const RECT linkLine = placeOf(sheet, IDC_LINK_LINE);
+                EXPECT_EQ(linkLine.left, linkCaption.right);
+                EXPECT_EQ(linkLine.right, half - margin) << "the link group ends a margin before the middle";
+                EXPECT_EQ(linkLine.top, top + captionMid);
+                EXPECT_EQ(linkLine.bottom - linkLine.top, 1);
+                const RECT healthLine = placeOf(sheet, IDC_HEALTH_LINE);
+                EXPECT_EQ(healthLine.left, healthCaption.right);
+                EXPECT_EQ(healthLine.right, cx - margin);
+                const RECT linkIcon = placeOf(sheet, IDC_LINK_ICON);
+                const RECT healthIcon = placeOf(sheet, IDC_HEALTH_ICON);
+                EXPECT_EQ(linkIcon.left, margin);
+                EXPECT_EQ(healthIcon.left, half);
+                EXPECT_EQ(healthIcon.top, linkIcon.top);
+                EXPECT_EQ(linkIcon.top, top + 2 * captionMid + 3);
+                for (const int id : {IDC_LINK_STATUS, IDC_LINK_SPEED}) {
+                    EXPECT_EQ(placeOf(sheet, id).left, linkIcon.right + 3) << id;
+                }
+                for (const int id : {IDC_TEMPERATURE, IDC_TEMPERATURE_DETAIL}) {
+                    EXPECT_EQ(placeOf(sheet, id).left, healthIcon.right + 3) << id << ", hidden or not";
+                }
+                EXPECT_EQ(placeOf(sheet, IDC_TEMPERATURE).top, placeOf(sheet, IDC_LINK_STATUS).top);
+                EXPECT_EQ(placeOf(sheet, IDC_TEMPERATURE_DETAIL).top, linkIcon.bottom + 3);
+                EXPECT_EQ(placeOf(sheet, IDC_LINK_SPEED).top, linkIcon.bottom + 3);
+                EXPECT_EQ(placeOf(sheet, IDC_DIAG_LINE).right, cx - margin);
+                const RECT button = placeOf(sheet, IDC_RUN_DIAG);
+                EXPECT_EQ(button.left, margin);
+                EXPECT_EQ(button.bottom, cy - margin);
+                const RECT list = placeOf(sheet, IDC_RESULTS_LIST);
+                EXPECT_EQ(list.left, margin);
+                EXPECT_EQ(list.right, cx - margin);
+                EXPECT_EQ(list.bottom, button.top - 5);
+                RECT listClient{};
+                GetClientRect(sheet.control(IDC_RESULTS_LIST), &listClient);
+                EXPECT_EQ(SendMessageW(sheet.control(IDC_RESULTS_LIST), LVM_GETCOLUMNWIDTH, 0, 0),
+                          listClient.right - 3);
+            }
+        }
+        std::vector<int> moved;
+        for (const host::DeferredMove& move : host::lastDeferredMoves()) {
+            moved.push_back(move.controlId);
+        }
+        EXPECT_EQ(moved,
+                  (std::vector<int>{IDC_LINK_CAPTION, IDC_LINK_LINE, IDC_HEALTH_CAPTION, IDC_HEALTH_LINE,
+                                    IDC_LINK_ICON, IDC_LINK_STATUS, IDC_HEALTH_ICON, IDC_TEMPERATURE,
+                                    IDC_LINK_SPEED, IDC_TEMPERATURE_DETAIL, IDC_DIAG_LINE, IDC_RUN_DIAG,
+                                    IDC_RESULTS_LIST}));
+    });
+}
+
+TEST_F(DiagPageTest, otherTimersClicksAndMessagesChangeNothing)
+{
+    withPage([&](PageSheet& sheet) {
+        const PageScreen before = sheet.screen();
+        const HWND page = sheet.page();
+        const auto send = [page](UINT message, WPARAM wParam) {
+            return PropertyPageBase::dialogProc(page, message, wParam, 0);
+        };
+        EXPECT_EQ(send(WM_TIMER, 1102), TRUE);
+        EXPECT_EQ(send(WM_COMMAND, MAKEWPARAM(IDC_CABLE_CATEGORY_LABEL, 0)), TRUE);
+        EXPECT_EQ(send(WM_USER + 2, 0), 0);
+        EXPECT_EQ(send(WM_USER + 150, 0), 0);
+        const PageScreen after = sheet.screen();
+        EXPECT_EQ(after.lines, before.lines);
+        EXPECT_EQ(after.runEnabled, before.runEnabled);
+        EXPECT_EQ(after.temperature, before.temperature);
+    });
+}
+
+}  // namespace
