@@ -31,8 +31,14 @@ constexpr int error = DiagResultsList::ImageError;
 constexpr int warning = DiagResultsList::ImageWarning;
 constexpr int info = DiagResultsList::ImageInfo;
 
-const ListLine started{L"Cable diagnostics started (can take up to 8 seconds)...", info};
-const ListLine goodCable{L"The overall status of cable is good", ok};
+ListLine started()
+{
+    return {L"Cable diagnostics started (can take up to 8 seconds)...", info};
+}
+ListLine goodCable()
+{
+    return {L"The overall status of cable is good", ok};
+}
 
 sim::LinkState link(std::uint64_t speed, bool up = true)
 {
@@ -127,35 +133,22 @@ TEST_F(DiagPageTest, opensOnAReadyAdapter)
 TEST_F(DiagPageTest, modesOfAnAdapterThatIsNotReadyOrTooOld)
 {
     struct Case {
-        const char* name;
+        const char* name = nullptr;
         std::optional<DWORD> problemCode;  // none: the property can't be read
-        bool driverAnswers;
-        bool oldFirmware;
-        ListLine line;
-        bool runEnabled;
-        bool timer;
-        std::size_t sleeps;
+        bool driverAnswers = true;
+        bool oldFirmware = false;
+        bool runEnabled = false;
+        bool timer = false;
+        std::size_t sleeps = 0;
+        const wchar_t* line = nullptr;  // shown with the warning image
     };
     const Case cases[] = {
-        {"disabled", 22, true, false, {L"Device is disabled", warning}, false, false, 0},
-        {"problem", 28, true, false, {L"Device has a problem (code 28)", warning}, false, false, 0},
-        {"unreadable code",
-         std::nullopt,
-         true,
-         false,
-         {L"Device has a problem (code -1)", warning},
-         false,
-         false,
-         0},
-        {"silent", 0, false, false, {L"Unable to query device", warning}, false, false, 19},
-        {"old firmware",
-         0,
-         true,
-         true,
-         {L"Current version of firmware doesn't support cable diagnostics", warning},
-         false,
-         true,
-         0},
+        {"disabled", 22, true, false, false, false, 0, L"Device is disabled"},
+        {"problem", 28, true, false, false, false, 0, L"Device has a problem (code 28)"},
+        {"unreadable code", std::nullopt, true, false, false, false, 0, L"Device has a problem (code -1)"},
+        {"silent", 0, false, false, false, false, 19, L"Unable to query device"},
+        {"old firmware", 0, true, true, false, true, 0,
+         L"Current version of firmware doesn't support cable diagnostics"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -171,7 +164,7 @@ TEST_F(DiagPageTest, modesOfAnAdapterThatIsNotReadyOrTooOld)
         driver_->setFirmware(adapter, 1, 5, c.oldFirmware ? 65 : 66);
         withPage([&](PageSheet& sheet) {
             const PageScreen s = sheet.screen();
-            EXPECT_EQ(s.lines, Lines{c.line});
+            EXPECT_EQ(s.lines, (Lines{{c.line, warning}}));
             EXPECT_EQ(s.runEnabled, c.runEnabled);
             EXPECT_FALSE(s.categoryEnabled);
             EXPECT_FALSE(s.categoryLabelEnabled);
@@ -206,7 +199,7 @@ TEST_F(DiagPageTest, cableRunWithAFaultyPairWhileTheDriverTakesTheLinkDown)
 
         sheet.click(IDC_RUN_DIAG);
         s = sheet.screen();
-        EXPECT_EQ(s.lines, Lines{started});
+        EXPECT_EQ(s.lines, Lines{started()});
         EXPECT_FALSE(s.runEnabled);
         EXPECT_FALSE(s.categoryEnabled);
         EXPECT_FALSE(s.categoryLabelEnabled);
@@ -216,7 +209,7 @@ TEST_F(DiagPageTest, cableRunWithAFaultyPairWhileTheDriverTakesTheLinkDown)
         s = sheet.screen();
         EXPECT_EQ(s.speed, L"Speed <unknown>");
         EXPECT_EQ(s.linkIcon, IDI_LAMP_UNKNOWN);
-        EXPECT_EQ(s.lines, Lines{started}) << "the run's own media event changes only the link group";
+        EXPECT_EQ(s.lines, Lines{started()}) << "the run's own media event changes only the link group";
         EXPECT_FALSE(s.runEnabled);
         EXPECT_TRUE(has(tracedMessages(), "Media state changed because of diagnostics -> do nothing"));
 
@@ -273,8 +266,8 @@ TEST_F(DiagPageTest, outcomesOfARun)
     const auto word
         = [](std::uint8_t status, std::uint8_t distance) { return ZtDriver::pairWord(status, distance); };
     const Case cases[] = {
-        {"four good pairs", {0, 0, 0, 0}, 0, {goodCable, {L"Approx cable length: 50 meters", ok}}},
-        {"no pairs at all", {}, 0, {goodCable, {L"Approx cable length: 50 meters", ok}}},
+        {"four good pairs", {0, 0, 0, 0}, 0, {goodCable(), {L"Approx cable length: 50 meters", ok}}},
+        {"no pairs at all", {}, 0, {goodCable(), {L"Approx cable length: 50 meters", ok}}},
         {"cross connections and an odd status",
          {word(1, 3), word(200, 5), word(3, 0), word(1, 9)},
          0,
@@ -330,7 +323,7 @@ TEST_F(DiagPageTest, aWorkerThatCannotStartLeavesTheButtonForAnotherTry)
 
         sheet.click(IDC_RUN_DIAG);
         ASSERT_TRUE(sheet.pumpUntil([&] { return sheet.screen().runEnabled; }));
-        EXPECT_EQ(sheet.screen().lines, Lines{goodCable});
+        EXPECT_EQ(sheet.screen().lines, Lines{goodCable()});
     });
 }
 
@@ -369,12 +362,12 @@ TEST_F(DiagPageTest, anAdapterDisabledDuringARunIsShownAfterIt)
         ASSERT_TRUE(sheet.pumpUntil([&] { return has(tracedMessages(), "ZtNic: adapter removed"); }));
         sheet.pump();
         PageScreen s = sheet.screen();
-        EXPECT_EQ(s.lines, Lines{started}) << "the run still owns the page";
+        EXPECT_EQ(s.lines, Lines{started()}) << "the run still owns the page";
         EXPECT_FALSE(s.runEnabled);
         sheet.click(IDC_RUN_DIAG);
 
         driver_->removeAdapter(adapter);  // ends the run at once
-        ASSERT_TRUE(sheet.pumpUntil([&] { return sheet.screen().lines != Lines{started}; }));
+        ASSERT_TRUE(sheet.pumpUntil([&] { return sheet.screen().lines != Lines{started()}; }));
         s = sheet.screen();
         EXPECT_EQ(s.lines, (Lines{{L"Device is disabled", warning}}));
         EXPECT_FALSE(s.runEnabled);
@@ -462,25 +455,25 @@ TEST_F(DiagPageTest, healthFollowsTheTemperaturesAtEachTick)
 {
     struct Case {
         const char* name;
-        std::uint8_t flags;
         std::int32_t phy, mac;
-        const wchar_t* verdict;
+        int flags;
         int icon;
+        const wchar_t* verdict;
         const wchar_t* detail;
     };
     const Case cases[] = {
-        {"both in order", 12, 4500, 5425, L"Temperature is ok", IDI_LAMP_OK,
+        {"both in order", 4500, 5425, 12, IDI_LAMP_OK, L"Temperature is ok",
          L"PHY: 45\u00B0C\tMAC: 54.25\u00B0C"},
-        {"one at the limit", 12, 10000, 13000, L"Temperature is ok", IDI_LAMP_OK,
+        {"one at the limit", 10000, 13000, 12, IDI_LAMP_OK, L"Temperature is ok",
          L"PHY: 100\u00B0C\tMAC: 130\u00B0C"},
-        {"PHY hot, MAC cool", 12, 12000, 9000, L"Temperature is ok", IDI_LAMP_OK,
+        {"PHY hot, MAC cool", 12000, 9000, 12, IDI_LAMP_OK, L"Temperature is ok",
          L"PHY: 120\u00B0C\tMAC: 90\u00B0C"},
-        {"both above", 12, 10001, 10001, L"Temperature is high", IDI_LAMP_HIGH,
+        {"both above", 10001, 10001, 12, IDI_LAMP_HIGH, L"Temperature is high",
          L"PHY: 100.01\u00B0C\tMAC: 100.01\u00B0C"},
-        {"only MAC, hot", 8, 0, 12000, L"Temperature is high", IDI_LAMP_HIGH,
+        {"only MAC, hot", 0, 12000, 8, IDI_LAMP_HIGH, L"Temperature is high",
          L"PHY: <?>\u00B0C\tMAC: 120\u00B0C"},
-        {"only PHY", 4, 6050, 0, L"Temperature is ok", IDI_LAMP_OK, L"PHY: 60.5\u00B0C\tMAC: <?>\u00B0C"},
-        {"neither", 0, 4500, 4500, L"Temperature <unknown>", IDI_LAMP_UNKNOWN,
+        {"only PHY", 6050, 0, 4, IDI_LAMP_OK, L"Temperature is ok", L"PHY: 60.5\u00B0C\tMAC: <?>\u00B0C"},
+        {"neither", 4500, 4500, 0, IDI_LAMP_UNKNOWN, L"Temperature <unknown>",
          L"PHY: <?>\u00B0C\tMAC: <?>\u00B0C"},
     };
     withPage([&](PageSheet& sheet) {
@@ -494,7 +487,7 @@ TEST_F(DiagPageTest, healthFollowsTheTemperaturesAtEachTick)
         for (const auto& c : cases) {
             SCOPED_TRACE(c.name);
             driver_->setTemperatures(adapter, c.phy, c.mac);
-            driver_->setThermalFlags(adapter, c.flags);
+            driver_->setThermalFlags(adapter, static_cast<std::uint8_t>(c.flags));
             EXPECT_NE(sheet.screen().temperature + sheet.screen().detail, c.verdict + std::wstring(c.detail));
             sheet.tick();
             const PageScreen s = sheet.screen();
