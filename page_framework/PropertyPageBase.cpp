@@ -46,7 +46,10 @@ void PropertyPageBase::onInit_(HWND window)
 {
     hwnd_ = window;
     SetWindowLongPtrW(window, DWLP_USER, reinterpret_cast<LONG_PTR>(this));
-    if (SetWindowLongW(window, GWL_EXSTYLE, WS_EX_COMPOSITED) == 0) {
+    // 0 is also the answer for a window whose previous extended style was 0;
+    // only the last error tells the two apart.
+    SetLastError(ERROR_SUCCESS);
+    if (SetWindowLongW(window, GWL_EXSTYLE, WS_EX_COMPOSITED) == 0 && GetLastError() != ERROR_SUCCESS) {
         ZT_TRACE(0, "[!] SetWindowLong() failed w/status %d", static_cast<int>(GetLastError()));
     }
     onInitDialog_();

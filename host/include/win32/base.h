@@ -81,6 +81,7 @@ using REFCLSID = const CLSID&;
 
 // ---- Errors and the debugger -------------------------------------------------
 constexpr DWORD NO_ERROR = 0;
+constexpr DWORD ERROR_SUCCESS = 0;
 constexpr DWORD ERROR_INVALID_HANDLE = 6;
 constexpr DWORD ERROR_NOT_ENOUGH_MEMORY = 8;
 constexpr DWORD ERROR_OUTOFMEMORY = 14;
