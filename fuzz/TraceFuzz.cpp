@@ -67,16 +67,16 @@ std::string buildFormat(FuzzInput& in, Arguments& args)
         }
         const char* const conversions[] = {"d", "u", "llu", "x", "s", "S", "g"};
         const std::string conversion = conversions[kind % std::size(conversions)];
-        std::string spec = conversion == "x" ? "%#" : "%";
+        std::string conversionText = conversion == "x" ? "%#" : "%";
         const std::uint8_t shape = in.byte();
         if ((shape & 0x01) != 0) {
-            spec += '-';
+            conversionText += '-';
         }
         if ((shape & 0x02) != 0) {
-            spec += std::to_string(in.u16() % 700);
+            conversionText += std::to_string(in.u16() % 700);
         }
         if ((shape & 0x04) != 0) {
-            spec += '.' + std::to_string(in.byte() % 40);
+            conversionText += '.' + std::to_string(in.byte() % 40);
         }
         if (conversion == "g") {
             if (reals == slots) {
@@ -100,7 +100,7 @@ std::string buildFormat(FuzzInput& in, Arguments& args)
                 args.integers[integers++] = in.u64();
             }
         }
-        format += spec + conversion;
+        format += conversionText + conversion;
     }
     return format;
 }
