@@ -16,9 +16,9 @@ const wchar_t* const notificationClasses[] = {
     L"MSNdis_StatusMediaDisconnect",
 };
 
-// Plain unsigned decimal: leading blanks skipped, digits up to the first
-// non-digit; no digits or an overflow give 0, which callers read as no data.
-std::uint64_t parseSpeed(const wchar_t* text)
+}  // namespace
+
+std::uint64_t parseLinkSpeed(const wchar_t* text)
 {
     while (*text == L' ' || *text == L'\t') {
         ++text;
@@ -34,8 +34,6 @@ std::uint64_t parseSpeed(const wchar_t* text)
     }
     return digit == text ? 0 : value;
 }
-
-}  // namespace
 
 NdisWmi::NdisWmi(const wchar_t* instance) : instance_(instance != nullptr ? instance : L"")
 {
@@ -145,7 +143,7 @@ std::uint64_t NdisWmi::linkSpeed() const
         ZT_TRACE(0, "[!] XmitLinkSpeed is not text (type %d)", static_cast<int>(speed.vartype()));
         return 0;
     }
-    return parseSpeed(speed.get().bstrVal);
+    return parseLinkSpeed(speed.get().bstrVal);
 }
 
 MediaConnectState NdisWmi::mediaConnectState() const

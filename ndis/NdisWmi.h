@@ -60,6 +60,11 @@ private:
     com_ptr<IWbemServices> subscribedThrough_;
 };
 
+// The text of "XmitLinkSpeed" as a number: plain unsigned decimal, leading
+// blanks skipped, digits up to the first non-digit; no digits or an overflow
+// give 0, which callers read as no data. `text` is zero-terminated.
+std::uint64_t parseLinkSpeed(const wchar_t* text);
+
 // The NDIS records of a link state query, filled; empty on failure.
 com_ptr<IWbemClassObject> createNdisObjectHeader();
 com_ptr<IWbemClassObject> createWmiMethodHeader();

@@ -53,7 +53,6 @@ private:
     WbemClassObject getObject_(const std::wstring& className);
     bool execMethod_(const std::wstring& method, WbemClassObject& out);
     bool cableDiag_(std::vector<ZtPairInfo>& results);
-    bool parseDiagResult_(const WbemClassObject& diagRes, std::vector<ZtPairInfo>& results);
     void onAdapterChanged_(const std::wstring& instanceName, bool arrived);
     void onMediaStateChanged_(const std::wstring& instanceName, MediaConnectState state);
     bool hasControlObject_() const;
@@ -67,3 +66,8 @@ private:
     NdisWmi ndis_;
     std::atomic<bool> ready_{false};
 };
+
+// Reads the driver's "diagRes" object: appends one record per element of its
+// "pairs" array (4-byte elements, one dimension) and gives true, or gives false
+// with the list untouched.
+bool parseDiagResult(const WbemClassObject& diagRes, std::vector<ZtPairInfo>& results);

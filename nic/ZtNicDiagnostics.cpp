@@ -48,10 +48,10 @@ bool ZtNic::cableDiag_(std::vector<ZtPairInfo>& results)
         ZT_TRACE(0, "[!] 'diagRes' property not found or has invalid type");
         return false;
     }
-    return parseDiagResult_(WbemClassObject(embedded, false), results);
+    return parseDiagResult(WbemClassObject(embedded, false), results);
 }
 
-bool ZtNic::parseDiagResult_(const WbemClassObject& diagRes, std::vector<ZtPairInfo>& results)
+bool parseDiagResult(const WbemClassObject& diagRes, std::vector<ZtPairInfo>& results)
 {
     const variant& pairs = diagRes[L"pairs"];
     if (pairs.vartype() == VT_EMPTY) {

@@ -138,3 +138,19 @@ TEST(Trace, longerLineIsCutTo510CharactersAndKeepsItsLineFeed)
         EXPECT_EQ(out[0], std::string(510, 'b') + "\n") << length;
     }
 }
+
+// Found by fuzzing: a wide argument with no narrow form (here in the C
+// locale) makes the formatter give up without writing, and the line handed
+// over was whatever the stack held. The format stands in for it.
+TEST(Trace, wideArgumentWithoutNarrowFormLeavesTheFormat)
+{
+    TraceAll capture;
+    const std::wstring name = L"\x0421\x0435\x0442\x044C #2";
+    traceMessage(0, "[!] adapter '%S' failed\n", name.c_str());
+    EXPECT_EQ(host::debugOutput(), std::vector<std::string>{"[!] adapter '%S' failed\n"});
+
+    host::clearDebugOutput();
+    const std::string longFormat = std::string(600, 'f') + "%S\n";
+    traceMessage(0, longFormat.c_str(), name.c_str());
+    EXPECT_EQ(host::debugOutput(), std::vector<std::string>{std::string(510, 'f') + "\n"});
+}

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <memory>
 
 #include "CountingUnknown.h"
 #include "TraceCapture.h"
@@ -93,6 +94,38 @@ TEST(VariantToString, everyRowOfTheTable)
         EXPECT_EQ(host::liveBstrs(), 0) << c.what << ": the owner ends what it holds";
         EXPECT_EQ(host::liveSafeArrays(), 0) << c.what;
     }
+}
+
+// Found by fuzzing: a by-reference string was printed by reading the address
+// of the string as text, which ran past the 8 bytes of the pointer.
+TEST(VariantToString, byReferenceStringsAreReadThroughTheirPointer)
+{
+    BSTR text = SysAllocString(L"by reference");
+    wchar_t wide[] = L"wide by reference";
+    wchar_t* widePointer = wide;
+    // Exactly as large as the pointers, so that reading past them is caught.
+    auto bstrSlot = std::make_unique<BSTR>(text);
+    auto wideSlot = std::make_unique<wchar_t*>(widePointer);
+    auto nullSlot = std::make_unique<BSTR>(nullptr);
+    struct Case {
+        VARTYPE tag;
+        void* target;
+        const wchar_t* expected;
+    };
+    const Case cases[] = {
+        {VT_BYREF | VT_BSTR, bstrSlot.get(), L"by reference"},
+        {VT_BYREF | VT_LPWSTR, wideSlot.get(), L"wide by reference"},
+        {VT_BYREF | VT_BSTR, nullSlot.get(), L""},
+        {VT_BYREF | VT_BSTR, nullptr, L""},
+        {VT_BYREF | VT_LPWSTR, nullptr, L""},
+    };
+    for (const auto& c : cases) {
+        variant value;
+        value.put()->vt = c.tag;
+        const_cast<VARIANT&>(value.get()).byref = c.target;
+        EXPECT_EQ(variantToString(value), c.expected) << c.tag;
+    }
+    SysFreeString(text);
 }
 
 TEST(Variant, clearRefusesTheTwoByReferenceInterfaceTags)

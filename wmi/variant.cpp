@@ -166,8 +166,9 @@ std::wstring variantToString(const variant& value)
     if (const wchar_t* text = fixedText(tag)) {
         return text;
     }
-    // By-reference values other than VT_ERROR print the row's reading of the
-    // stored bits; none occurs in what the service hands out.
+    // By reference, VT_ERROR and the two strings are read through their
+    // pointer; other tags print the row's reading of the stored bits. None
+    // occurs in what the service hands out.
     switch (tag) {
     case VT_I2:
         return std::to_wstring(v.iVal);
@@ -181,8 +182,14 @@ std::wstring variantToString(const variant& value)
     case VT_CY:
         return std::to_wstring(v.cyVal.int64);
     case VT_BSTR:
+        if (value.isByRef()) {
+            return textUpToZero(v.pbstrVal != nullptr ? *v.pbstrVal : nullptr);
+        }
         return textUpToZero(v.bstrVal);
     case VT_LPWSTR:
+        if (value.isByRef()) {
+            return textUpToZero(v.byref != nullptr ? *static_cast<const wchar_t* const*>(v.byref) : nullptr);
+        }
         return textUpToZero(static_cast<const wchar_t*>(v.byref));
     case VT_ERROR: {
         const SCODE code = value.isByRef() ? (v.pscode != nullptr ? *v.pscode : 0) : v.scode;
