@@ -38,11 +38,11 @@ const wchar_t* const listedId = L"PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_E4363C91&REV_02"
 constexpr std::uint64_t speeds[]
     = {100000000ULL, 1000000000ULL, 2500000000ULL, 5000000000ULL, 10000000000ULL};
 
-constexpr int rounds = 6;
+constexpr int rounds = 10;
 constexpr int dialogThreads = 2;
 constexpr int eventThreads = 2;
 constexpr int eventsPerThread = 60;
-constexpr int sessionsPerDialog = 2;
+constexpr int sessionsPerDialog = 3;
 constexpr int stepsPerSession = 25;
 // A removal leaves the adapter object not ready, so the next arrival waits
 // 500 ms or more on a delivery thread (2.5 s if the driver stays away): few per round.
@@ -161,7 +161,7 @@ protected:
     {
         driver_->addAdapter(adapter);
         driver_->setCableLength(adapter, 40);
-        driver_->setCableTestDuration(adapter, 3ms);
+        driver_->setCableTestDuration(adapter, 10ms);
     }
     void finding_(std::string text)
     {
@@ -176,16 +176,16 @@ protected:
         int cycles = 0;
         for (int i = 0; i < eventsPerThread; ++i) {
             const std::lock_guard<std::mutex> guard(scriptLock_);
-            const auto choice = random() % 10;
-            if (choice < 3 && ndisPresent_) {
+            const auto choice = random() % 20;
+            if (choice < 6 && ndisPresent_) {
                 (void)ndis_->connect(adapter);
-            } else if (choice < 6 && ndisPresent_) {
+            } else if (choice < 12 && ndisPresent_) {
                 (void)ndis_->disconnect(adapter);
-            } else if (choice < 8 && ndisPresent_) {
+            } else if (choice < 17 && ndisPresent_) {
                 const std::uint64_t speed = speeds[random() % std::size(speeds)];
                 ndis_->setLinkState(adapter, link(speed, true));
                 (void)ndis_->changeLinkSpeed(adapter, speed, speed);
-            } else if (choice == 8 && cycles < adapterCyclesPerThread) {
+            } else if (choice == 17 && cycles < adapterCyclesPerThread) {
                 if (ndisPresent_) {
                     (void)ndis_->remove(adapter);
                     ndisPresent_ = false;
@@ -198,13 +198,18 @@ protected:
                     (void)ndis_->arrive(adapter, link(speeds[random() % std::size(speeds)], true));
                     ndisPresent_ = true;
                 }
-            } else if (choice == 9) {
+            } else if (choice == 18) {
                 if (driverPresent_) {
                     driver_->removeAdapter(adapter);  // ends a run under way at once
                 } else {
                     addDriverAdapter_();
                 }
                 driverPresent_ = !driverPresent_;
+            } else if (choice == 19 && driverPresent_) {
+                // Runs under way wait a little longer, so pages close during them.
+                driver_->holdCableTest(adapter);
+                std::this_thread::sleep_for(5ms);
+                driver_->releaseCableTest(adapter);
             }
             std::this_thread::sleep_for(std::chrono::milliseconds(1 + random() % 3));
         }
@@ -266,7 +271,8 @@ protected:
                     checkModes_(sheet, "step");
                 }
                 if (random() % 2 == 0) {
-                    // Otherwise it closes while a run may be under way, and waits for it.
+                    sheet.click(IDC_RUN_DIAG);  // closes during the run, if it started: waits for it
+                } else {
                     sheet.pumpUntil(
                         [&] {
                             const PageScreen s = sheet.screen();
@@ -296,6 +302,7 @@ TEST_F(StressTest, eventsPagesRunsAndTicksTogether)
     for (int round = 0; round < rounds; ++round) {
         watchdog.startRound(round);
         std::vector<std::thread> threads;
+        threads.reserve(eventThreads + dialogThreads);
         for (int i = 0; i < eventThreads; ++i) {
             threads.emplace_back([this, round, i] { fireEvents_(static_cast<unsigned>(round * 100 + i)); });
         }
@@ -315,7 +322,10 @@ TEST_F(StressTest, eventsPagesRunsAndTicksTogether)
     const int workers = host::createThreadCalls();
     std::cout << "stress: " << rounds << " rounds, " << rounds * dialogThreads * sessionsPerDialog
               << " pages, " << workers << " cable runs, " << rounds * eventThreads * eventsPerThread
-              << " scripted events in " << seconds << " s\n";
+              << " scripted events in " << seconds << " s; "
+              << countOf(messages, "~ZethoriaDiagPage(): waiting diagnostics thread to complete")
+              << " pages closed during a run, " << countOf(messages, "ZtNic: adapter arrived")
+              << " arrivals, " << countOf(messages, "ZtNic: adapter removed") << " removals seen\n";
     RecordProperty("rounds", rounds);
     RecordProperty("cableRuns", workers);
 
