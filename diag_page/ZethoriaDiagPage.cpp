@@ -154,7 +154,11 @@ void ZethoriaDiagPage::onNicMediaStateChanged_(MediaConnectState /*state*/)
     if (mediaChangeCount_ > 1) {
         resultsList_.clear();
     }
-    if (cableDiagSupported_()) {
+    // Only Idle and Results shown (the run button enabled) offer the cable
+    // controls. The adapter object can't tell: a not-ready one may report
+    // supporting firmware, and an arriving one is ready before its arrival
+    // reaches the page.
+    if (IsWindowEnabled(GetDlgItem(hwnd_, IDC_RUN_DIAG)) != FALSE && cableDiagSupported_()) {
         updateCableControls_();
     }
 }

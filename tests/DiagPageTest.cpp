@@ -9,6 +9,7 @@
 #include "WmiFixture.h"
 #include "diag_page/DiagResultsList.h"
 #include "installer/ModuleRecord.h"
+#include "nic/ZtNic.h"
 #include "page_framework/PropertyPageBase.h"
 #include "resources/resource.h"
 #include "sim/Ndis.h"
@@ -403,6 +404,59 @@ TEST_F(DiagPageTest, mediaEventsOnAPageWithoutARun)
         ASSERT_TRUE(sheet.pumpUntil([&] { return sheet.screen().linkStatus == L"Connected"; }));
         EXPECT_EQ(sheet.screen().lines, Lines{}) << "the second removes it for good";
         EXPECT_FALSE(sheet.screen().runEnabled);
+    });
+}
+
+TEST_F(DiagPageTest, mediaEventsOnASilentAdapterOfferNoCableControls)
+{
+    // The firmware answers but the control class doesn't: not ready, though
+    // the firmware would support the test.
+    ndis_->setLinkState(adapter, link(5 * gbps));
+    driver_->setCableLength(adapter, 50);
+    service_.injectFault(driverSilent());
+    withPage([&](PageSheet& sheet) {
+        const Lines silent{{L"Unable to query device", warning}};
+        EXPECT_EQ(sheet.screen().lines, silent);
+        ndis_->connect(adapter).wait();
+        sheet.pump();
+        const PageScreen s = sheet.screen();
+        EXPECT_EQ(s.lines, silent) << "no cable length line beside the device line";
+        EXPECT_FALSE(s.categoryEnabled);
+        EXPECT_FALSE(s.categoryLabelEnabled);
+        EXPECT_FALSE(s.runEnabled);
+    });
+}
+
+TEST_F(DiagPageTest, aMediaEventBeforeTheArrivalReachesThePageOffersNoCableControls)
+{
+    ndis_->setLinkState(adapter, link(5 * gbps));
+    driver_->setCableLength(adapter, 50);
+    withPage([&](PageSheet& sheet) {
+        driver_->removeAdapter(adapter);
+        ndis_->remove(adapter).wait();
+        sheet.pump();
+        const Lines silent{{L"Unable to query device", warning}};
+        ASSERT_EQ(sheet.screen().lines, silent);
+        driver_->addAdapter(adapter);
+        driver_->setCableLength(adapter, 50);
+        const auto arrival = ndis_->arrive(adapter, link(5 * gbps));
+        // The adapter object is ready, and pauses before it tells the page.
+        const std::shared_ptr<ZtNic> nic = moduleRecord.sharedNic.lock();
+        ASSERT_NE(nic, nullptr);
+        ASSERT_TRUE(sheet.pumpUntil([&] { return nic->isReady(); }));
+        ndis_->connect(adapter).wait();
+        sheet.pump();
+        PageScreen s = sheet.screen();
+        EXPECT_EQ(s.lines, silent);
+        EXPECT_FALSE(s.categoryEnabled);
+        EXPECT_FALSE(s.runEnabled);
+
+        arrival.wait();
+        sheet.pump();
+        s = sheet.screen();
+        EXPECT_TRUE(s.runEnabled);
+        EXPECT_TRUE(s.categoryEnabled);
+        EXPECT_EQ(s.lines, (Lines{{L"Approx cable length: 46 meters", ok}}));
     });
 }
 

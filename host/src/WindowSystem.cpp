@@ -10,7 +10,8 @@
 namespace {
 
 // Handles are numbers, never reused in a process, so a stale handle stays invalid.
-std::atomic<std::uintptr_t> nextHandle{0x10010};
+constexpr std::uintptr_t firstHandle = 0x10010;
+std::atomic<std::uintptr_t> nextHandle{firstHandle};
 
 host::Window* lookup(host::WindowSystem& system, HWND window)
 {
@@ -59,6 +60,12 @@ Window* findWindow(WindowSystem& system, HWND window)
         SetLastError(ERROR_INVALID_WINDOW_HANDLE);
     }
     return found;
+}
+
+bool wasIssued(HWND window)
+{
+    const auto value = reinterpret_cast<std::uintptr_t>(window);
+    return value >= firstHandle && value < nextHandle.load() && value % 4 == 0;
 }
 
 Window& addWindow(WindowSystem& system)
@@ -195,10 +202,12 @@ void resetWindows()
     auto& s = windowSystem();
     std::map<HWND, std::unique_ptr<Window>> gone;
     std::shared_ptr<const std::function<void(DWORD)>> hook;
+    std::shared_ptr<const std::function<void(HWND, UINT)>> deadPostHook;
     {
         const std::lock_guard<std::mutex> guard(s.lock);
         gone.swap(s.windows);
         hook.swap(s.sleepHook);
+        deadPostHook.swap(s.deadPostHook);
         s.queues.clear();
         s.deferrals.clear();
         s.lastDeferred.clear();
@@ -315,6 +324,14 @@ void onSleep(std::function<void(DWORD milliseconds)> hook)
     auto shared = hook ? std::make_shared<const std::function<void(DWORD)>>(std::move(hook)) : nullptr;
     const std::lock_guard<std::mutex> guard(s.lock);
     s.sleepHook.swap(shared);
+}
+
+void onPostToDestroyedWindow(std::function<void(HWND window, UINT message)> hook)
+{
+    auto& s = windowSystem();
+    auto shared = hook ? std::make_shared<const std::function<void(HWND, UINT)>>(std::move(hook)) : nullptr;
+    const std::lock_guard<std::mutex> guard(s.lock);
+    s.deadPostHook.swap(shared);
 }
 
 void setKeyState(int virtualKey, SHORT state)

@@ -73,6 +73,7 @@ struct WindowSystem {
     std::uint64_t clock = 0;
     std::vector<SleepCall> sleeps;
     std::shared_ptr<const std::function<void(DWORD)>> sleepHook;
+    std::shared_ptr<const std::function<void(HWND, UINT)>> deadPostHook;
     DWORD setLongError = 0;
 };
 
@@ -80,6 +81,8 @@ WindowSystem& windowSystem();
 
 // Under the lock. A null answer has set ERROR_INVALID_WINDOW_HANDLE.
 Window* findWindow(WindowSystem& system, HWND window);
+// Whether the handle was ever given to a window (live or destroyed).
+bool wasIssued(HWND window);
 // A new window of the calling thread, linked to its parent.
 Window& addWindow(WindowSystem& system);
 // Where a window's client area starts on the screen, and its client size.

@@ -166,13 +166,23 @@ LRESULT SendMessageW(HWND window, UINT message, WPARAM wParam, LPARAM lParam)
 BOOL PostMessageW(HWND window, UINT message, WPARAM wParam, LPARAM lParam)
 {
     auto& s = windowSystem();
-    const std::lock_guard<std::mutex> guard(s.lock);
-    const Window* record = host::findWindow(s, window);
-    if (record == nullptr) {
-        return FALSE;
+    std::shared_ptr<const std::function<void(HWND, UINT)>> deadPostHook;
+    {
+        const std::lock_guard<std::mutex> guard(s.lock);
+        const Window* record = host::findWindow(s, window);
+        if (record != nullptr) {
+            s.queues[record->threadId].push_back({window, message, wParam, lParam, false});
+            return TRUE;
+        }
+        if (host::wasIssued(window)) {
+            deadPostHook = s.deadPostHook;
+        }
     }
-    s.queues[record->threadId].push_back({window, message, wParam, lParam, false});
-    return TRUE;
+    if (deadPostHook) {
+        (*deadPostHook)(window, message);  // outside the lock: the hook may call the platform
+    }
+    SetLastError(ERROR_INVALID_WINDOW_HANDLE);
+    return FALSE;
 }
 
 LONG_PTR GetWindowLongPtrW(HWND window, int index)

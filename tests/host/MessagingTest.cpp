@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "host/HostPlatform.h"
@@ -53,6 +55,22 @@ TEST_F(Messaging, posts_goToTheQueueOfTheWindowsThreadAndThePumpDispatchesThem)
     EXPECT_FALSE(PostMessageW(dialog_, WM_USER, 0, 0));
     EXPECT_EQ(GetLastError(), ERROR_INVALID_WINDOW_HANDLE);
     EXPECT_FALSE(IsWindow(dialog_));
+}
+
+TEST_F(Messaging, postsToDestroyedWindows_reachTheHookAndStillFail)
+{
+    std::vector<std::pair<HWND, UINT>> seen;
+    host::onPostToDestroyedWindow([&](HWND window, UINT message) { seen.emplace_back(window, message); });
+    EXPECT_TRUE(PostMessageW(dialog_, WM_USER + 1, 0, 0));
+    EXPECT_FALSE(PostMessageW(reinterpret_cast<HWND>(std::uintptr_t{0x4}), WM_USER + 2, 0, 0))
+        << "never a window: not reported";
+    DestroyWindow(dialog_);
+    EXPECT_FALSE(PostMessageW(dialog_, WM_USER + 3, 0, 0));
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_WINDOW_HANDLE);
+    EXPECT_EQ(seen, (std::vector<std::pair<HWND, UINT>>{{dialog_, WM_USER + 3}}));
+    host::reset();
+    EXPECT_FALSE(PostMessageW(dialog_, WM_USER + 4, 0, 0));
+    EXPECT_EQ(seen.size(), 1U) << "reset removes the hook";
 }
 
 TEST_F(Messaging, timers_fireOnTheClockOnePendingAtATimeAndRestart)

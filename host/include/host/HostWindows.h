@@ -31,6 +31,10 @@ HWND createWindow();
 void destroyWindow(HWND window);
 // Takes every message posted to the window and not yet pumped, oldest first.
 std::vector<PostedMessage> takePosted(HWND window);
+// Called on the posting thread, outside the window system's lock, for each
+// PostMessageW to a window that existed and was destroyed (the post fails as
+// before). Null removes it; reset() too.
+void onPostToDestroyedWindow(std::function<void(HWND window, UINT message)> hook);
 // SetWindowLongW answers 0 with this error from now on (0: normal behaviour).
 void failSetWindowLong(DWORD error);
 

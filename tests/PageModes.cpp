@@ -1,0 +1,104 @@
+#include "PageModes.h"
+
+#include <algorithm>
+
+#include "diag_page/DiagResultsList.h"
+
+namespace {
+
+bool startsWith(const std::wstring& text, const std::wstring& prefix)
+{
+    return text.compare(0, prefix.size(), prefix) == 0;
+}
+
+bool isDeviceLine(const std::wstring& text)
+{
+    return text == L"Device is disabled" || text == L"Unable to query device"
+        || startsWith(text, L"Device has a problem (code ");
+}
+
+bool isLengthLine(const ListLine& line)
+{
+    return (startsWith(line.text, L"Approx cable length: ") && line.image == DiagResultsList::ImageOk)
+        || (line.text == L"Unable to determine cable length" && line.image == DiagResultsList::ImageWarning);
+}
+
+bool isResultLine(const ListLine& line)
+{
+    return line.text == L"The overall status of cable is good"
+        || line.text == L"Diagnostics results by pairs:" || line.text == L"An error occurred"
+        || startsWith(line.text, L"Pair ");
+}
+
+std::string narrow(const std::wstring& text)
+{
+    std::string out;
+    for (const wchar_t c : text) {
+        out += c < 0x80 ? static_cast<char>(c) : '?';
+    }
+    return out;
+}
+
+}  // namespace
+
+bool temperatureTimerRunning(HWND page)
+{
+    const auto timers = host::liveTimers(page);
+    return std::any_of(timers.begin(), timers.end(),
+                       [](const host::TimerInfo& timer) { return timer.id == 1101 && timer.period == 1500; });
+}
+
+std::string modeViolation(const PageScreen& s, bool timerRunning)
+{
+    if (s.categoryEnabled != s.categoryLabelEnabled) {
+        return "the category label and box disagree";
+    }
+    if (s.categoryEnabled && !s.runEnabled) {
+        return "the category is offered while the run button is disabled";
+    }
+    if (s.lines.empty()) {
+        return {};  // Idle, or a device or firmware mode whose line a second media event removed
+    }
+    const ListLine& first = s.lines.front();
+    const auto only = [&](bool run, bool timer, const char* mode) -> std::string {
+        if (s.lines.size() != 1) {
+            return std::string(mode) + ": more than its one line, last \"" + narrow(s.lines.back().text)
+                + "\"";
+        }
+        if (s.runEnabled != run) {
+            return std::string(mode) + ": run button " + (s.runEnabled ? "enabled" : "disabled");
+        }
+        if (s.categoryEnabled) {
+            return std::string(mode) + ": category offered";
+        }
+        if (timerRunning != timer) {
+            return std::string(mode) + ": timer " + (timerRunning ? "running" : "stopped");
+        }
+        return {};
+    };
+    if (isDeviceLine(first.text) && first.image == DiagResultsList::ImageWarning) {
+        return only(false, false, "device mode");
+    }
+    if (first.text == L"Current version of firmware doesn't support cable diagnostics") {
+        return only(false, true, "old firmware");
+    }
+    if (first.text == L"Cable diagnostics started (can take up to 8 seconds)...") {
+        return only(false, true, "running");
+    }
+    // Idle or Results shown: the button is back, the timer runs.
+    if (!s.runEnabled) {
+        return "\"" + narrow(first.text) + "\" shown with the run button disabled";
+    }
+    if (!timerRunning) {
+        return "\"" + narrow(first.text) + "\" shown without the timer";
+    }
+    if (first.text == L"Failed to start cable diagnostics") {
+        return s.lines.size() == 1 ? std::string() : "lines after the failed start";
+    }
+    const auto results = std::find_if_not(s.lines.begin(), s.lines.end(), isResultLine);
+    const auto rest = static_cast<std::size_t>(s.lines.end() - results);
+    if (rest > 1 || (rest == 1 && !isLengthLine(*results))) {
+        return "unexpected line \"" + narrow(results->text) + "\"";
+    }
+    return {};
+}

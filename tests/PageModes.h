@@ -1,0 +1,14 @@
+// What the diagnostics page may show: the combinations of run button, category
+// controls, timer and list lines that one of its modes allows.
+#pragma once
+
+#include <string>
+
+#include "PageHarness.h"
+
+// Empty if some mode allows what the page shows, else what is wrong.
+// `timerRunning`: the temperature timer is set.
+std::string modeViolation(const PageScreen& screen, bool timerRunning);
+
+// Whether the page's temperature timer is set.
+bool temperatureTimerRunning(HWND page);

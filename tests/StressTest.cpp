@@ -1,0 +1,346 @@
+// Arrival, removal and media events fired from several threads at a high rate
+// while pages open and close on dialog threads of their own, cable runs start
+// and end, the timer ticks and the category changes. Each round must end in
+// time, no subscriber may be called once its page is gone, every worker must
+// end and be joined, and every page must stay in one of its modes.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <mutex>
+#include <random>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "PageHarness.h"
+#include "PageModes.h"
+#include "WmiFixture.h"
+#include "diag_page/ZethoriaDiagPage.h"
+#include "host/HostWindows.h"
+#include "installer/ModuleRecord.h"
+#include "resources/resource.h"
+#include "sim/Ndis.h"
+#include "sim/ZtDriver.h"
+#include "wmi/WbemServices.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using sim::ZtDriver;
+
+const wchar_t* const adapter = L"ZT 5G Network Adapter";
+const wchar_t* const listedId = L"PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_E4363C91&REV_02";
+constexpr std::uint64_t speeds[]
+    = {100000000ULL, 1000000000ULL, 2500000000ULL, 5000000000ULL, 10000000000ULL};
+
+constexpr int rounds = 10;
+constexpr int dialogThreads = 2;
+constexpr int eventThreads = 2;
+constexpr int eventsPerThread = 60;
+constexpr int sessionsPerDialog = 3;
+constexpr int stepsPerSession = 25;
+// A removal leaves the adapter object not ready, so the next arrival waits
+// 500 ms or more on a delivery thread (2.5 s if the driver stays away): few per round.
+constexpr int adapterCyclesPerThread = 1;
+constexpr auto roundLimit = 20s;
+
+sim::LinkState link(std::uint64_t speed, bool up)
+{
+    return {up ? sim::ndis::mediaConnected : sim::ndis::mediaDisconnected, sim::ndis::duplexFull, speed,
+            speed};
+}
+
+// Aborts the process with a message when a round takes longer than its limit:
+// a hang must fail the run, not stall it.
+class Watchdog {
+public:
+    Watchdog() : thread_([this] { watch_(); }) { }
+    ~Watchdog()
+    {
+        {
+            const std::lock_guard<std::mutex> guard(lock_);
+            done_ = true;
+        }
+        changed_.notify_all();
+        thread_.join();
+    }
+    Watchdog(const Watchdog&) = delete;
+    Watchdog& operator=(const Watchdog&) = delete;
+
+    void startRound(int round)
+    {
+        {
+            const std::lock_guard<std::mutex> guard(lock_);
+            round_ = round;
+            deadline_ = std::chrono::steady_clock::now() + roundLimit;
+            armed_ = true;
+        }
+        changed_.notify_all();
+    }
+    void endRound()
+    {
+        const std::lock_guard<std::mutex> guard(lock_);
+        armed_ = false;
+    }
+
+private:
+    void watch_()
+    {
+        std::unique_lock<std::mutex> guard(lock_);
+        while (!done_) {
+            if (armed_ && std::chrono::steady_clock::now() > deadline_) {
+                std::fprintf(stderr, "StressTest: round %d still running after its limit: hang\n", round_);
+                std::abort();
+            }
+            changed_.wait_for(guard, 100ms);
+        }
+    }
+
+    std::mutex lock_;
+    std::condition_variable changed_;
+    std::chrono::steady_clock::time_point deadline_{};
+    int round_ = 0;
+    bool armed_ = false;
+    bool done_ = false;
+    std::thread thread_;
+};
+
+class StressTest : public WmiFixture {
+protected:
+    std::optional<sim::NdisProvider> ndis_;
+    std::optional<ZtDriver> driver_;
+    std::vector<SP_DEVINFO_DATA> devices_;
+
+    // What the sim holds, changed only under scriptLock_.
+    std::mutex scriptLock_;
+    bool ndisPresent_ = true;
+    bool driverPresent_ = true;
+
+    std::mutex findingsLock_;
+    std::vector<std::string> findings_;
+    std::set<HWND> released_;  // pages whose sheet has closed
+    int postsAfterRelease_ = 0;
+    int completionsToDeadPages_ = 0;
+
+    void SetUp() override
+    {
+        WmiFixture::SetUp();
+        ndis_.emplace(service_);
+        driver_.emplace(service_);
+        ndis_->addAdapter(adapter, link(5000000000ULL, true));
+        addDriverAdapter_();
+        // One device per dialog thread: each sheet's installer call reads back its own pages.
+        for (int i = 0; i < dialogThreads; ++i) {
+            SP_DEVINFO_DATA device = host::makeDevice(static_cast<DWORD>(30 + i));
+            host::setDeviceStringList(device, DEVPKEY_Device_HardwareIds, {listedId});
+            host::setDeviceString(device, DEVPKEY_Device_FriendlyName, adapter);
+            host::setDeviceUint32(device, DEVPKEY_Device_ProblemCode, 0);
+            devices_.push_back(device);
+        }
+        host::onPostToDestroyedWindow([this](HWND window, UINT message) {
+            const std::lock_guard<std::mutex> guard(findingsLock_);
+            postsAfterRelease_ += released_.count(window) != 0 ? 1 : 0;
+            completionsToDeadPages_ += message == WM_CABLE_DIAG_DONE ? 1 : 0;
+        });
+    }
+    void TearDown() override
+    {
+        host::onPostToDestroyedWindow(nullptr);
+        EXPECT_TRUE(service_.drain(10s));
+        driver_->shutdown();
+        moduleRecord.deviceReader.reset();
+        WmiFixture::TearDown();
+    }
+
+    void addDriverAdapter_()
+    {
+        driver_->addAdapter(adapter);
+        driver_->setCableLength(adapter, 40);
+        driver_->setCableTestDuration(adapter, 10ms);
+    }
+    void finding_(std::string text)
+    {
+        const std::lock_guard<std::mutex> guard(findingsLock_);
+        findings_.push_back(std::move(text));
+    }
+
+    // Fires events without waiting for them; removal and arrival a few times only.
+    void fireEvents_(unsigned seed)
+    {
+        std::mt19937 random(seed);
+        int cycles = 0;
+        for (int i = 0; i < eventsPerThread; ++i) {
+            const std::lock_guard<std::mutex> guard(scriptLock_);
+            const auto choice = random() % 20;
+            if (choice < 6 && ndisPresent_) {
+                (void)ndis_->connect(adapter);
+            } else if (choice < 12 && ndisPresent_) {
+                (void)ndis_->disconnect(adapter);
+            } else if (choice < 17 && ndisPresent_) {
+                const std::uint64_t speed = speeds[random() % std::size(speeds)];
+                ndis_->setLinkState(adapter, link(speed, true));
+                (void)ndis_->changeLinkSpeed(adapter, speed, speed);
+            } else if (choice == 17 && cycles < adapterCyclesPerThread) {
+                if (ndisPresent_) {
+                    (void)ndis_->remove(adapter);
+                    ndisPresent_ = false;
+                } else {
+                    ++cycles;
+                    if (!driverPresent_) {
+                        addDriverAdapter_();
+                        driverPresent_ = true;
+                    }
+                    (void)ndis_->arrive(adapter, link(speeds[random() % std::size(speeds)], true));
+                    ndisPresent_ = true;
+                }
+            } else if (choice == 18) {
+                if (driverPresent_) {
+                    driver_->removeAdapter(adapter);  // ends a run under way at once
+                } else {
+                    addDriverAdapter_();
+                }
+                driverPresent_ = !driverPresent_;
+            } else if (choice == 19 && driverPresent_) {
+                // Runs under way wait a little longer, so pages close during them.
+                driver_->holdCableTest(adapter);
+                std::this_thread::sleep_for(5ms);
+                driver_->releaseCableTest(adapter);
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(1 + random() % 3));
+        }
+    }
+
+    // Back to a present adapter and driver, every event delivered.
+    void restore_()
+    {
+        const std::lock_guard<std::mutex> guard(scriptLock_);
+        if (!driverPresent_) {
+            addDriverAdapter_();
+            driverPresent_ = true;
+        }
+        if (!ndisPresent_) {
+            ndis_->arrive(adapter, link(5000000000ULL, true)).wait();
+            ndisPresent_ = true;
+        }
+        EXPECT_TRUE(service_.drain(10s));
+    }
+
+    void checkModes_(PageSheet& sheet, const char* when)
+    {
+        const std::string wrong = modeViolation(sheet.screen(), temperatureTimerRunning(sheet.page()));
+        if (!wrong.empty()) {
+            finding_(std::string(when) + ": " + wrong);
+        }
+    }
+
+    // Pages open and close on this thread; the user runs, ticks and picks.
+    void usePages_(int index, unsigned seed)
+    {
+        std::mt19937 random(seed);
+        for (int session = 0; session < sessionsPerDialog; ++session) {
+            HWND page = nullptr;
+            {
+                PageSheet sheet(host::deviceInfoSet(), devices_[static_cast<std::size_t>(index)]);
+                page = sheet.page();
+                if (page == nullptr) {
+                    finding_("no page");
+                    continue;
+                }
+                checkModes_(sheet, "open");
+                for (int step = 0; step < stepsPerSession; ++step) {
+                    switch (random() % 4) {
+                    case 0:
+                        sheet.tick();
+                        break;
+                    case 1:
+                        sheet.click(IDC_RUN_DIAG);  // a click on the disabled button does nothing
+                        break;
+                    case 2:
+                        sheet.chooseCategory(static_cast<int>(random() % 3));
+                        break;
+                    default:
+                        std::this_thread::sleep_for(1ms);
+                        sheet.pump();
+                        break;
+                    }
+                    checkModes_(sheet, "step");
+                }
+                if (random() % 2 == 0) {
+                    sheet.click(IDC_RUN_DIAG);  // closes during the run, if it started: waits for it
+                } else {
+                    sheet.pumpUntil(
+                        [&] {
+                            const PageScreen s = sheet.screen();
+                            return s.lines.empty() || s.lines.front().image != DiagResultsList::ImageInfo;
+                        },
+                        5s);
+                    checkModes_(sheet, "before close");
+                }
+                sheet.close();
+            }
+            const std::lock_guard<std::mutex> guard(findingsLock_);
+            released_.insert(page);
+        }
+        endThreadWbemServices();
+    }
+};
+
+int countOf(const std::vector<std::string>& messages, const std::string& line)
+{
+    return static_cast<int>(std::count(messages.begin(), messages.end(), line));
+}
+
+TEST_F(StressTest, eventsPagesRunsAndTicksTogether)
+{
+    Watchdog watchdog;
+    const auto started = std::chrono::steady_clock::now();
+    for (int round = 0; round < rounds; ++round) {
+        watchdog.startRound(round);
+        std::vector<std::thread> threads;
+        threads.reserve(eventThreads + dialogThreads);
+        for (int i = 0; i < eventThreads; ++i) {
+            threads.emplace_back([this, round, i] { fireEvents_(static_cast<unsigned>(round * 100 + i)); });
+        }
+        for (int i = 0; i < dialogThreads; ++i) {
+            threads.emplace_back(
+                [this, round, i] { usePages_(i, static_cast<unsigned>(round * 100 + 50 + i)); });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        restore_();
+        watchdog.endRound();
+    }
+    const auto seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+
+    const std::vector<std::string> messages = tracedMessages();
+    const int workers = host::createThreadCalls();
+    std::cout << "stress: " << rounds << " rounds, " << rounds * dialogThreads * sessionsPerDialog
+              << " pages, " << workers << " cable runs, " << rounds * eventThreads * eventsPerThread
+              << " scripted events in " << seconds << " s; "
+              << countOf(messages, "~ZethoriaDiagPage(): waiting diagnostics thread to complete")
+              << " pages closed during a run, " << countOf(messages, "ZtNic: adapter arrived")
+              << " arrivals, " << countOf(messages, "ZtNic: adapter removed") << " removals seen\n";
+    RecordProperty("rounds", rounds);
+    RecordProperty("cableRuns", workers);
+
+    const std::lock_guard<std::mutex> guard(findingsLock_);
+    EXPECT_EQ(findings_, std::vector<std::string>{});
+    EXPECT_EQ(postsAfterRelease_, 0) << "a subscriber or worker posted to a page that was gone";
+    EXPECT_GT(workers, 0);
+    EXPECT_EQ(countOf(messages, "Cable diag thread: enter"), workers);
+    EXPECT_EQ(countOf(messages, "Cable diag thread: exit"), workers) << "every worker ended";
+    EXPECT_LE(completionsToDeadPages_,
+              countOf(messages, "~ZethoriaDiagPage(): waiting diagnostics thread to complete"))
+        << "a completion that found no page was joined by the page's destructor";
+    EXPECT_EQ(countOf(messages, "/!\\ Cable diagnostics completion without a worker"), 0);
+    EXPECT_EQ(host::livePropertySheetPages(), 0);
+    EXPECT_TRUE(service_.subscriptions().empty()) << "every page's subscriptions are cancelled";
+}
+
+}  // namespace
