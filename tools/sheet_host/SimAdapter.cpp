@@ -1,0 +1,131 @@
+#include "tools/sheet_host/SimAdapter.h"
+
+#include <chrono>
+
+SimAdapter::SimAdapter(const Scenario& scenario)
+    : scenario_(scenario),
+      name_(scenario.friendlyName),
+      ndis_(service_),
+      driver_(service_),
+      plugged_(scenario.linkUp),
+      speed_(scenario.linkSpeed)
+{
+    ndis_.addAdapter(name_, linkState_());
+    if (scenario_.driverPresent) {
+        addDriverAdapter_();
+    }
+    // A cable test takes the link down and, with a cable in, brings it back.
+    driver_.onLinkDrop([this](const std::wstring& name) {
+        ++startedRuns_;
+        if (plugged_.load()) {
+            keep_(ndis_.disconnect(name));
+        }
+    });
+    driver_.onLinkRestore([this](const std::wstring& name) {
+        if (plugged_.load()) {
+            ndis_.setLinkState(name, linkState_());
+            keep_(ndis_.connect(name));
+        }
+        ++finishedRuns_;
+    });
+    locator_ = std::make_unique<LocatorThread>(service_);
+}
+
+SimAdapter::~SimAdapter()
+{
+    driver_.shutdown();
+    locator_->revoke();
+    service_.shutdown();
+}
+
+sim::LinkState SimAdapter::linkState_() const
+{
+    sim::LinkState state;
+    state.mediaConnectState = plugged_.load() ? sim::ndis::mediaConnected : sim::ndis::mediaDisconnected;
+    state.xmitLinkSpeed = speed_.load();
+    state.rcvLinkSpeed = speed_.load();
+    return state;
+}
+
+void SimAdapter::addDriverAdapter_()
+{
+    driver_.addAdapter(name_);
+    driver_.setFirmware(name_, scenario_.firmwareMajor, scenario_.firmwareMinor, scenario_.firmwareRevision);
+    driver_.setTemperatures(name_, scenario_.phyTemperature, scenario_.macTemperature);
+    driver_.setThermalFlags(name_, scenario_.thermalFlags);
+    std::vector<std::uint32_t> words;
+    for (const PairSetting& pair : scenario_.pairs) {
+        words.push_back(sim::ZtDriver::pairWord(pair.status, pair.distance));
+    }
+    driver_.setPairs(name_, words);
+    driver_.setCableLength(name_, scenario_.cableLength);
+    driver_.setCableTestDuration(name_, std::chrono::milliseconds(scenario_.cableTestMs));
+}
+
+void SimAdapter::keep_(std::shared_future<sim::DeliveryReport> report)
+{
+    const std::lock_guard<std::mutex> guard(lock_);
+    reports_.push_back(std::move(report));
+}
+
+void SimAdapter::unplug()
+{
+    plugged_ = false;
+    keep_(ndis_.disconnect(name_));
+}
+
+void SimAdapter::plug()
+{
+    plugged_ = true;
+    ndis_.setLinkState(name_, linkState_());
+    keep_(ndis_.connect(name_));
+}
+
+void SimAdapter::changeLinkSpeed(std::uint64_t bitsPerSecond)
+{
+    speed_ = bitsPerSecond;
+    keep_(ndis_.changeLinkSpeed(name_, bitsPerSecond, bitsPerSecond));
+}
+
+void SimAdapter::remove()
+{
+    if (!present_.exchange(false)) {
+        return;
+    }
+    if (scenario_.driverPresent) {
+        driver_.removeAdapter(name_);
+    }
+    keep_(ndis_.remove(name_));
+}
+
+void SimAdapter::arrive()
+{
+    if (present_.exchange(true)) {
+        return;
+    }
+    if (scenario_.driverPresent) {
+        addDriverAdapter_();
+    }
+    keep_(ndis_.arrive(name_, linkState_()));
+}
+
+void SimAdapter::heat(std::int32_t phy, std::int32_t mac)
+{
+    scenario_.phyTemperature = phy;
+    scenario_.macTemperature = mac;
+    if (present_.load() && scenario_.driverPresent) {
+        driver_.setTemperatures(name_, phy, mac);
+    }
+}
+
+bool SimAdapter::delivered()
+{
+    const std::lock_guard<std::mutex> guard(lock_);
+    for (const auto& report : reports_) {
+        if (report.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
+            return false;
+        }
+    }
+    reports_.clear();
+    return true;
+}
