@@ -20,12 +20,16 @@ CoInstallerModule::~CoInstallerModule()
     unload();
 }
 
-bool CoInstallerModule::unload()
+void CoInstallerModule::unload()
 {
     if (module_ != nullptr) {
         FreeLibrary(module_);
         module_ = nullptr;
         entry_ = nullptr;
     }
-    return GetModuleHandleW(name_.c_str()) == nullptr;
+}
+
+bool CoInstallerModule::inProcess() const
+{
+    return GetModuleHandleW(name_.c_str()) != nullptr;
 }

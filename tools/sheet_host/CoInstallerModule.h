@@ -19,8 +19,10 @@ public:
     Entry entry() const { return entry_; }
     // GetLastError of a failed load or look-up; 0 when both worked.
     DWORD error() const { return error_; }
-    // FreeLibrary once; true if no module of that name is left in the process.
-    bool unload();
+    // FreeLibrary, once.
+    void unload();
+    // Whether a module of the DLL's name is in the process (a thread may pin it).
+    bool inProcess() const;
 
 private:
     std::wstring name_;

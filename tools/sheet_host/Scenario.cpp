@@ -24,13 +24,13 @@ const StepShape stepShapes[] = {
     {"click-run", 0, 0},  // "Run cable diagnostics"
     {"category", 1, 1},  // a row of the cable category combo box, by its text
     {"unplug", 0, 0},      {"plug", 0, 0},
-    {"link-speed", 1, 1},  // a new speed on a connected link, bits per second
+    {"renegotiate", 1, 1},  // the link goes down and up at this speed, bits per second
     {"disable", 0, 0},  // problem code 22, the adapter leaves
     {"enable", 0, 0},  // problem code 0, the adapter arrives
     {"remove", 0, 0},  // the adapter leaves, the problem code stays
     {"arrive", 0, 0},  // the adapter comes back
     {"heat", 2, 2},  // PHY and MAC temperatures in degrees
-    {"chord", 2, 2},  // keys such as ctrl+shift+t, held this many milliseconds
+    {"chord", 2, 2},  // keys such as ctrl+shift+t, held until the detail line changes, at most ms
     {"await-line", 1, 2},  // a list line containing the text appears, within ms (default 20000)
     {"select-page", 1, 1},  // a sheet page by index
     {"close", 0, 0},  // OK on the sheet
@@ -280,6 +280,6 @@ const char* scenarioUsage()
     return "usage: sheet_host [--scenario=FILE] [--SETTING VALUE...] [--STEP ARGS...]\n"
            "settings: dll hwid no-hwids name problem pages dif link speed firmware temperatures\n"
            "          thermal-flags pairs cable-length cable-test-ms no-driver interactive\n"
-           "steps:    wait settle dump screenshot click-run category unplug plug link-speed disable\n"
+           "steps:    wait settle dump screenshot click-run category unplug plug renegotiate disable\n"
            "          enable remove arrive heat chord await-line select-page close\n";
 }

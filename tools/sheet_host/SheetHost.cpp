@@ -348,15 +348,15 @@ void SheetHost::runStep_(const Step& step)
         SendMessageW(page, WM_COMMAND, MAKEWPARAM(IDC_CABLE_CATEGORY, CBN_SELCHANGE),
                      reinterpret_cast<LPARAM>(combo));
         settle_();
-    } else if (name == "unplug" || name == "plug" || name == "link-speed" || name == "disable"
+    } else if (name == "unplug" || name == "plug" || name == "renegotiate" || name == "disable"
                || name == "enable" || name == "remove" || name == "arrive") {
         say(name + (args.empty() ? std::string() : " " + narrow(args[0])));
         if (name == "unplug") {
             adapter_->unplug();
         } else if (name == "plug") {
             adapter_->plug();
-        } else if (name == "link-speed") {
-            adapter_->changeLinkSpeed(std::wcstoull(args[0].c_str(), nullptr, 10));
+        } else if (name == "renegotiate") {
+            adapter_->renegotiate(std::wcstoull(args[0].c_str(), nullptr, 10));
         } else if (name == "disable") {
             setProblemCode_(problemDisabled);
             adapter_->remove();
@@ -376,14 +376,32 @@ void SheetHost::runStep_(const Step& step)
         say("heat " + narrow(args[0]) + " " + narrow(args[1]));
         adapter_->heat(hundredths(args[0]), hundredths(args[1]));
     } else if (name == "chord") {
-        say("chord " + narrow(args[0]) + " for " + narrow(args[1]) + " ms");
+        // The page reads the chord at its timer's ticks: held until the detail line
+        // changes, so that exactly one tick sees it.
+        HWND detail = page != nullptr ? GetDlgItem(page, IDC_TEMPERATURE_DETAIL) : nullptr;
+        const bool shown = detail != nullptr && IsWindowVisible(detail);
+        const DWORD limit = millisecondsOf(args[1]);
+        bool changed = false;
         try {
             const KeyChord chord(args[0]);
-            pump_(millisecondsOf(args[1]));
+            const auto start = std::chrono::steady_clock::now();
+            while (!changed && std::chrono::steady_clock::now() - start < std::chrono::milliseconds(limit)
+                   && pumpQueued_()) {
+                MsgWaitForMultipleObjects(0, nullptr, FALSE, 10, QS_ALLINPUT);
+                changed = detail != nullptr && (IsWindowVisible(detail) != FALSE) != shown;
+            }
         } catch (const std::exception& error) {
             say(std::string("chord: ") + error.what());
+            return;
         }
+        say("chord " + narrow(args[0]) + ": "
+            + (changed ? std::string(shown ? "detail hidden" : "detail shown")
+                       : "no change within " + narrow(args[1]) + " ms"));
     } else if (name == "await-line") {
+        if (page == nullptr) {
+            say("await-line " + quoted(args[0]) + ": no page");
+            return;
+        }
         const DWORD limit = args.size() > 1 ? millisecondsOf(args[1]) : awaitLimitMs;
         const auto start = std::chrono::steady_clock::now();
         while (pumpQueued_()) {
@@ -475,8 +493,16 @@ void SheetHost::teardown_()
     spy_.reset();
     setupApi_.reset();
     reader_.reset();
+    // The service's delivery threads ran the module's code, and such a thread
+    // keeps the module loaded until it ends (its thread-exit clean-up lives in
+    // the module). Letting that last reference go at a thread's exit
+    // deadlocks on the loader lock under Wine, so they end first.
+    adapter_->stop();
+    say("wmi: service stopped, its threads ended");
     if (module_ != nullptr) {
-        say(std::string("dll: ") + (module_->unload() ? "unloaded" : "still loaded after FreeLibrary"));
+        module_->unload();
+        say(std::string("dll: ") + (module_->inProcess() ? "still loaded" : "unloaded")
+            + " after FreeLibrary");
         report("after unload");
     }
 }

@@ -33,6 +33,11 @@ SimAdapter::SimAdapter(const Scenario& scenario)
 
 SimAdapter::~SimAdapter()
 {
+    stop();
+}
+
+void SimAdapter::stop()
+{
     driver_.shutdown();
     locator_->revoke();
     service_.shutdown();
@@ -81,10 +86,16 @@ void SimAdapter::plug()
     keep_(ndis_.connect(name_));
 }
 
-void SimAdapter::changeLinkSpeed(std::uint64_t bitsPerSecond)
+void SimAdapter::renegotiate(std::uint64_t bitsPerSecond)
 {
     speed_ = bitsPerSecond;
-    keep_(ndis_.changeLinkSpeed(name_, bitsPerSecond, bitsPerSecond));
+    // Events have no order of their own: the drop is delivered before the return.
+    if (plugged_.load()) {
+        ndis_.disconnect(name_).wait();
+    }
+    plugged_ = true;
+    ndis_.setLinkState(name_, linkState_());
+    keep_(ndis_.connect(name_));
 }
 
 void SimAdapter::remove()

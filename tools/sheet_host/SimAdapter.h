@@ -19,7 +19,10 @@ class SimAdapter {
 public:
     // The adapter as the scenario describes it, known by the scenario's name.
     explicit SimAdapter(const Scenario& scenario);
-    ~SimAdapter();  // ends the driver, the registration and the service, in that order
+    ~SimAdapter();  // stop()
+    // Ends the driver, the registration and the service, in that order: the
+    // service's delivery threads are joined. Once.
+    void stop();
     SimAdapter(const SimAdapter&) = delete;
     SimAdapter& operator=(const SimAdapter&) = delete;
 
@@ -29,7 +32,8 @@ public:
     // Each change fires its event; the returned reports are kept for settle().
     void unplug();
     void plug();
-    void changeLinkSpeed(std::uint64_t bitsPerSecond);
+    // The link goes down and comes back at another speed, as NDIS reports a renegotiation.
+    void renegotiate(std::uint64_t bitsPerSecond);
     void remove();  // the driver's instances vanish, then NDIS removal
     void arrive();  // the driver's instances as the scenario says, then NDIS arrival
     void heat(std::int32_t phy, std::int32_t mac);  // hundredths of a degree
