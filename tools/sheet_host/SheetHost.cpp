@@ -327,8 +327,15 @@ void SheetHost::runStep_(const Step& step)
             return;
         }
         say("click-run");
+        const int runs = adapter_->startedCableTests();
         SendMessageW(button, BM_CLICK, 0, 0);
-        pumpQueued_();
+        // Until the run has reached the driver (and dropped the link), if it does.
+        const auto start = std::chrono::steady_clock::now();
+        while (adapter_->startedCableTests() == runs && pumpQueued_()
+               && std::chrono::steady_clock::now() - start < std::chrono::seconds(5)) {
+            MsgWaitForMultipleObjects(0, nullptr, FALSE, 10, QS_ALLINPUT);
+        }
+        settle_();
     } else if (name == "category") {
         HWND combo = page != nullptr ? GetDlgItem(page, IDC_CABLE_CATEGORY) : nullptr;
         if (combo == nullptr || !IsWindowEnabled(combo)) {

@@ -6,29 +6,35 @@ SimAdapter::SimAdapter(const Scenario& scenario)
     : scenario_(scenario),
       name_(scenario.friendlyName),
       ndis_(service_),
-      driver_(service_),
       plugged_(scenario.linkUp),
+      present_(scenario.problemCode == 0),
       speed_(scenario.linkSpeed)
 {
-    ndis_.addAdapter(name_, linkState_());
     if (scenario_.driverPresent) {
+        driver_ = std::make_unique<sim::ZtDriver>(service_);
+    }
+    if (present_.load()) {
+        ndis_.addAdapter(name_, linkState_());
         addDriverAdapter_();
     }
+    locator_ = std::make_unique<LocatorThread>(service_);
+    if (driver_ == nullptr) {
+        return;
+    }
     // A cable test takes the link down and, with a cable in, brings it back.
-    driver_.onLinkDrop([this](const std::wstring& name) {
+    driver_->onLinkDrop([this](const std::wstring& name) {
         ++startedRuns_;
         if (plugged_.load()) {
             keep_(ndis_.disconnect(name));
         }
     });
-    driver_.onLinkRestore([this](const std::wstring& name) {
+    driver_->onLinkRestore([this](const std::wstring& name) {
         if (plugged_.load()) {
             ndis_.setLinkState(name, linkState_());
             keep_(ndis_.connect(name));
         }
         ++finishedRuns_;
     });
-    locator_ = std::make_unique<LocatorThread>(service_);
 }
 
 SimAdapter::~SimAdapter()
@@ -38,7 +44,9 @@ SimAdapter::~SimAdapter()
 
 void SimAdapter::stop()
 {
-    driver_.shutdown();
+    if (driver_ != nullptr) {
+        driver_->shutdown();
+    }
     locator_->revoke();
     service_.shutdown();
 }
@@ -54,17 +62,20 @@ sim::LinkState SimAdapter::linkState_() const
 
 void SimAdapter::addDriverAdapter_()
 {
-    driver_.addAdapter(name_);
-    driver_.setFirmware(name_, scenario_.firmwareMajor, scenario_.firmwareMinor, scenario_.firmwareRevision);
-    driver_.setTemperatures(name_, scenario_.phyTemperature, scenario_.macTemperature);
-    driver_.setThermalFlags(name_, scenario_.thermalFlags);
+    if (driver_ == nullptr) {
+        return;
+    }
+    driver_->addAdapter(name_);
+    driver_->setFirmware(name_, scenario_.firmwareMajor, scenario_.firmwareMinor, scenario_.firmwareRevision);
+    driver_->setTemperatures(name_, scenario_.phyTemperature, scenario_.macTemperature);
+    driver_->setThermalFlags(name_, scenario_.thermalFlags);
     std::vector<std::uint32_t> words;
     for (const PairSetting& pair : scenario_.pairs) {
         words.push_back(sim::ZtDriver::pairWord(pair.status, pair.distance));
     }
-    driver_.setPairs(name_, words);
-    driver_.setCableLength(name_, scenario_.cableLength);
-    driver_.setCableTestDuration(name_, std::chrono::milliseconds(scenario_.cableTestMs));
+    driver_->setPairs(name_, words);
+    driver_->setCableLength(name_, scenario_.cableLength);
+    driver_->setCableTestDuration(name_, std::chrono::milliseconds(scenario_.cableTestMs));
 }
 
 void SimAdapter::keep_(std::shared_future<sim::DeliveryReport> report)
@@ -103,10 +114,12 @@ void SimAdapter::remove()
     if (!present_.exchange(false)) {
         return;
     }
-    if (scenario_.driverPresent) {
-        driver_.removeAdapter(name_);
+    // NDIS first, then the driver: a page that polls in between would see the
+    // driver gone while the adapter still counts as there.
+    ndis_.remove(name_).wait();
+    if (driver_ != nullptr) {
+        driver_->removeAdapter(name_);
     }
-    keep_(ndis_.remove(name_));
 }
 
 void SimAdapter::arrive()
@@ -114,9 +127,7 @@ void SimAdapter::arrive()
     if (present_.exchange(true)) {
         return;
     }
-    if (scenario_.driverPresent) {
-        addDriverAdapter_();
-    }
+    addDriverAdapter_();
     keep_(ndis_.arrive(name_, linkState_()));
 }
 
@@ -125,7 +136,7 @@ void SimAdapter::heat(std::int32_t phy, std::int32_t mac)
     scenario_.phyTemperature = phy;
     scenario_.macTemperature = mac;
     if (present_.load() && scenario_.driverPresent) {
-        driver_.setTemperatures(name_, phy, mac);
+        driver_->setTemperatures(name_, phy, mac);
     }
 }
 

@@ -17,7 +17,8 @@
 
 class SimAdapter {
 public:
-    // The adapter as the scenario describes it, known by the scenario's name.
+    // The adapter as the scenario describes it, known by the scenario's name;
+    // one with a problem code is not there (no NDIS adapter, no driver instances).
     explicit SimAdapter(const Scenario& scenario);
     ~SimAdapter();  // stop()
     // Ends the driver, the registration and the service, in that order: the
@@ -53,10 +54,10 @@ private:
     std::wstring name_;
     sim::WmiService service_;
     sim::NdisProvider ndis_;
-    sim::ZtDriver driver_;
+    std::unique_ptr<sim::ZtDriver> driver_;  // null: the driver's classes aren't registered
     std::unique_ptr<LocatorThread> locator_;
     std::atomic<bool> plugged_;
-    std::atomic<bool> present_{true};
+    std::atomic<bool> present_;
     std::atomic<std::uint64_t> speed_;
     std::atomic<int> startedRuns_{0};
     std::atomic<int> finishedRuns_{0};
