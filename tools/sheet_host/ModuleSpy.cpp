@@ -1,0 +1,138 @@
+#include "tools/sheet_host/ModuleSpy.h"
+
+#include <cstring>
+#include <map>
+#include <mutex>
+
+namespace {
+
+using CreatePage = HPROPSHEETPAGE(WINAPI*)(LPCPROPSHEETPAGEW);
+
+// The spy's state: the module's callbacks may run on any thread.
+struct SpyState {
+    std::mutex lock;
+    std::vector<std::string> lines;
+    std::string partial;
+    CreatePage realCreatePage = nullptr;
+    std::map<LPARAM, LPFNPSPCALLBACKW> callbacks;  // by the page's lParam
+    ModuleSpy::PageCounts counts;
+};
+
+// Lives as long as the process: the module keeps the page function it was
+// given, and the sheet may call page callbacks until its pages are gone.
+SpyState& spyState()
+{
+    static SpyState state;
+    return state;
+}
+
+void WINAPI spyOutputDebugString(LPCSTR text)
+{
+    if (text == nullptr) {
+        return;
+    }
+    const std::lock_guard<std::mutex> guard(spyState().lock);
+    spyState().partial += text;
+    std::size_t end = 0;
+    while ((end = spyState().partial.find('\n')) != std::string::npos) {
+        std::string line = spyState().partial.substr(0, end);
+        spyState().partial.erase(0, end + 1);
+        // The suffix names a source line, which moves with every edit.
+        const std::size_t suffix = line.rfind(" @");
+        if (suffix != std::string::npos) {
+            line.resize(suffix);
+        }
+        spyState().lines.push_back(line);
+    }
+}
+
+UINT CALLBACK spyPageCallback(HWND window, UINT message, LPPROPSHEETPAGEW page)
+{
+    LPFNPSPCALLBACKW callback = nullptr;
+    {
+        const std::lock_guard<std::mutex> guard(spyState().lock);
+        const auto found = spyState().callbacks.find(page != nullptr ? page->lParam : 0);
+        if (found != spyState().callbacks.end()) {
+            callback = found->second;
+        }
+        if (message == PSPCB_CREATE) {
+            ++spyState().counts.created;
+        } else if (message == PSPCB_RELEASE) {
+            ++spyState().counts.released;
+        }
+    }
+    return callback != nullptr ? callback(window, message, page) : (message == PSPCB_CREATE ? 1 : 0);
+}
+
+HPROPSHEETPAGE WINAPI spyCreatePropertySheetPage(LPCPROPSHEETPAGEW page)
+{
+    if (page == nullptr || (page->dwFlags & PSP_USECALLBACK) == 0 || page->pfnCallback == nullptr) {
+        return spyState().realCreatePage(page);
+    }
+    // The description is the module's: change a copy of all of it.
+    std::vector<BYTE> copy(page->dwSize);
+    std::memcpy(copy.data(), page, page->dwSize);
+    auto* description = reinterpret_cast<PROPSHEETPAGEW*>(copy.data());
+    {
+        const std::lock_guard<std::mutex> guard(spyState().lock);
+        spyState().callbacks[page->lParam] = page->pfnCallback;
+    }
+    description->pfnCallback = spyPageCallback;
+    HPROPSHEETPAGE handle = spyState().realCreatePage(description);
+    if (handle != nullptr) {
+        const std::lock_guard<std::mutex> guard(spyState().lock);
+        ++spyState().counts.made;
+    }
+    return handle;
+}
+
+FARPROC WINAPI spyGetProcAddress(HMODULE module, LPCSTR name)
+{
+    FARPROC procedure = GetProcAddress(module, name);
+    // Names only: an ordinal is a small number in place of the pointer.
+    if (procedure == nullptr || reinterpret_cast<ULONG_PTR>(name) <= 0xFFFF
+        || std::strcmp(name, "CreatePropertySheetPageW") != 0) {
+        return procedure;
+    }
+    {
+        const std::lock_guard<std::mutex> guard(spyState().lock);
+        spyState().realCreatePage = reinterpret_cast<CreatePage>(reinterpret_cast<void*>(procedure));
+    }
+    return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&spyCreatePropertySheetPage));
+}
+
+}  // namespace
+
+ModuleSpy::ModuleSpy(HMODULE module)
+{
+    {
+        const std::lock_guard<std::mutex> guard(spyState().lock);
+        spyState().lines.clear();
+        spyState().partial.clear();
+        spyState().counts = {};
+    }
+    patch_ = std::make_unique<ImportPatch>(
+        module, "kernel32.dll",
+        std::vector<ImportPatch::Replacement>{
+            {"OutputDebugStringA", reinterpret_cast<const void*>(&spyOutputDebugString)},
+            {"GetProcAddress", reinterpret_cast<const void*>(&spyGetProcAddress)}});
+}
+
+ModuleSpy::~ModuleSpy()
+{
+    patch_.reset();
+}
+
+std::vector<std::string> ModuleSpy::takeTraceLines()
+{
+    const std::lock_guard<std::mutex> guard(spyState().lock);
+    std::vector<std::string> lines;
+    lines.swap(spyState().lines);
+    return lines;
+}
+
+ModuleSpy::PageCounts ModuleSpy::pageCounts() const
+{
+    const std::lock_guard<std::mutex> guard(spyState().lock);
+    return spyState().counts;
+}

@@ -1,0 +1,37 @@
+// What the host sees of the module through two of its kernel32 imports, for
+// the output only: the lines it hands to OutputDebugStringA, and the life of
+// the sheet pages it creates through the late-bound CreatePropertySheetPageW
+// (each page's callback is wrapped to count PSPCB_CREATE and PSPCB_RELEASE
+// before the module's own callback runs).
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tools/sheet_host/ImportPatch.h"
+#include "tools/sheet_host/Win32.h"
+
+class ModuleSpy {
+public:
+    struct PageCounts {
+        int made = 0;  // sheet pages the module created
+        int created = 0;  // PSPCB_CREATE seen
+        int released = 0;  // PSPCB_RELEASE seen
+    };
+
+    // Patches `module`'s imports of OutputDebugStringA and GetProcAddress. One
+    // spy at a time; it must end before the module is unloaded.
+    explicit ModuleSpy(HMODULE module);
+    ~ModuleSpy();
+    ModuleSpy(const ModuleSpy&) = delete;
+    ModuleSpy& operator=(const ModuleSpy&) = delete;
+
+    const std::vector<std::string>& patched() const { return patch_->patched(); }
+    // Trace lines since the last call, in order, without the " @function+line" suffix.
+    std::vector<std::string> takeTraceLines();
+    PageCounts pageCounts() const;
+
+private:
+    std::unique_ptr<ImportPatch> patch_;
+};

@@ -1,0 +1,515 @@
+#include "tools/sheet_host/SheetHost.h"
+
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <thread>
+#include <utility>
+
+#include "resources/resource.h"
+#include "tools/sheet_host/KeyChord.h"
+#include "tools/sheet_host/Screenshot.h"
+#include "tools/sheet_host/Text.h"
+
+namespace {
+
+constexpr UINT addPropertyPageAdvanced = 0x23;  // DIF_ADDPROPERTYPAGE_ADVANCED
+constexpr UINT problemDisabled = 22;  // CM_PROB_DISABLED
+constexpr DWORD settleLimitMs = 30000;
+constexpr DWORD awaitLimitMs = 20000;
+
+void say(const std::string& line)
+{
+    std::fwrite(line.data(), 1, line.size(), stdout);
+    std::fputc('\n', stdout);
+    std::fflush(stdout);
+}
+
+std::string hex(std::uint32_t value)
+{
+    char text[16] = {};
+    std::snprintf(text, sizeof text, "%#x", value);
+    return text;
+}
+
+DWORD millisecondsOf(const std::wstring& text)
+{
+    return static_cast<DWORD>(std::wcstoul(text.c_str(), nullptr, 10));
+}
+
+std::wstring beside(const std::wstring& name)
+{
+    wchar_t path[MAX_PATH] = {};
+    GetModuleFileNameW(nullptr, path, MAX_PATH);
+    std::wstring folder(path);
+    return folder.substr(0, folder.find_last_of(L"\\/") + 1) + name;
+}
+
+std::wstring tabTitle(HWND sheet, int index)
+{
+    HWND tabs = PropSheet_GetTabControl(sheet);
+    wchar_t text[128] = {};
+    TCITEMW item{};
+    item.mask = TCIF_TEXT;
+    item.pszText = text;
+    item.cchTextMax = 128;
+    if (tabs == nullptr
+        || !SendMessageW(tabs, TCM_GETITEMW, static_cast<WPARAM>(index), reinterpret_cast<LPARAM>(&item))) {
+        return L"?";
+    }
+    return text;
+}
+
+}  // namespace
+
+SheetHost::SheetHost(Scenario scenario) : scenario_(std::move(scenario))
+{
+}
+
+SheetHost::~SheetHost()
+{
+    if (sheet_ != nullptr) {
+        DestroyWindow(sheet_);
+    }
+}
+
+int SheetHost::run()
+{
+    adapter_ = std::make_unique<SimAdapter>(scenario_);
+    if (FAILED(adapter_->registration())) {
+        say("wmi: locator registration failed, " + hex(static_cast<std::uint32_t>(adapter_->registration())));
+        return 2;
+    }
+    say("wmi: simulated locator registered from the multithreaded apartment");
+    // Device Manager asks for pages on one thread and runs each sheet on a
+    // thread of its own, whose end also ends what the module kept for it.
+    if (install_() && scenario_.installFunction == addPropertyPageAdvanced) {
+        std::thread sheetThread([this] { runSheet_(); });
+        sheetThread.join();
+        say("sheet thread: ended");
+    }
+    teardown_();
+    return failed_ ? 1 : 0;
+}
+
+void SheetHost::runSheet_()
+{
+    openSheet_();
+    for (const Step& step : scenario_.steps) {
+        if (sheet_ == nullptr) {
+            say("step " + step.name + ": the sheet is closed");
+            continue;
+        }
+        runStep_(step);
+    }
+    if (scenario_.interactive) {
+        while (sheet_ != nullptr) {
+            pump_(INFINITE);
+        }
+    }
+    closeSheet_();
+}
+
+void SheetHost::setProblemCode_(std::uint32_t code)
+{
+    installer_.setUint32(DEVPKEY_Device_ProblemCode, code);
+}
+
+bool SheetHost::install_()
+{
+    if (scenario_.hasHardwareIds) {
+        installer_.setStringList(DEVPKEY_Device_HardwareIds, scenario_.hardwareIds);
+    }
+    if (!scenario_.friendlyName.empty()) {
+        installer_.setString(DEVPKEY_Device_FriendlyName, scenario_.friendlyName);
+    }
+    installer_.setString(DEVPKEY_Device_DeviceDesc, L"ZT Ethernet Adapter");
+    setProblemCode_(scenario_.problemCode);
+
+    // The record as the installer hands it over: other installers' pages first.
+    SP_ADDPROPERTYPAGE_DATA record{};
+    record.ClassInstallHeader.cbSize = sizeof(SP_CLASSINSTALL_HEADER);
+    record.ClassInstallHeader.InstallFunction = addPropertyPageAdvanced;
+    for (std::uint32_t index = 0; index < scenario_.existingPages; ++index) {
+        record.DynamicPages[index]
+            = hostPages_.create(L"Page " + std::to_wstring(index + 1), L"A page of another installer.");
+    }
+    record.NumDynamicPages = scenario_.existingPages;
+    installer_.setClassInstallParams(record);
+
+    const std::wstring path = scenario_.dll.empty() ? beside(L"ztprop.dll") : scenario_.dll;
+    module_ = std::make_unique<CoInstallerModule>(path);
+    if (module_->handle() == nullptr || module_->entry() == nullptr) {
+        say("dll: " + std::string(module_->handle() == nullptr ? "LoadLibraryW" : "GetProcAddress")
+            + " failed, code " + std::to_string(module_->error()));
+        failed_ = true;
+        return false;
+    }
+    // Wine has no SetupDiGetClassInstallParamsW: the module's SetupAPI imports
+    // lead to this host's device installer instead.
+    setupApi_ = std::make_unique<ImportPatch>(
+        module_->handle(), "setupapi.dll",
+        std::vector<ImportPatch::Replacement>{
+            {"SetupDiGetClassInstallParamsW",
+             reinterpret_cast<const void*>(&DeviceInstaller::setupDiGetClassInstallParams)},
+            {"SetupDiSetClassInstallParamsW",
+             reinterpret_cast<const void*>(&DeviceInstaller::setupDiSetClassInstallParams)},
+            {"SetupDiGetDevicePropertyW",
+             reinterpret_cast<const void*>(&DeviceInstaller::setupDiGetDeviceProperty)}});
+    spy_ = std::make_unique<ModuleSpy>(module_->handle());
+    reader_ = std::make_unique<PageReader>(module_->handle());
+    std::string patched;
+    for (const auto& name : setupApi_->patched()) {
+        patched += " " + name;
+    }
+    say("dll: loaded; setupapi imports replaced:" + patched);
+
+    COINSTALLER_CONTEXT_DATA context{};
+    const DWORD result = module_->entry()(scenario_.installFunction, installer_.deviceInfoSet(),
+                                          installer_.deviceInfoData(), &context);
+    flushTrace_();
+    say("CoDeviceInstall(" + hex(scenario_.installFunction) + ") = " + std::to_string(result));
+
+    const SP_ADDPROPERTYPAGE_DATA after = installer_.classInstallParams();
+    say("record: stored " + std::to_string(installer_.storeCount()) + " time(s), pages "
+        + std::to_string(record.NumDynamicPages) + " -> " + std::to_string(after.NumDynamicPages));
+    sheetPages_.push_back(hostPages_.create(L"General", L"ZT Ethernet Adapter"));
+    for (DWORD index = 0; index < after.NumDynamicPages && index < MAX_INSTALLWIZARD_DYNAPAGES; ++index) {
+        sheetPages_.push_back(after.DynamicPages[index]);
+        if (index >= record.NumDynamicPages) {
+            say("record: page " + std::to_string(index) + " is the module's");
+            if (diagIndex_ < 0) {
+                diagIndex_ = static_cast<int>(sheetPages_.size()) - 1;
+            }
+        }
+    }
+    return true;
+}
+
+void SheetHost::openSheet_()
+{
+    PROPSHEETHEADERW header{};
+    header.dwSize = sizeof header;
+    header.dwFlags = PSH_MODELESS | PSH_NOAPPLYNOW | PSH_PROPTITLE | PSH_NOCONTEXTHELP;
+    header.hInstance = GetModuleHandleW(nullptr);
+    header.pszCaption = scenario_.friendlyName.c_str();
+    header.nPages = static_cast<UINT>(sheetPages_.size());
+    header.nStartPage = diagIndex_ >= 0 ? static_cast<UINT>(diagIndex_) : 0;
+    header.phpage = sheetPages_.data();
+    sheet_ = reinterpret_cast<HWND>(PropertySheetW(&header));
+    // The sheet owns its pages now, whether or not it came up.
+    sheetPages_.clear();
+    if (sheet_ == nullptr || sheet_ == reinterpret_cast<HWND>(-1)) {
+        sheet_ = nullptr;
+        say("sheet: PropertySheetW failed, code " + std::to_string(GetLastError()));
+        failed_ = true;
+        return;
+    }
+    SetWindowPos(sheet_, HWND_TOP, 40, 40, 0, 0, SWP_NOSIZE | SWP_SHOWWINDOW);
+    SetForegroundWindow(sheet_);
+    settle_();
+    std::string tabs;
+    const int count = TabCtrl_GetItemCount(PropSheet_GetTabControl(sheet_));
+    for (int index = 0; index < count; ++index) {
+        tabs += " " + quoted(tabTitle(sheet_, index));
+    }
+    say("sheet: tabs" + tabs);
+    const int current = PropSheet_HwndToIndex(sheet_, PropSheet_GetCurrentPageHwnd(sheet_));
+    say("sheet: showing " + quoted(tabTitle(sheet_, current)));
+    if (diagPage_() != nullptr) {
+        dump_("open");
+    }
+}
+
+HWND SheetHost::diagPage_() const
+{
+    if (sheet_ == nullptr || diagIndex_ < 0) {
+        return nullptr;
+    }
+    return PropSheet_IndexToHwnd(sheet_, diagIndex_);
+}
+
+bool SheetHost::pumpQueued_()
+{
+    MSG message{};
+    while (sheet_ != nullptr && PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
+        if (!PropSheet_IsDialogMessage(sheet_, &message)) {
+            TranslateMessage(&message);
+            DispatchMessageW(&message);
+        }
+        // OK, Cancel or the close box: a modeless sheet leaves its destruction to its owner.
+        if (sheet_ != nullptr && PropSheet_GetCurrentPageHwnd(sheet_) == nullptr) {
+            closeSheet_();
+        }
+    }
+    return sheet_ != nullptr;
+}
+
+void SheetHost::pump_(DWORD milliseconds)
+{
+    const auto start = std::chrono::steady_clock::now();
+    while (pumpQueued_()) {
+        const auto elapsed = static_cast<DWORD>(
+            std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start)
+                .count());
+        if (milliseconds != INFINITE && elapsed >= milliseconds) {
+            return;
+        }
+        MsgWaitForMultipleObjects(0, nullptr, FALSE,
+                                  milliseconds == INFINITE ? INFINITE : milliseconds - elapsed, QS_ALLINPUT);
+    }
+}
+
+void SheetHost::settle_()
+{
+    const auto start = std::chrono::steady_clock::now();
+    int quiet = 0;
+    // Twice in a row nothing left: a handled message may have caused more.
+    while (quiet < 2) {
+        if (!pumpQueued_()) {
+            return;
+        }
+        const bool delivered = adapter_->delivered() && adapter_->service().deliveryCounts().pending == 0;
+        quiet = delivered && GetQueueStatus(QS_ALLINPUT) == 0 ? quiet + 1 : 0;
+        if (std::chrono::steady_clock::now() - start > std::chrono::milliseconds(settleLimitMs)) {
+            say("settle: events still under way after " + std::to_string(settleLimitMs) + " ms");
+            return;
+        }
+        MsgWaitForMultipleObjects(0, nullptr, FALSE, 20, QS_ALLINPUT);
+    }
+}
+
+void SheetHost::flushTrace_()
+{
+    if (spy_ == nullptr) {
+        return;
+    }
+    for (const auto& line : spy_->takeTraceLines()) {
+        say("trace: " + line);
+    }
+}
+
+void SheetHost::dump_(const std::string& label)
+{
+    flushTrace_();
+    HWND page = diagPage_();
+    say("page" + (label.empty() ? std::string() : " " + label) + ":");
+    if (page == nullptr) {
+        say("  not created");
+        return;
+    }
+    for (const auto& line : reader_->read(page)) {
+        say(line);
+    }
+}
+
+void SheetHost::runStep_(const Step& step)
+{
+    const auto& args = step.arguments;
+    const std::string& name = step.name;
+    HWND page = diagPage_();
+    if (name == "wait") {
+        pump_(millisecondsOf(args[0]));
+    } else if (name == "settle") {
+        settle_();
+    } else if (name == "dump") {
+        dump_(args.empty() ? std::string() : narrow(args[0]));
+    } else if (name == "screenshot") {
+        settle_();
+        RedrawWindow(sheet_, nullptr, nullptr, RDW_INVALIDATE | RDW_UPDATENOW | RDW_ALLCHILDREN | RDW_FRAME);
+        pump_(100);
+        say(std::string("screenshot: ") + (saveWindowBitmap(sheet_, args[0]) ? "saved " : "failed ")
+            + narrow(args[0]));
+    } else if (name == "click-run") {
+        HWND button = page != nullptr ? GetDlgItem(page, IDC_RUN_DIAG) : nullptr;
+        if (button == nullptr || !IsWindowEnabled(button)) {
+            say("click-run: the button is " + std::string(button == nullptr ? "missing" : "disabled"));
+            return;
+        }
+        say("click-run");
+        const int runs = adapter_->startedCableTests();
+        SendMessageW(button, BM_CLICK, 0, 0);
+        // Until the run has reached the driver (and dropped the link), if it does.
+        const auto start = std::chrono::steady_clock::now();
+        while (adapter_->startedCableTests() == runs && pumpQueued_()
+               && std::chrono::steady_clock::now() - start < std::chrono::seconds(5)) {
+            MsgWaitForMultipleObjects(0, nullptr, FALSE, 10, QS_ALLINPUT);
+        }
+        settle_();
+    } else if (name == "category") {
+        HWND combo = page != nullptr ? GetDlgItem(page, IDC_CABLE_CATEGORY) : nullptr;
+        if (combo == nullptr || !IsWindowEnabled(combo)) {
+            say("category " + quoted(args[0]) + ": the combo box is "
+                + (combo == nullptr ? "missing" : "disabled"));
+            return;
+        }
+        const LRESULT row = SendMessageW(combo, CB_FINDSTRINGEXACT, static_cast<WPARAM>(-1),
+                                         reinterpret_cast<LPARAM>(args[0].c_str()));
+        if (row == CB_ERR) {
+            say("category " + quoted(args[0]) + ": no such row");
+            return;
+        }
+        say("category " + quoted(args[0]));
+        // What the combo box tells its dialog when a person picks a row.
+        SendMessageW(combo, CB_SETCURSEL, static_cast<WPARAM>(row), 0);
+        SendMessageW(page, WM_COMMAND, MAKEWPARAM(IDC_CABLE_CATEGORY, CBN_SELCHANGE),
+                     reinterpret_cast<LPARAM>(combo));
+        settle_();
+    } else if (name == "unplug" || name == "plug" || name == "renegotiate" || name == "disable"
+               || name == "enable" || name == "remove" || name == "arrive") {
+        say(name + (args.empty() ? std::string() : " " + narrow(args[0])));
+        if (name == "unplug") {
+            adapter_->unplug();
+        } else if (name == "plug") {
+            adapter_->plug();
+        } else if (name == "renegotiate") {
+            adapter_->renegotiate(std::wcstoull(args[0].c_str(), nullptr, 10));
+        } else if (name == "disable") {
+            setProblemCode_(problemDisabled);
+            adapter_->remove();
+        } else if (name == "enable") {
+            setProblemCode_(0);
+            adapter_->arrive();
+        } else if (name == "remove") {
+            adapter_->remove();
+        } else {
+            adapter_->arrive();
+        }
+        settle_();
+    } else if (name == "heat") {
+        const auto hundredths = [](const std::wstring& text) {
+            return static_cast<std::int32_t>(std::lround(std::wcstod(text.c_str(), nullptr) * 100.0));
+        };
+        say("heat " + narrow(args[0]) + " " + narrow(args[1]));
+        adapter_->heat(hundredths(args[0]), hundredths(args[1]));
+    } else if (name == "chord") {
+        // The page reads the chord at its timer's ticks: held until the detail line
+        // changes, so that exactly one tick sees it.
+        HWND detail = page != nullptr ? GetDlgItem(page, IDC_TEMPERATURE_DETAIL) : nullptr;
+        const bool shown = detail != nullptr && IsWindowVisible(detail);
+        const DWORD limit = millisecondsOf(args[1]);
+        bool changed = false;
+        try {
+            const KeyChord chord(args[0]);
+            const auto start = std::chrono::steady_clock::now();
+            while (!changed && std::chrono::steady_clock::now() - start < std::chrono::milliseconds(limit)
+                   && pumpQueued_()) {
+                MsgWaitForMultipleObjects(0, nullptr, FALSE, 10, QS_ALLINPUT);
+                changed = detail != nullptr && (IsWindowVisible(detail) != FALSE) != shown;
+            }
+        } catch (const std::exception& error) {
+            say(std::string("chord: ") + error.what());
+            return;
+        }
+        say("chord " + narrow(args[0]) + ": "
+            + (changed ? std::string(shown ? "detail hidden" : "detail shown")
+                       : "no change within " + narrow(args[1]) + " ms"));
+    } else if (name == "await-line") {
+        if (page == nullptr) {
+            say("await-line " + quoted(args[0]) + ": no page");
+            return;
+        }
+        const DWORD limit = args.size() > 1 ? millisecondsOf(args[1]) : awaitLimitMs;
+        const auto start = std::chrono::steady_clock::now();
+        while (pumpQueued_()) {
+            for (const auto& line : PageReader::listLines(diagPage_())) {
+                if (line.find(args[0]) != std::wstring::npos) {
+                    settle_();
+                    say("await-line " + quoted(args[0]) + ": seen");
+                    return;
+                }
+            }
+            if (std::chrono::steady_clock::now() - start > std::chrono::milliseconds(limit)) {
+                say("await-line " + quoted(args[0]) + ": not seen within " + std::to_string(limit) + " ms");
+                return;
+            }
+            MsgWaitForMultipleObjects(0, nullptr, FALSE, 20, QS_ALLINPUT);
+        }
+    } else if (name == "select-page") {
+        PropSheet_SetCurSel(sheet_, nullptr, static_cast<int>(millisecondsOf(args[0])));
+        settle_();
+        say("select-page " + narrow(args[0]));
+    } else if (name == "close") {
+        closeSheet_();
+    }
+}
+
+void SheetHost::closeSheet_()
+{
+    if (sheet_ == nullptr) {
+        return;
+    }
+    HWND sheet = sheet_;
+    sheet_ = nullptr;  // nothing pumps into a sheet being destroyed
+    PropSheet_PressButton(sheet, PSBTN_OK);
+    const int started = adapter_->startedCableTests();
+    const int finished = adapter_->finishedCableTests();
+    // The pages are released here; a page may wait for its work to end.
+    DestroyWindow(sheet);
+    say("sheet: closed");
+    if (started != 0) {
+        say("cable tests: started " + std::to_string(started) + ", finished " + std::to_string(finished)
+            + " before closing, " + std::to_string(adapter_->finishedCableTests()) + " after");
+    }
+}
+
+void SheetHost::teardown_()
+{
+    // Pages no sheet took are the installer's to destroy.
+    for (HPROPSHEETPAGE page : sheetPages_) {
+        if (page != nullptr) {
+            DestroyPropertySheetPage(page);
+        }
+    }
+    sheetPages_.clear();
+    flushTrace_();
+    if (spy_ != nullptr) {
+        const ModuleSpy::PageCounts counts = spy_->pageCounts();
+        say("dll pages: made " + std::to_string(counts.made) + ", created " + std::to_string(counts.created)
+            + ", released " + std::to_string(counts.released));
+    }
+    sim::WmiService& service = adapter_->service();
+    service.drain(std::chrono::seconds(10));
+    int made = 0;
+    int ended = 0;
+    for (const auto& call : service.calls()) {
+        if (call.call == "ExecNotificationQueryAsync" && SUCCEEDED(call.result)) {
+            ++made;
+        } else if (call.call == "SetStatus") {
+            ++ended;
+        }
+    }
+    const auto report = [&service](const std::string& when) {
+        const sim::ReferenceCounts counts = service.references();
+        say("wmi " + when + ": objects live " + std::to_string(counts.liveObjects) + ", references "
+            + std::to_string(counts.references));
+        if (counts.liveObjects == 0) {
+            return;
+        }
+        for (const auto& line : service.liveObjects()) {
+            std::string text = "wmi ";
+            text += when;
+            text += ":   ";
+            text += line;
+            say(text);
+        }
+    };
+    say("wmi: subscriptions made " + std::to_string(made) + ", ended " + std::to_string(ended) + ", live "
+        + std::to_string(service.subscriptions().size()));
+    report("before unload");
+    spy_.reset();
+    setupApi_.reset();
+    reader_.reset();
+    // The service's delivery threads ran the module's code, and such a thread
+    // keeps the module loaded until it ends (its thread-exit clean-up lives in
+    // the module). Letting that last reference go at a thread's exit
+    // deadlocks on the loader lock under Wine, so they end first.
+    adapter_->stop();
+    say("wmi: service stopped, its threads ended");
+    if (module_ != nullptr) {
+        module_->unload();
+        say(std::string("dll: ") + (module_->inProcess() ? "still loaded" : "unloaded")
+            + " after FreeLibrary");
+        report("after unload");
+    }
+}
