@@ -28,7 +28,9 @@ LVITEMW lineItem(int index, const std::wstring& text, DiagResultsList::Image ima
 DiagResultsList::DiagResultsList()
 {
     CommonControls& controls = commonControls();
-    images_ = controls.imageListCreate(imageSize, imageSize, ILC_COLOR32, 5, 0);
+    // The mask keeps the blank image transparent: an icon whose alpha is all zero
+    // counts as having no alpha, and without a mask would draw as a black square.
+    images_ = controls.imageListCreate(imageSize, imageSize, ILC_COLOR32 | ILC_MASK, 5, 0);
     for (const WORD icon : imageIcons) {
         controls.imageListReplaceIcon(images_, -1,
                                       LoadIconW(moduleRecord.moduleInstance, MAKEINTRESOURCEW(icon)));
