@@ -63,7 +63,12 @@ void DiagResultsList::attach(HWND dialog)
 int DiagResultsList::insert_(const std::wstring& text, Image image)
 {
     LVITEMW item = lineItem(noCableLengthItem, text, image);  // past the end: appended
-    return static_cast<int>(SendMessageW(list_, LVM_INSERTITEMW, 0, reinterpret_cast<LPARAM>(&item)));
+    const auto index
+        = static_cast<int>(SendMessageW(list_, LVM_INSERTITEMW, 0, reinterpret_cast<LPARAM>(&item)));
+    // The line that brings the vertical scroll bar narrows the client area: the
+    // column follows, so that no horizontal scroll bar comes up.
+    fitColumn();
+    return index;
 }
 
 void DiagResultsList::addLine(const std::wstring& text, Image image)
