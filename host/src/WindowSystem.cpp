@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <utility>
 
 #include "Controls.h"
 
@@ -241,6 +242,9 @@ int pumpMessages()
             }
             next = *taken;
             queue.erase(taken);
+            s.longestQueueWait = std::max(s.longestQueueWait,
+                                          std::chrono::duration_cast<std::chrono::nanoseconds>(
+                                              std::chrono::steady_clock::now() - next.queuedAt));
             Window* record = lookup(s, next.window);
             if (record == nullptr) {
                 continue;  // the window is gone: dropped
@@ -255,6 +259,13 @@ int pumpMessages()
         deliver(next.window, next.message, next.wParam, next.lParam, false);
         ++dispatched;
     }
+}
+
+std::chrono::nanoseconds takeLongestQueueWait()
+{
+    auto& s = windowSystem();
+    const std::lock_guard<std::mutex> guard(s.lock);
+    return std::exchange(s.longestQueueWait, std::chrono::nanoseconds{0});
 }
 
 int queuedMessages()

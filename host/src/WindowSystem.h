@@ -3,6 +3,7 @@
 // are always called with the lock released; control classes run under it.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -56,6 +57,8 @@ struct QueuedMessage {
     WPARAM wParam;
     LPARAM lParam;
     bool fromTimer;
+    // Real time of the post, for the longest wait a message had in its queue.
+    std::chrono::steady_clock::time_point queuedAt = std::chrono::steady_clock::now();
 };
 
 struct SleepCall {
@@ -67,6 +70,7 @@ struct WindowSystem {
     std::mutex lock;
     std::map<HWND, std::unique_ptr<Window>> windows;
     std::map<DWORD, std::deque<QueuedMessage>> queues;
+    std::chrono::nanoseconds longestQueueWait{0};
     std::map<HDWP, std::vector<std::pair<HWND, DeferredMove>>> deferrals;
     std::vector<DeferredMove> lastDeferred;
     std::map<int, SHORT> keys;

@@ -9,6 +9,7 @@
 // static without SS_CENTERIMAGE or SS_REALSIZECONTROL takes its icon's size.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -45,6 +46,9 @@ void failSetWindowLong(DWORD error);
 int pumpMessages();
 // Messages queued for the calling thread and not yet pumped.
 int queuedMessages();
+// The longest real time any message waited in a queue before the pump took
+// it, since the last call (all threads); starts again from 0.
+std::chrono::nanoseconds takeLongestQueueWait();
 
 // The test clock in milliseconds since reset; only advanceClock and Sleep move it.
 std::uint64_t clockNow();
