@@ -52,11 +52,11 @@ struct Window {
 };
 
 struct QueuedMessage {
-    HWND window;
-    UINT message;
-    WPARAM wParam;
-    LPARAM lParam;
-    bool fromTimer;
+    HWND window = nullptr;
+    UINT message = 0;
+    WPARAM wParam = 0;
+    LPARAM lParam = 0;
+    bool fromTimer = false;
     // Real time of the post, for the longest wait a message had in its queue.
     std::chrono::steady_clock::time_point queuedAt = std::chrono::steady_clock::now();
 };
