@@ -24,14 +24,29 @@ preparePrefix() {
   local lock
   exec {lock}>"$wineBuild/wine-prefix.lock"
   flock "$lock"
-  if [[ ! -f "$WINEPREFIX/.ztprop-ready" ]]; then
+  # The marker names what the set-up below gives, so a prefix made by an older one is made again.
+  local ready="$WINEPREFIX/.ztprop-ready-fonts"
+  if [[ ! -f "$ready" ]]; then
+    rm -rf "${WINEPREFIX:?}"
     DISPLAY= wineboot -i >/dev/null 2>&1 || true
+    # Debian's Wine 8 doesn't load the fonts of its data directory, so every face, Marlett of the
+    # caption buttons included, fell back to one system font. From the Fonts folder it loads them.
+    local fonts
+    for fonts in /usr/share/wine/fonts /usr/lib/wine/fonts; do
+      if [[ -d "$fonts" ]]; then
+        cp -n "$fonts"/* "$WINEPREFIX/drive_c/windows/Fonts/"
+      fi
+    done
+    # Windows maps the dialog face "MS Shell Dlg" to its MS Sans Serif outline font; Wine to Tahoma,
+    # whose wider letters cut captions laid out for it. Wine ships that MS Sans Serif face too.
+    wine reg add 'HKLM\Software\Microsoft\Windows NT\CurrentVersion\FontSubstitutes' \
+      /v 'MS Shell Dlg' /t REG_SZ /d 'MS Sans Serif' /f >/dev/null 2>&1
     # Wine draws the title bar itself: Xvfb has no window manager.
     wine reg add 'HKCU\Software\Wine\X11 Driver' /v Decorated /t REG_SZ /d N /f >/dev/null 2>&1
     # A crash ends the program instead of waiting for someone to close a dialog.
     wine reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f >/dev/null 2>&1
     wineserver -w
-    touch "$WINEPREFIX/.ztprop-ready"
+    touch "$ready"
   fi
   flock -u "$lock"
   exec {lock}>&-
