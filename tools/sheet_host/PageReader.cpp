@@ -65,6 +65,36 @@ std::vector<ListLine> readList(HWND list)
     return lines;
 }
 
+// The texts of the page's visible text statics that their control cuts: DrawText wraps them, as
+// the static does, to more lines than its height holds, or a word is wider than the control.
+std::string cutTexts(HWND page)
+{
+    std::string cut;
+    for (HWND child = GetWindow(page, GW_CHILD); child != nullptr; child = GetWindow(child, GW_HWNDNEXT)) {
+        wchar_t className[16] = {};
+        GetClassNameW(child, className, 16);
+        const auto style = static_cast<DWORD>(GetWindowLongW(child, GWL_STYLE));
+        const std::wstring text = textOf(child);
+        if (lstrcmpiW(className, L"Static") != 0 || (style & SS_TYPEMASK) != SS_LEFT
+            || !IsWindowVisible(child) || text.empty()) {
+            continue;
+        }
+        RECT client{};
+        GetClientRect(child, &client);
+        RECT needed = client;
+        HDC dc = GetDC(child);
+        const HGDIOBJ previous
+            = SelectObject(dc, reinterpret_cast<HGDIOBJ>(SendMessageW(child, WM_GETFONT, 0, 0)));
+        DrawTextW(dc, text.c_str(), -1, &needed, DT_LEFT | DT_EXPANDTABS | DT_WORDBREAK | DT_CALCRECT);
+        SelectObject(dc, previous);
+        ReleaseDC(child, dc);
+        if (needed.bottom > client.bottom || needed.right > client.right) {
+            cut += " " + quoted(text);
+        }
+    }
+    return cut.empty() ? " none" : cut;
+}
+
 }  // namespace
 
 PageReader::PageReader(HMODULE module) : icons_(module)
@@ -108,6 +138,8 @@ std::vector<std::string> PageReader::read(HWND page) const
     out.push_back("  category: label " + state(item(IDC_CABLE_CATEGORY_LABEL)) + ", combo " + state(combo)
                   + "," + rows);
     out.push_back("  run: " + state(item(IDC_RUN_DIAG)) + " " + text(IDC_RUN_DIAG));
+
+    out.push_back("  texts cut:" + cutTexts(page));
 
     const std::vector<ListLine> lines = readList(item(IDC_RESULTS_LIST));
     out.push_back("  list: " + std::to_string(lines.size()) + " line" + (lines.size() == 1 ? "" : "s"));

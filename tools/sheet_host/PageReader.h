@@ -1,6 +1,7 @@
 // Reads the diagnostics page back through Win32 as a person would see it and
 // writes it as stable text: the link and health groups, the cable controls,
-// the list's lines with their images, and which controls are enabled or shown.
+// the list's lines with their images, which controls are enabled or shown, and
+// which texts their control cuts.
 #pragma once
 
 #include <string>
