@@ -31,12 +31,7 @@ preparePrefix() {
     DISPLAY= wineboot -i >/dev/null 2>&1 || true
     # Debian's Wine 8 doesn't load the fonts of its data directory, so every face, Marlett of the
     # caption buttons included, fell back to one system font. From the Fonts folder it loads them.
-    local fonts
-    for fonts in /usr/share/wine/fonts /usr/lib/wine/fonts; do
-      if [[ -d "$fonts" ]]; then
-        cp -n "$fonts"/* "$WINEPREFIX/drive_c/windows/Fonts/"
-      fi
-    done
+    cp -n /usr/share/wine/fonts/* "$WINEPREFIX/drive_c/windows/Fonts/"
     # Windows maps the dialog face "MS Shell Dlg" to its MS Sans Serif outline font; Wine to Tahoma,
     # whose wider letters cut captions laid out for it. Wine ships that MS Sans Serif face too.
     wine reg add 'HKLM\Software\Microsoft\Windows NT\CurrentVersion\FontSubstitutes' \
