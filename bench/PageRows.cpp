@@ -10,7 +10,7 @@
 #include "../tests/PageHarness.h"
 #include "Allocations.h"
 #include "Rows.h"
-#include "SimAdapter.h"
+#include "ServiceCalls.h"
 #include "host/HostPlatform.h"
 #include "resources/resource.h"
 #include "wmi/WbemServices.h"
@@ -19,7 +19,7 @@ namespace {
 
 const wchar_t* const listedId = L"PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_E4363C91&REV_02";
 
-Row tripsRow(const std::string& what, const SimAdapter::Calls& calls, int least, const std::string& why)
+Row tripsRow(const std::string& what, const ServiceCalls& calls, int least, const std::string& why)
 {
     std::string measured
         = std::to_string(calls.roundTrips) + (calls.roundTrips == 1 ? " round trip" : " round trips");
@@ -39,41 +39,41 @@ std::size_t liveHeapBytes()
 std::vector<Row> pageRows()
 {
     std::vector<Row> rows;
-    SimAdapter adapter;
+    sim::SimAdapter adapter(benchAdapter());
     sim::WmiService& service = adapter.service();
     SP_DEVINFO_DATA device = host::makeDevice(7);
     host::setDeviceStringList(device, DEVPKEY_Device_HardwareIds, {listedId});
-    host::setDeviceString(device, DEVPKEY_Device_FriendlyName, SimAdapter::name);
+    host::setDeviceString(device, DEVPKEY_Device_FriendlyName, adapter.name());
     host::setDeviceUint32(device, DEVPKEY_Device_ProblemCode, 0);
-    onNewThread([&] {
+    sim::onNewThread([&] {
         service.clearCalls();
         {
             PageSheet sheet(host::deviceInfoSet(), device);
-            rows.push_back(tripsRow("page opened on a connected adapter (5 Gbps)", adapter.calls(), 17,
+            rows.push_back(tripsRow("page opened on a connected adapter (5 Gbps)", serviceCalls(service), 17,
                                     "the adapter object (15), the temperature, the cable length"));
 
             service.clearCalls();
             sheet.tick();
-            rows.push_back(tripsRow("one temperature tick", adapter.calls(), 1, "one GetObject"));
+            rows.push_back(tripsRow("one temperature tick", serviceCalls(service), 1, "one GetObject"));
 
             service.clearCalls();
             sheet.click(IDC_RUN_DIAG);
             sheet.pumpUntil([&] { return sheet.screen().runEnabled; });
-            rows.push_back(tripsRow("one cable run, to its results", adapter.calls(), 3,
+            rows.push_back(tripsRow("one cable run, to its results", serviceCalls(service), 3,
                                     "the worker's connection and ExecCableDiag; the length after it"));
 
             service.clearCalls();
-            adapter.ndis().connect(SimAdapter::name).wait();
+            adapter.ndis().connect(adapter.name()).wait();
             service.drain();
             sheet.pump();
-            rows.push_back(tripsRow("one media event (connect) on the page", adapter.calls(), 6,
+            rows.push_back(tripsRow("one media event (connect) on the page", serviceCalls(service), 6,
                                     "the link speed query with its delivery thread's connection (5), "
                                     "the cable length"));
 
             service.clearCalls();
             sheet.chooseCategory(1);
             rows.push_back(
-                tripsRow("one category change", adapter.calls(), 1, "one ExecMethod GetCableLength"));
+                tripsRow("one category change", serviceCalls(service), 1, "one ExecMethod GetCableLength"));
 
             // The service's call log grows with every call; only the page's heap counts.
             const auto ticks = [&](int count) {
@@ -113,18 +113,18 @@ std::vector<Row> runRows()
 {
     using namespace std::chrono;
     std::vector<Row> rows;
-    SimAdapter adapter;
+    sim::SimAdapter adapter(benchAdapter());
     sim::WmiService& service = adapter.service();
     for (const char* call :
          {"ConnectServer", "GetObject", "ExecMethod", "Get", "Put", "GetMethod", "SpawnInstance"}) {
         service.setLatency(call, milliseconds(1));
     }
-    adapter.driver().setCableTestDuration(SimAdapter::name, seconds(8));
+    adapter.driver().setCableTestDuration(adapter.name(), seconds(8));
     SP_DEVINFO_DATA device = host::makeDevice(8);
     host::setDeviceStringList(device, DEVPKEY_Device_HardwareIds, {listedId});
-    host::setDeviceString(device, DEVPKEY_Device_FriendlyName, SimAdapter::name);
+    host::setDeviceString(device, DEVPKEY_Device_FriendlyName, adapter.name());
     host::setDeviceUint32(device, DEVPKEY_Device_ProblemCode, 0);
-    onNewThread([&] {
+    sim::onNewThread([&] {
         {
             PageSheet sheet(host::deviceInfoSet(), device);
             sheet.click(IDC_RUN_DIAG);
@@ -133,8 +133,7 @@ std::vector<Row> runRows()
             std::thread link([&] {
                 for (bool up = false; running; up = !up) {
                     std::this_thread::sleep_for(milliseconds(250));
-                    (up ? adapter.ndis().connect(SimAdapter::name)
-                        : adapter.ndis().disconnect(SimAdapter::name))
+                    (up ? adapter.ndis().connect(adapter.name()) : adapter.ndis().disconnect(adapter.name()))
                         .wait();
                 }
             });

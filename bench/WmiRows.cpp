@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "Rows.h"
-#include "SimAdapter.h"
+#include "ServiceCalls.h"
 #include "nic/ZtNic.h"
 #include "wmi/WbemServices.h"
 
@@ -16,7 +16,7 @@ namespace {
 constexpr int linkStateQuery = 4;
 constexpr int connect = 1;
 
-Row tripsRow(const std::string& what, const SimAdapter::Calls& calls, int least, const std::string& why)
+Row tripsRow(const std::string& what, const ServiceCalls& calls, int least, const std::string& why)
 {
     std::string measured
         = std::to_string(calls.roundTrips) + (calls.roundTrips == 1 ? " round trip" : " round trips");
@@ -35,15 +35,15 @@ Row tripsRow(const std::string& what, const SimAdapter::Calls& calls, int least,
 std::vector<Row> wmiRows()
 {
     std::vector<Row> rows;
-    SimAdapter adapter;
+    sim::SimAdapter adapter(benchAdapter());
     sim::WmiService& service = adapter.service();
     // The dialog thread: it makes the adapter object and asks it what the page asks.
-    onNewThread([&] {
+    sim::onNewThread([&] {
         service.clearCalls();
         {
-            ZtNic nic(SimAdapter::name, true);
+            ZtNic nic(adapter.name(), true);
             rows.push_back(
-                tripsRow("ZtNic constructed on a connected adapter", adapter.calls(),
+                tripsRow("ZtNic constructed on a connected adapter", serviceCalls(service),
                          connect + 4 + 2 + 2 * linkStateQuery,
                          "connect, 4 event queries, firmware and control class, media state and link "
                          "speed each a full link state query"));
@@ -51,21 +51,21 @@ std::vector<Row> wmiRows()
             service.clearCalls();
             nic.getThermalInfo();
             rows.push_back(
-                tripsRow("getThermalInfo", adapter.calls(), 1, "one GetObject of Zt_DiagnosticsData"));
+                tripsRow("getThermalInfo", serviceCalls(service), 1, "one GetObject of Zt_DiagnosticsData"));
 
             service.clearCalls();
-            onNewThread([&] {
+            sim::onNewThread([&] {
                 std::vector<ZtPairInfo> pairs;
                 nic.performCableDiag(pairs);
                 endThreadWbemServices();
             });
-            rows.push_back(tripsRow("performCableDiag on a new worker", adapter.calls(), connect + 1,
+            rows.push_back(tripsRow("performCableDiag on a new worker", serviceCalls(service), connect + 1,
                                     "the worker's connection and ExecCableDiag"));
 
             service.clearCalls();
-            adapter.ndis().connect(SimAdapter::name).wait();
+            adapter.ndis().connect(adapter.name()).wait();
             service.drain();
-            const SimAdapter::Calls media = adapter.calls();
+            const ServiceCalls media = serviceCalls(service);
             rows.push_back(tripsRow(
                 "one media event (connect) delivered", media, linkStateQuery,
                 "the link speed query; the delivery thread connects anew each time (+1), since a "
@@ -74,7 +74,7 @@ std::vector<Row> wmiRows()
             service.clearCalls();
             nic.estimateCableLength(Cat6);
             rows.push_back(
-                tripsRow("estimateCableLength", adapter.calls(), 1, "one ExecMethod GetCableLength"));
+                tripsRow("estimateCableLength", serviceCalls(service), 1, "one ExecMethod GetCableLength"));
         }
         endThreadWbemServices();
     });

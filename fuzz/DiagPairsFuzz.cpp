@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "Check.h"
-#include "FakeWbemObject.h"
 #include "FuzzInput.h"
 #include "Variants.h"
 #include "host/HostPlatform.h"
@@ -41,23 +40,32 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::uint8_t mode = in.byte();
     traceLevel = (mode & 0x80) != 0 ? 1 : 0;
     VariantArena arena;
-    auto* diagRes = new FakeWbemObject();
+    sim::WmiService& service = freshService();
+    sim::Object made{L"Zt_CableDiagResult", {}};
+    const auto add = [&](const std::wstring& name, const VARIANT& value) {
+        arena.keep(value);
+        made.properties.emplace_back(name, sim::Value::raw(value));
+    };
     const std::size_t others = in.byte() % 4;
     for (std::size_t i = 0; i < others; ++i) {
-        diagRes->add(in.wideText(8), makeVariant(in, arena));
+        const std::wstring name = in.wideText(8);
+        add(name, makeVariant(in, arena));
     }
     if ((mode & 0x03) == 0) {
-        diagRes->add(L"pairs", makeVariant(in, arena));  // any tag
+        add(L"pairs", makeVariant(in, arena));  // any tag
     } else if ((mode & 0x03) != 3) {
         VARIANT pairs{};
         VariantInit(&pairs);
         pairs.vt = static_cast<VARTYPE>(VT_ARRAY | ((mode & 0x03) == 1 ? VT_I4 : in.u16() & VT_TYPEMASK));
         pairs.parray = makeArray(in, arena);
-        diagRes->add(L"pairs", pairs);
+        add(L"pairs", pairs);
     }
     if ((mode & 0x04) != 0) {
-        diagRes->endNextAfter(in.byte() % 4, in.flag() ? WBEM_E_FAILED : WBEM_S_FALSE);
+        const int given = in.byte() % 4;
+        const HRESULT end = in.flag() ? WBEM_E_FAILED : WBEM_S_FALSE;
+        service.injectFault(sim::Fault::on("Next", end).forTarget(made.className).fromCall(given + 1));
     }
+    IWbemClassObject* diagRes = service.makeObject(made);
 
     std::vector<ZtPairInfo> results(in.byte() % 3, ZtPairInfo(9, 0xFFFFFFFFU));
     const std::vector<ZtPairInfo> before = results;

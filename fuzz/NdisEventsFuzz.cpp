@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "Check.h"
-#include "FakeWbemObject.h"
 #include "FuzzInput.h"
 #include "Variants.h"
 #include "host/HostPlatform.h"
@@ -87,6 +86,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     NdisWmi& ndis = owner();
     traceLevel = in.byte() % 6;
     VariantArena arena;
+    sim::WmiService& service = freshService();
     handled().clear();
 
     std::vector<IWbemClassObject*> objects(in.byte() % 7, nullptr);
@@ -98,8 +98,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         if (shape == 0xFF) {
             continue;  // a null entry
         }
-        auto* object = new FakeWbemObject();
-        slot = object;
+        // Each object is of a class of its own, so a scripted failure is its alone.
+        sim::Object made{L"Fuzz_Event" + std::to_wstring(&slot - objects.data()), {}};
+        const auto add = [&](const wchar_t* name, const VARIANT& value) {
+            arena.keep(value);
+            made.properties.emplace_back(name, sim::Value::raw(value));
+        };
+        const auto failGet = [&](const wchar_t* name, HRESULT result) {
+            service.injectFault(sim::Fault::on("Get", result).forTarget(made.className + L"." + name));
+        };
         // "__Class": a name of the table, any text, any value, missing or failing.
         std::wstring className;
         VARIANT classValue{};
@@ -119,28 +126,30 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         HRESULT classRead = WBEM_S_NO_ERROR;
         if (classShape == 6) {
             classRead = WBEM_E_NOT_FOUND;  // missing
+            made.properties.emplace_back(L"__Class", sim::Value::absent());
         } else if (classShape == 7) {
             classRead = static_cast<HRESULT>(0x80000000U | in.u16());
-            object->failGet(L"__Class", classRead);
+            failGet(L"__Class", classRead);
         } else {
-            object->add(L"__Class", classValue);
+            add(L"__Class", classValue);
         }
         // "InstanceName": text, any value, missing or failing.
         std::wstring name;
         const int nameShape = (shape >> 3) & 0x03;
         if (nameShape == 0) {
             name = in.wideText(24);
-            object->add(L"InstanceName", textVariant(name));
+            add(L"InstanceName", textVariant(name));
         } else if (nameShape == 1) {
             const VARIANT value = makeVariant(in, arena);
             name = textOf(value);
-            object->add(L"InstanceName", value);
+            add(L"InstanceName", value);
         } else if (nameShape == 2) {
-            object->failGet(L"InstanceName", WBEM_E_FAILED);
+            failGet(L"InstanceName", WBEM_E_FAILED);
         }
         if ((shape & 0x20) != 0) {
-            object->add(L"NdisOperationalStatusStatusIndication", makeVariant(in, arena));
+            add(L"NdisOperationalStatusStatusIndication", makeVariant(in, arena));
         }
+        slot = service.makeObject(made);
         if (stopped) {
             continue;
         }

@@ -1,15 +1,16 @@
 // Any VARIANT tag and value through variantToString and the owner's clear,
-// and objects of such values through WbemClassObject's snapshot, lookups and
-// typed getters, with an embedded object as "thermalInfo" is.
+// and simulated objects of such values through WbemClassObject's snapshot,
+// lookups and typed getters, with an embedded object as "thermalInfo" is.
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <cwctype>
 #include <map>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "Check.h"
-#include "FakeWbemObject.h"
 #include "FuzzInput.h"
 #include "Variants.h"
 #include "host/HostPlatform.h"
@@ -28,43 +29,65 @@ std::wstring readName(FuzzInput& in)
     return pick < 0xE0 ? names[pick % std::size(names)] : in.wideText(6);
 }
 
+bool sameName(const std::wstring& a, const std::wstring& b)
+{
+    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](wchar_t x, wchar_t y) {
+               return std::towlower(static_cast<std::wint_t>(x))
+                   == std::towlower(static_cast<std::wint_t>(y));
+           });
+}
+
 struct Filled {
-    FakeWbemObject* object;
-    std::vector<std::pair<std::wstring, VARTYPE>> added;
+    IWbemClassObject* object = nullptr;
+    std::vector<std::pair<std::wstring, VARTYPE>> added;  // as given
+    std::vector<std::pair<std::wstring, VARTYPE>> held;  // a later name replaces one equal ignoring case
     bool beginFails = false;
     std::size_t limit = static_cast<std::size_t>(-1);
 };
 
-// An object of 0 to 5 properties; "thermalInfo" may hold `embedded`.
-Filled fill(FuzzInput& in, VariantArena& arena, IUnknown* embedded)
+// An object of class `className` and 0 to 5 properties; "thermalInfo" may hold `embedded`.
+Filled fill(sim::WmiService& service, FuzzInput& in, VariantArena& arena, IUnknown* embedded,
+            const wchar_t* className)
 {
-    Filled filled{new FakeWbemObject(), {}};
+    Filled filled;
+    sim::Object made{className, {}};
     const std::size_t count = in.byte() % 6;
     for (std::size_t i = 0; i < count; ++i) {
         const std::wstring name = readName(in);
         const VARIANT value = makeVariant(in, arena, name == L"thermalInfo" ? embedded : nullptr);
+        arena.keep(value);
         filled.added.emplace_back(name, value.vt);
-        filled.object->add(name, value);
+        made.properties.emplace_back(name, sim::Value::raw(value));
+        const auto same = std::find_if(filled.held.begin(), filled.held.end(),
+                                       [&](const auto& held) { return sameName(held.first, name); });
+        if (same != filled.held.end()) {
+            same->second = value.vt;
+        } else {
+            filled.held.emplace_back(name, value.vt);
+        }
     }
     const std::uint8_t failures = in.byte();
     if (failures == 1) {
-        filled.object->failBeginEnumeration(WBEM_E_FAILED);
+        service.injectFault(sim::Fault::on("BeginEnumeration", WBEM_E_FAILED).forTarget(className));
         filled.beginFails = true;
     } else if (failures == 2) {
         filled.limit = in.byte() % 4;
-        filled.object->endNextAfter(filled.limit, in.flag() ? WBEM_E_FAILED : WBEM_S_FALSE);
+        const HRESULT end = in.flag() ? WBEM_E_FAILED : WBEM_S_FALSE;
+        service.injectFault(
+            sim::Fault::on("Next", end).forTarget(className).fromCall(static_cast<int>(filled.limit) + 1));
     }
+    filled.object = service.makeObject(made);
     return filled;
 }
 
-// The snapshot holds the first of each name the enumeration gave, but never
-// "InstanceName" or "Active", each with the tag it was given.
+// The snapshot holds each name the enumeration gave, but never "InstanceName"
+// or "Active", each with the tag it was given last.
 void checkSnapshot(const Filled& filled, const WbemClassObject& object)
 {
     std::map<std::wstring, VARTYPE> expected;
     if (!filled.beginFails) {
         std::size_t given = 0;
-        for (const auto& [name, tag] : filled.added) {
+        for (const auto& [name, tag] : filled.held) {
             if (name.rfind(L"__", 0) == 0) {
                 continue;
             }
@@ -114,7 +137,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         VARIANT original = makeVariant(in, arena);
         {
             variant value;
-            copyVariant(*value.put(), original);
+            sim::copyVariant(*value.put(), original);
             const std::wstring text = variantToString(value);
             if (original.vt == VT_BSTR) {
                 const std::wstring expected = original.bstrVal != nullptr ? original.bstrVal : L"";
@@ -134,8 +157,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
 
     // An object with an embedded one, read as getThermalInfo reads it.
-    const Filled inner = fill(in, arena, nullptr);
-    const Filled outer = fill(in, arena, static_cast<IWbemClassObject*>(inner.object));
+    sim::WmiService& service = freshService();
+    const Filled inner = fill(service, in, arena, nullptr, L"Fuzz_Inner");
+    const Filled outer = fill(service, in, arena, inner.object, L"Fuzz_Outer");
     {
         const WbemClassObject object(outer.object, false);
         checkSnapshot(outer, object);

@@ -1,6 +1,5 @@
 #include "Variants.h"
 
-#include <atomic>
 #include <cstring>
 
 namespace {
@@ -18,34 +17,6 @@ const VARTYPE knownTags[] = {
 const VARTYPE vectorTypes[]
     = {VT_I1,    VT_UI1, VT_I2,  VT_UI2, VT_BOOL, VT_I4,   VT_UI4,  VT_INT,     VT_UINT,     VT_R4,
        VT_ERROR, VT_I8,  VT_UI8, VT_R8,  VT_CY,   VT_DATE, VT_BSTR, VT_UNKNOWN, VT_DISPATCH, VT_VARIANT};
-
-// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): only Release ends it
-class ArenaUnknown final : public IUnknown {
-public:
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override
-    {
-        *object = nullptr;
-        if (iid != IID_IUnknown) {
-            return E_NOINTERFACE;
-        }
-        *object = this;
-        AddRef();
-        return S_OK;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return ++refs_; }
-    ULONG STDMETHODCALLTYPE Release() override
-    {
-        const ULONG left = --refs_;
-        if (left == 0) {
-            delete this;
-        }
-        return left;
-    }
-
-private:
-    ~ArenaUnknown() = default;
-    std::atomic<ULONG> refs_{1};
-};
 
 VARTYPE readTag(FuzzInput& in)
 {
@@ -108,7 +79,7 @@ void* byRefTarget(FuzzInput& in, VariantArena& arena, VARTYPE tag)
     case VT_DISPATCH: {
         auto* slot = static_cast<IUnknown**>(arena.bytes(sizeof(void*)));
         *slot = arena.unknown();
-        (*slot)->Release();  // a reference slot owns nothing: the arena's reference keeps it
+        (*slot)->Release();  // a reference slot owns nothing: the arena keeps the object
         return slot;
     }
     case VT_VARIANT: {
@@ -131,11 +102,11 @@ void* byRefTarget(FuzzInput& in, VariantArena& arena, VARTYPE tag)
 
 VariantArena::~VariantArena()
 {
+    for (VARIANT& value : kept_) {
+        endVariant(value);
+    }
     for (BSTR text : bstrs_) {
         SysFreeString(text);
-    }
-    for (IUnknown* object : unknowns_) {
-        object->Release();
     }
 }
 
@@ -155,10 +126,16 @@ BSTR* VariantArena::bstrSlot(BSTR text)
 
 IUnknown* VariantArena::unknown()
 {
-    IUnknown* object = new ArenaUnknown();
-    unknowns_.push_back(object);
-    object->AddRef();  // the arena's own reference stays until it ends
-    return object;
+    unknowns_.push_back(std::make_unique<host::CountingUnknown>());
+    return unknowns_.back().get();
+}
+
+sim::WmiService& freshService()
+{
+    static sim::WmiService service;
+    service.clearFaults();
+    service.clearCalls();
+    return service;
 }
 
 SAFEARRAY* makeArray(FuzzInput& in, VariantArena& arena)

@@ -10,10 +10,13 @@
 #include <vector>
 
 #include "FuzzInput.h"
+#include "host/CountingUnknown.h"
 #include "platform.h"
+#include "sim/WmiService.h"
 
-// What by-reference values and caller-owned arrays point at. It outlives
-// every VARIANT made with it, and frees what it holds when it ends.
+// What by-reference values and caller-owned arrays point at, and the values
+// the simulated objects copied. It outlives every VARIANT made with it, and
+// frees what it holds when it ends.
 class VariantArena {
 public:
     VariantArena() = default;
@@ -26,12 +29,20 @@ public:
     BSTR* bstrSlot(BSTR text);
     // A counting object that answers only IUnknown; one reference for the caller.
     IUnknown* unknown();
+    // Ends `value` (endVariant) when the arena ends: a simulated object's copy
+    // of a tag VariantCopy refuses holds its bits, pointers included.
+    void keep(const VARIANT& value) { kept_.push_back(value); }
 
 private:
+    std::vector<VARIANT> kept_;
     std::vector<std::unique_ptr<std::uint8_t[]>> blocks_;
     std::vector<BSTR> bstrs_;
-    std::vector<IUnknown*> unknowns_;
+    std::vector<std::unique_ptr<host::CountingUnknown>> unknowns_;
 };
+
+// The simulated service whose objects the targets fill
+// (sim::WmiService::makeObject), its faults and call log cleared.
+sim::WmiService& freshService();
 
 // A value of a tag read from `in`. By-value strings, arrays and interfaces
 // belong to the VARIANT (VariantClear ends them); by-reference targets and

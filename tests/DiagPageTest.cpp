@@ -70,27 +70,21 @@ bool has(const std::vector<std::string>& messages, const std::string& line)
 
 class DiagPageTest : public WmiFixture {
 protected:
-    std::optional<sim::NdisProvider> ndis_;
-    std::optional<ZtDriver> driver_;
+    DiagPageTest() : WmiFixture({adapter}) { }
+
     SP_DEVINFO_DATA device_ = host::makeDevice(21);
 
     void SetUp() override
     {
         WmiFixture::SetUp();
-        ndis_.emplace(service_);
-        driver_.emplace(service_);
-        ndis_->addAdapter(adapter, link(gbps));
-        driver_->addAdapter(adapter);
         host::setDeviceStringList(device_, DEVPKEY_Device_HardwareIds, {listedId});
         host::setDeviceString(device_, DEVPKEY_Device_FriendlyName, adapter);
         host::setDeviceUint32(device_, DEVPKEY_Device_ProblemCode, 0);
     }
     void TearDown() override
     {
-        EXPECT_TRUE(service_.drain(10s));
-        driver_->shutdown();
-        moduleRecord.deviceReader.reset();
         WmiFixture::TearDown();
+        moduleRecord.deviceReader.reset();
     }
 
     // Opens the page on a thread of its own, runs `body` there, closes the sheet.
@@ -258,7 +252,7 @@ TEST_F(DiagPageTest, cableRunWithAFaultyPairWhileTheDriverTakesTheLinkDown)
         EXPECT_FALSE(s.categoryEnabled);
         EXPECT_TRUE(s.runEnabled);
     });
-    EXPECT_EQ(driver_->runs(adapter, sim::ZtMethod::execCableDiag), 1);
+    EXPECT_EQ(driver_->cableTests(adapter), 1);
 }
 
 TEST_F(DiagPageTest, outcomesOfARun)
@@ -388,7 +382,7 @@ TEST_F(DiagPageTest, anAdapterDisabledDuringARunIsShownAfterIt)
         EXPECT_EQ(sheet.screen().lines, Lines{});
         EXPECT_TRUE(timerRunning(sheet.page()));
     });
-    EXPECT_EQ(driver_->runs(adapter, sim::ZtMethod::execCableDiag), 1);
+    EXPECT_EQ(driver_->cableTests(adapter), 1);
 }
 
 TEST_F(DiagPageTest, mediaEventsOnAPageWithoutARun)

@@ -28,9 +28,7 @@
 #include "diag_page/DiagResultsList.h"
 #include "installer/ModuleRecord.h"
 #include "resources/resource.h"
-#include "sim/LocatorRegistration.h"
-#include "sim/Ndis.h"
-#include "sim/ZtDriver.h"
+#include "sim/SimAdapter.h"
 #include "wmi/WbemServices.h"
 
 namespace {
@@ -85,13 +83,12 @@ Outcome runSession(const Script& script)
     const TraceAll trace;  // a clean platform for every replay
     Outcome outcome;
     {
-        sim::WmiService service;
-        const sim::LocatorRegistration registration(service);
-        sim::NdisProvider ndis(service);
-        ZtDriver driver(service);
-        ndis.addAdapter(adapter, link(speed5G));
-        driver.addAdapter(adapter);
-        driver.setCableLength(adapter, 50);
+        sim::ZtValues values;
+        values.cableLength = 50;
+        sim::SimAdapter sim({adapter, true, true, speed5G, true, values});
+        sim::WmiService& service = sim.service();
+        sim::NdisProvider& ndis = sim.ndis();
+        ZtDriver& driver = sim.driver();
         SP_DEVINFO_DATA device = host::makeDevice(21);
         host::setDeviceStringList(device, DEVPKEY_Device_HardwareIds, {listedId});
         host::setDeviceString(device, DEVPKEY_Device_FriendlyName, adapter);
@@ -223,11 +220,11 @@ std::vector<Replay> malformedValues()
                                driver.setField(adapter, field, sim::Value::null());
                            }});
         replays.push_back({name + " a 64-bit integer", [field](sim::WmiService&, ZtDriver& driver) {
-                               driver.setField(adapter, field, ZtDriver::scalarOf(VT_UI8, ~0ULL));
+                               driver.setField(adapter, field, sim::Value::integer(VT_UI8, ~0ULL));
                            }});
         replays.push_back(
             {name + " 2-byte words", [field](sim::WmiService&, ZtDriver& driver) {
-                 driver.setField(adapter, field, ZtDriver::arrayOf(VT_I2, {0, 0x0107, 0xFFFF, 0, 0}));
+                 driver.setField(adapter, field, sim::Value::array(VT_I2, {0, 0x0107, 0xFFFF, 0, 0}));
              }});
     }
     return replays;

@@ -53,21 +53,6 @@ sim::Value rawInt(LONG number)
 
 class NdisWmiTest : public WmiFixture {
 protected:
-    std::optional<sim::NdisProvider> ndis_;
-
-    void SetUp() override
-    {
-        WmiFixture::SetUp();
-        ndis_.emplace(service_);
-        ndis_->addAdapter(adapter);
-        host::clearDebugOutput();
-    }
-    void TearDown() override
-    {
-        EXPECT_TRUE(service_.drain(10s));
-        WmiFixture::TearDown();
-    }
-
     // The link state query answers `linkState` properties as given.
     void answerLinkState(const sim::PropertyValues& linkState)
     {
@@ -384,15 +369,17 @@ TEST_F(NdisWmiTest, batchStopsAtAnObjectWithoutClass)
         bind(monitor, seen);
         sim::Event batch{L"MSNdis_StatusMediaConnect", {}};
         batch.objects.push_back(
-            {L"MSNdis_StatusMediaConnect", {{L"InstanceName", sim::Value::string(L"one")}}, {}});
+            {L"MSNdis_StatusMediaConnect", {{L"InstanceName", sim::Value::string(L"one")}}});
         batch.objects.push_back(
-            {L"MSNdis_StatusMediaConnect", {{L"InstanceName", sim::Value::string(L"two")}}, {L"__Class"}});
+            {L"MSNdis_StatusMediaConnect",
+             {{L"InstanceName", sim::Value::string(L"two")}, {L"__Class", sim::Value::absent()}}});
         batch.objects.push_back(
-            {L"MSNdis_StatusMediaConnect", {{L"InstanceName", sim::Value::string(L"three")}}, {}});
+            {L"MSNdis_StatusMediaConnect", {{L"InstanceName", sim::Value::string(L"three")}}});
         report = service_.fire(batch);
         report.wait();
         sim::Event nameless{L"MSNdis_StatusMediaDisconnect", {}};
-        nameless.objects.push_back({L"MSNdis_StatusMediaDisconnect", {}, {L"InstanceName"}});
+        nameless.objects.push_back(
+            {L"MSNdis_StatusMediaDisconnect", {{L"InstanceName", sim::Value::absent()}}});
         service_.fire(nameless).wait();
     });
     EXPECT_EQ(seen.get(), (std::vector<std::wstring>{L"media one 1", L"media  2"}));

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "CountingUnknown.h"
 #include "TraceCapture.h"
+#include "host/CountingUnknown.h"
 #include "host/HostPlatform.h"
 #include "wmi/bstr.h"
 #include "wmi/com_ptr.h"
@@ -10,7 +10,7 @@ namespace {
 
 TEST(ComPtr, referenceRulesOfEachWayIn)
 {
-    CountingUnknown object;
+    host::CountingUnknown object;
     {
         com_ptr<IUnknown> adopted(&object, false);
         EXPECT_EQ(object.refs(), 1U) << "adopting adds nothing";
@@ -22,8 +22,8 @@ TEST(ComPtr, referenceRulesOfEachWayIn)
 
 TEST(ComPtr, assigningAPointerReleasesTheOldOneUnlessItIsTheSame)
 {
-    CountingUnknown first;
-    CountingUnknown second;
+    host::CountingUnknown first;
+    host::CountingUnknown second;
     com_ptr<IUnknown> p(&first, false);
     p = &first;
     EXPECT_EQ(first.refs(), 1U) << "self-assignment keeps the reference";
@@ -37,7 +37,7 @@ TEST(ComPtr, assigningAPointerReleasesTheOldOneUnlessItIsTheSame)
 
 TEST(ComPtr, moveLeavesTheSourceEmptyAndDetachHandsOverTheReference)
 {
-    CountingUnknown object;
+    host::CountingUnknown object;
     com_ptr<IUnknown> source(&object, false);
     com_ptr<IUnknown> target(std::move(source));
     EXPECT_FALSE(source);  // NOLINT(bugprone-use-after-move): the moved-from state is the point
@@ -53,8 +53,8 @@ TEST(ComPtr, moveLeavesTheSourceEmptyAndDetachHandsOverTheReference)
 
 TEST(ComPtr, putReleasesBeforeHandingOutTheSlot)
 {
-    CountingUnknown old;
-    CountingUnknown filled;
+    host::CountingUnknown old;
+    host::CountingUnknown filled;
     com_ptr<IUnknown> p(&old, false);
     IUnknown** slot = p.put();
     EXPECT_EQ(old.refs(), 0U);

@@ -94,17 +94,11 @@ struct SheetPage {
 
 class PropertyPageTest : public WmiFixture {
 protected:
-    std::optional<sim::NdisProvider> ndis_;
-    std::optional<sim::ZtDriver> driver_;
     SP_DEVINFO_DATA device_ = host::makeDevice(9);
 
     void SetUp() override
     {
         WmiFixture::SetUp();
-        ndis_.emplace(service_);
-        driver_.emplace(service_);
-        ndis_->addAdapter(adapter);
-        driver_->addAdapter(adapter);
         host::setDeviceString(device_, DEVPKEY_Device_FriendlyName, adapter);
         host::setDeviceUint32(device_, DEVPKEY_Device_ProblemCode, 0);
         moduleRecord.deviceReader = std::make_shared<DevPropertiesReader>(host::deviceInfoSet(), &device_);
@@ -118,8 +112,6 @@ protected:
         EXPECT_EQ(RecordingPage::live, 0);
         EXPECT_TRUE(moduleRecord.sharedNic.expired());
         moduleRecord.deviceReader.reset();
-        EXPECT_TRUE(service_.drain(10s));
-        driver_->shutdown();
         WmiFixture::TearDown();
     }
 };

@@ -55,6 +55,15 @@ sim::LinkState link(std::uint64_t speed, bool up)
             speed};
 }
 
+// 40 m of cable, a cable test of 10 ms.
+sim::ZtValues driverValues()
+{
+    sim::ZtValues values;
+    values.cableLength = 40;
+    values.cableTest = 10ms;
+    return values;
+}
+
 // Aborts the process with a message when a round takes longer than its limit:
 // a hang must fail the run, not stall it.
 class Watchdog {
@@ -112,8 +121,8 @@ private:
 
 class StressTest : public WmiFixture {
 protected:
-    std::optional<sim::NdisProvider> ndis_;
-    std::optional<ZtDriver> driver_;
+    StressTest() : WmiFixture({adapter, true, true, 5000000000ULL, true, driverValues()}) { }
+
     std::vector<SP_DEVINFO_DATA> devices_;
 
     // What the sim holds, changed only under scriptLock_.
@@ -130,10 +139,6 @@ protected:
     void SetUp() override
     {
         WmiFixture::SetUp();
-        ndis_.emplace(service_);
-        driver_.emplace(service_);
-        ndis_->addAdapter(adapter, link(5000000000ULL, true));
-        addDriverAdapter_();
         // One device per dialog thread: each sheet's installer call reads back its own pages.
         for (int i = 0; i < dialogThreads; ++i) {
             SP_DEVINFO_DATA device = host::makeDevice(static_cast<DWORD>(30 + i));
@@ -151,18 +156,11 @@ protected:
     void TearDown() override
     {
         host::onPostToDestroyedWindow(nullptr);
-        EXPECT_TRUE(service_.drain(10s));
-        driver_->shutdown();
-        moduleRecord.deviceReader.reset();
         WmiFixture::TearDown();
+        moduleRecord.deviceReader.reset();
     }
 
-    void addDriverAdapter_()
-    {
-        driver_->addAdapter(adapter);
-        driver_->setCableLength(adapter, 40);
-        driver_->setCableTestDuration(adapter, 10ms);
-    }
+    void addDriverAdapter_() { driver_->addAdapter(adapter, driverValues()); }
     void finding_(std::string text)
     {
         const std::lock_guard<std::mutex> guard(findingsLock_);

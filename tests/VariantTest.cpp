@@ -5,8 +5,8 @@
 #include <climits>
 #include <memory>
 
-#include "CountingUnknown.h"
 #include "TraceCapture.h"
+#include "host/CountingUnknown.h"
 #include "host/HostPlatform.h"
 
 namespace {
@@ -132,7 +132,7 @@ TEST(Variant, clearRefusesTheTwoByReferenceInterfaceTags)
 {
     for (const VARTYPE tag : {VARTYPE(VT_BYREF | VT_DISPATCH), VARTYPE(VT_BYREF | VT_UNKNOWN)}) {
         TraceAll capture;
-        CountingUnknown target;
+        host::CountingUnknown target;
         IUnknown* slot = &target;
         variant value;
         value.put()->vt = tag;
@@ -180,7 +180,7 @@ TEST(Variant, moveHandsTheValueOverOnce)
 TEST(Variant, assignmentsEndTheOldValueAndHoldTheNew)
 {
     host::reset();
-    CountingUnknown object;
+    host::CountingUnknown object;
     {
         variant value;
         EXPECT_TRUE(value.isEmpty());

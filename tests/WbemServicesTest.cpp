@@ -164,7 +164,7 @@ TEST_F(WbemServicesTest, connectionSurvivesSecurityAndBlanketFailures)
 
 TEST_F(WbemServicesTest, noLocatorRegistered)
 {
-    registration_.revoke();
+    sim_.revokeLocator();
     onNewThread([&] { EXPECT_FALSE(threadWbemServices().isConnected()); });
     EXPECT_EQ(tracedMessages(), Messages{"[!] Couldn't get WbemLocator"});
 }

@@ -1,39 +1,36 @@
-// A simulated WMI service registered as the process's WMI locator, with a
-// small test class, and checks that the module gave back every reference.
-// Module code keeps one connection per thread, so test bodies that use the
-// service run on threads of their own (onNewThread).
+// The one fixture of tests that use the simulated WMI service: a simulated
+// adapter registered as the process's WMI locator, a small test class, and
+// checks that every reference the service handed out came back. Module code
+// keeps one connection per thread, so test bodies that use the service run on
+// threads of their own (onNewThread).
 #pragma once
 
 #include <gtest/gtest.h>
 
-#include <thread>
-#include <utility>
+#include <string>
 
 #include "TraceCapture.h"
 #include "host/HostPlatform.h"
-#include "sim/LocatorRegistration.h"
-#include "sim/WmiService.h"
+#include "sim/SimAdapter.h"
 
-// Runs `body` on a new thread and waits for the thread to end, thread-exit
-// clean-up included.
-template <typename Body> void onNewThread(Body&& body)
-{
-    std::thread thread(std::forward<Body>(body));
-    thread.join();
-}
+using sim::onNewThread;
 
 class WmiFixture : public ::testing::Test {
 protected:
-    TraceAll capture_;
-    sim::WmiService service_;
-    sim::LocatorRegistration registration_{service_};
+    explicit WmiFixture(sim::AdapterSettings settings = {});
 
-    // "Test_Adapter": InstanceName, Active, Speed (uint8), Count (sint32),
-    // Name (string), Unset (sint32, null), Details (object); methods "Reset"
+    TraceAll capture_;
+    sim::SimAdapter sim_;
+    sim::WmiService& service_;
+    sim::NdisProvider* const ndis_;
+    sim::ZtDriver* const driver_;
+
+    // "Test_Adapter": InstanceName, Active, Speed (VT_UI1), Count (VT_I4),
+    // Name (VT_BSTR), Unset (null), Details (an object); methods "Reset"
     // (in "Level", out "ReturnValue") and "Probe" (no in-parameters).
     // One instance, "eth 0 #1".
     void SetUp() override;
-    // Nothing the service handed out is still referenced.
+    // Every delivery ended, the driver stopped, nothing the service handed out still referenced.
     void TearDown() override;
 
     int callsOf(const std::string& name) const;

@@ -47,25 +47,7 @@ using Told = EventLog<std::string>;
 
 class ZtNicTest : public WmiFixture {
 protected:
-    std::optional<sim::NdisProvider> ndis_;
-    std::optional<ZtDriver> driver_;
-
-    void SetUp() override
-    {
-        WmiFixture::SetUp();
-        ndis_.emplace(service_);
-        driver_.emplace(service_);
-        ndis_->addAdapter(adapter,
-                          {sim::ndis::mediaConnected, sim::ndis::duplexFull, 5000000000ULL, 5000000000ULL});
-        driver_->addAdapter(adapter);
-        host::clearDebugOutput();
-    }
-    void TearDown() override
-    {
-        EXPECT_TRUE(service_.drain(10s));
-        driver_->shutdown();
-        WmiFixture::TearDown();
-    }
+    ZtNicTest() : WmiFixture({adapter, true, true, 5000000000ULL}) { }
     static void subscribe(ZtNic& nic, Told& told)
     {
         nic.nicChanged.add(L"test", [&](bool added) { told.add(added ? "added" : "removed"); });
@@ -347,10 +329,10 @@ TEST_F(ZtNicTest, cableTestRefusesWhatItCannotTrust)
     const std::string failedExec = "[!] failed to execute method 'ExecCableDiag', hr = 0x80041001";
     const Case cases[] = {
         {"pairs of 2-byte elements",
-         field(ZtField::pairs, ZtDriver::arrayOf(VT_I2, {1, 2, 3, 4})),
+         field(ZtField::pairs, sim::Value::array(VT_I2, {1, 2, 3, 4})),
          {"/!\\ field 'pairs' has unexpected type"}},
         {"pairs not an array",
-         field(ZtField::pairs, ZtDriver::scalarOf(VT_I4, 7)),
+         field(ZtField::pairs, sim::Value::integer(VT_I4, 7)),
          {"/!\\ field 'pairs' has unexpected type"}},
         {"pairs absent", absent(ZtField::pairs), {"[!] 'pairs' property not found"}},
         {"diagRes not an object",
@@ -494,12 +476,12 @@ TEST_F(ZtNicTest, temperaturesOrTheDefaultRecord)
          inf,
          {"[!] property 'macTemperature' not found"}},
         {"phyTemperature of another integer type",
-         field(ZtField::phyTemperature, ZtDriver::scalarOf(VT_I2, 4500)),
+         field(ZtField::phyTemperature, sim::Value::integer(VT_I2, 4500)),
          inf,
          inf,
          {"[!] property 'phyTemperature' has invalid type (2)"}},
         {"flags of another type",
-         field(ZtField::thermalFlags, ZtDriver::scalarOf(VT_I4, 12)),
+         field(ZtField::thermalFlags, sim::Value::integer(VT_I4, 12)),
          inf,
          inf,
          {"[!] property 'flags' has invalid type (3)"}},

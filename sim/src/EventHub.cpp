@@ -1,108 +1,43 @@
-#include "EventHub.h"
-
-#include <algorithm>
-
-#include "ClassObject.h"
-#include "Codes.h"
-#include "ServiceCore.h"
-#include "Text.h"
-#include "sim/WmiService.h"
+#include "Core.h"
 
 namespace sim {
 
-struct EventHub::Entry {
-    std::uint64_t id = 0;
-    Subscription subscription;
-    int inFlight = 0;  // deliveries admitted to Indicate that haven't returned
-    std::uint64_t indications = 0;
-    bool ended = false;  // cancelled or shut down: admits nothing more
-    bool finished = false;  // SetStatus and Release done, or handed to a thread to do
-    HRESULT endStatus = codes::callCancelled;
-};
-
-struct EventHub::Ticket {
-    int remaining = 0;
-    DeliveryReport report;
-    std::promise<DeliveryReport> promise;
-};
-
 namespace {
 
-bool isMissing(const EventObject& object, const std::wstring& name)
+// The object's InstanceName when it is given as text.
+std::optional<std::wstring> instanceNameOf(const Object& object)
 {
-    return std::any_of(object.missing.begin(), object.missing.end(),
-                       [&](const std::wstring& missing) { return equalsNoCase(missing, name); });
+    const auto* found = findNamed(const_cast<PropertyValues&>(object.properties), L"InstanceName");
+    return found != nullptr ? found->second.asString() : std::nullopt;
 }
 
-// The object's InstanceName when it has one as text.
-std::optional<std::wstring> instanceNameOf(const EventObject& object)
-{
-    if (isMissing(object, L"InstanceName")) {
-        return std::nullopt;
-    }
-    for (const auto& [name, value] : object.values) {
-        if (equalsNoCase(name, L"InstanceName")) {
-            return value.asString();
-        }
-    }
-    return std::nullopt;
-}
-
-// The service's references to one delivery's objects, released on every path.
-class DeliveredObjects {
-public:
-    DeliveredObjects() = default;
-    ~DeliveredObjects() { releaseAll(); }
-    DeliveredObjects(const DeliveredObjects&) = delete;
-    DeliveredObjects& operator=(const DeliveredObjects&) = delete;
-
-    void add(IWbemClassObject* object) { objects_.push_back(object); }
-    LONG count() const { return static_cast<LONG>(objects_.size()); }
-    IWbemClassObject** data() { return objects_.data(); }
-    void releaseAll()
-    {
-        for (IWbemClassObject* object : objects_) {
-            object->Release();
-        }
-        objects_.clear();
-    }
-
-private:
-    std::vector<IWbemClassObject*> objects_;
+struct Releaser {
+    void operator()(IUnknown* object) const { object->Release(); }
 };
 
 }  // namespace
 
 Event Event::of(const std::wstring& className, const std::wstring& instanceName, const PropertyValues& values)
 {
-    EventObject object{
-        className, {{L"InstanceName", Value::string(instanceName)}, {L"Active", Value::boolean(true)}}, {}};
-    object.values.insert(object.values.end(), values.begin(), values.end());
+    Object object{className,
+                  {{L"InstanceName", Value::string(instanceName)}, {L"Active", Value::boolean(true)}}};
+    object.properties.insert(object.properties.end(), values.begin(), values.end());
     return Event{className, {std::move(object)}};
-}
-
-EventHub::EventHub(ServiceCore& core) : core_(core)
-{
-}
-
-EventHub::~EventHub()
-{
-    shutdown();
 }
 
 // ---- Subscriptions --------------------------------------------------------------
 
-bool EventHub::subscribe(Subscription subscription)
+bool EventHub::subscribe(std::uint64_t connection, std::wstring className,
+                         std::optional<std::wstring> instanceName, IWbemObjectSink* sink)
 {
+    auto entry
+        = std::make_shared<Entry>(Entry{connection, std::move(className), std::move(instanceName), sink});
     const std::lock_guard<std::mutex> guard(lock_);
-    if (stopping_) {
-        return false;
+    if (!stopping_) {
+        entries_.push_back(std::move(entry));
+        sink->AddRef();
     }
-    auto entry = std::make_shared<Entry>();
-    entry->id = nextEntry_++;
-    entry->subscription = std::move(subscription);
-    entries_.push_back(std::move(entry));
-    return true;
+    return !stopping_;
 }
 
 EventHub::EntryList EventHub::cancel(std::uint64_t connection, IWbemObjectSink* sink, bool& found)
@@ -112,13 +47,13 @@ EventHub::EntryList EventHub::cancel(std::uint64_t connection, IWbemObjectSink* 
     found = false;
     auto kept = entries_.begin();
     for (auto& entry : entries_) {
-        if (entry->subscription.connection != connection || entry->subscription.sink != sink) {
+        if (entry->connection != connection || entry->sink != sink) {
             *kept++ = std::move(entry);
             continue;
         }
         found = true;
         entry->ended = true;
-        entry->endStatus = codes::callCancelled;
+        entry->endStatus = wbem(WBEM_E_CALL_CANCELLED);
         if (entry->inFlight == 0) {
             entry->finished = true;
             ready.push_back(entry);
@@ -134,12 +69,10 @@ void EventHub::finish(const EntryList& entries) noexcept
     // Only the thread that set `finished` gets here with an entry, so reading
     // it needs no lock; no lock is held while the sink runs.
     for (const auto& entry : entries) {
-        const Subscription& subscription = entry->subscription;
-        subscription.sink->SetStatus(WBEM_STATUS_COMPLETE, entry->endStatus, nullptr, nullptr);
-        core_.log({"SetStatus", subscription.className, subscription.className,
-                   subscription.instanceName.value_or(L""), false},
+        entry->sink->SetStatus(WBEM_STATUS_COMPLETE, entry->endStatus, nullptr, nullptr);
+        core_.log({"SetStatus", entry->className, entry->className, entry->instanceName.value_or(L"")},
                   entry->endStatus);
-        subscription.sink->Release();
+        entry->sink->Release();
     }
 }
 
@@ -148,9 +81,7 @@ std::vector<SubscriptionInfo> EventHub::subscriptions() const
     const std::lock_guard<std::mutex> guard(lock_);
     std::vector<SubscriptionInfo> infos;
     for (const auto& entry : entries_) {
-        const Subscription& subscription = entry->subscription;
-        infos.push_back({subscription.connection, subscription.className, subscription.instanceName,
-                         entry->id, entry->indications});
+        infos.push_back({entry->className, entry->instanceName});
     }
     return infos;
 }
@@ -163,41 +94,32 @@ std::shared_future<DeliveryReport> EventHub::fire(const Event& event)
     auto ticket = std::make_shared<Ticket>();
     std::shared_future<DeliveryReport> future = ticket->promise.get_future().share();
     std::vector<std::optional<std::wstring>> names;
-    names.reserve(event.objects.size());
-    for (const EventObject& object : event.objects) {
+    for (const Object& object : event.objects) {
         names.push_back(instanceNameOf(object));
     }
     {
         const std::lock_guard<std::mutex> guard(lock_);
-        ++fired_;
-        if (!stopping_) {
-            for (const auto& entry : entries_) {
-                const Subscription& subscription = entry->subscription;
-                if (!equalsNoCase(subscription.className, event.className)) {
-                    continue;
-                }
-                std::vector<std::size_t> selected;
-                for (std::size_t i = 0; i < names.size(); ++i) {
-                    if (!subscription.instanceName || names[i] == subscription.instanceName) {
-                        selected.push_back(i);
-                    }
-                }
-                if (!selected.empty()) {
-                    queue_.push_back({entry, shared, std::move(selected), ticket});
-                    ++ticket->remaining;
+        for (const auto& entry : stopping_ ? EntryList() : entries_) {
+            std::vector<std::size_t> selected;
+            for (std::size_t i = 0; i < names.size(); ++i) {
+                if (!entry->instanceName || names[i] == entry->instanceName) {
+                    selected.push_back(i);
                 }
             }
-            ticket->report.subscriptions = ticket->remaining;
-            while (ticket->remaining > 0 && threads_.size() < WmiService::kDeliveryThreads) {
-                threads_.emplace_back([this] { run_(); });
+            if (equalsNoCase(entry->className, event.className) && !selected.empty()) {
+                queue_.push_back({entry, shared, std::move(selected), ticket});
+                ++ticket->remaining;
             }
+        }
+        ticket->report.subscriptions = ticket->remaining;
+        while (!queue_.empty() && threads_.size() < WmiService::kDeliveryThreads) {
+            threads_.emplace_back([this] { run_(); });
         }
         if (ticket->remaining == 0) {
             ticket->promise.set_value(ticket->report);
         }
     }
     work_.notify_all();
-    changed_.notify_all();
     return future;
 }
 
@@ -209,48 +131,61 @@ void EventHub::run_() noexcept
         if (queue_.empty()) {
             return;  // stopping: shutdown() took what was left
         }
-        const Job job = std::move(queue_.front());
-        queue_.pop_front();
-        ++working_;
-        guard.unlock();
-        deliver_(job);
+        std::shared_ptr<Ticket> ticket = queue_.front().ticket;
+        std::optional<HRESULT> answer;
+        {
+            const Job job = std::move(queue_.front());
+            queue_.pop_front();
+            ++working_;
+            guard.unlock();
+            answer = deliver_(job);
+        }  // its event and entry go before the delivery counts as ended
+        complete_(*ticket, answer);
         guard.lock();
     }
 }
 
-void EventHub::deliver_(const Job& job) noexcept
+std::optional<HRESULT> EventHub::deliver_(const Job& job) noexcept
 {
     const Event& event = *job.event;
-    const std::wstring firstName = instanceNameOf(event.objects[job.objects.front()]).value_or(L"");
-    const CallInfo info{"Indicate", event.className, event.className, firstName, false};
+    Entry& entry = *job.entry;
     std::optional<HRESULT> answer;
-    bool finishEntry = false;
+    bool last = false;
+    const CallInfo info{"Indicate", event.className, event.className,
+                        instanceNameOf(event.objects[job.objects.front()]).value_or(L"")};
     core_.serve(info, [&]() -> HRESULT {
-        std::uint64_t delivery = 0;
-        {
-            std::unique_lock<std::mutex> guard(lock_);
-            delivery = nextDelivery_++;
-            if (holding_ == HoldPoint::beforeIndicate) {
-                waitAtHold_(guard);
-            }
+        std::unique_lock<std::mutex> guard(lock_);
+        const std::uint64_t delivery = nextDelivery_++;
+        if (holding_ == HoldPoint::beforeIndicate) {
+            waitAtHold_(guard);
         }
-        DeliveredObjects objects;
+        guard.unlock();
+        std::vector<std::unique_ptr<IWbemClassObject, Releaser>> owned;
+        std::vector<IWbemClassObject*> objects;
         for (const std::size_t index : job.objects) {
-            objects.add(core_.eventObject(event.objects[index], delivery));
+            owned.emplace_back(core_.makeObject(event.objects[index], L"", delivery));
+            objects.push_back(owned.back().get());
         }
-        if (const auto refused = admit_(job.entry, delivery)) {
-            return *refused;
+        guard.lock();
+        if (entry.ended) {
+            return entry.endStatus;  // cancelled or shut down meanwhile: not admitted
         }
-        const HRESULT result = job.entry->subscription.sink->Indicate(objects.count(), objects.data());
-        answer = result;
-        objects.releaseAll();
-        finishEntry = leave_(job.entry, delivery);
-        return result;
+        ++entry.inFlight;
+        inside_[delivery] = false;
+        guard.unlock();
+        answer = entry.sink->Indicate(static_cast<LONG>(objects.size()), objects.data());
+        owned.clear();
+        guard.lock();
+        --entry.inFlight;
+        inside_.erase(delivery);
+        last = entry.ended && entry.inFlight == 0 && !entry.finished;
+        entry.finished = entry.finished || last;
+        return *answer;
     });
-    if (finishEntry) {
+    if (last) {
         finish({job.entry});
     }
-    complete_(job, answer);
+    return answer;
 }
 
 void EventHub::waitAtHold_(std::unique_lock<std::mutex>& guard)
@@ -263,53 +198,19 @@ void EventHub::waitAtHold_(std::unique_lock<std::mutex>& guard)
     changed_.notify_all();
 }
 
-std::optional<HRESULT> EventHub::admit_(const std::shared_ptr<Entry>& entry, std::uint64_t delivery)
+void EventHub::complete_(Ticket& ticket, std::optional<HRESULT> answer) noexcept
 {
     const std::lock_guard<std::mutex> guard(lock_);
-    if (entry->ended) {
-        return entry->endStatus;
-    }
-    ++entry->inFlight;
-    ++inIndicate_;
-    inside_[delivery] = false;
-    changed_.notify_all();
-    return std::nullopt;
-}
-
-bool EventHub::leave_(const std::shared_ptr<Entry>& entry, std::uint64_t delivery)
-{
-    const std::lock_guard<std::mutex> guard(lock_);
-    --entry->inFlight;
-    ++entry->indications;
-    --inIndicate_;
-    inside_.erase(delivery);
-    const bool last = entry->ended && entry->inFlight == 0 && !entry->finished;
-    if (last) {
-        entry->finished = true;
-    }
-    changed_.notify_all();
-    return last;
-}
-
-void EventHub::complete_(const Job& job, std::optional<HRESULT> answer) noexcept
-{
-    const std::lock_guard<std::mutex> guard(lock_);
-    Ticket& ticket = *job.ticket;
     try {
+        ++(answer ? ticket.report.indicated : ticket.report.dropped);
         if (answer) {
-            ++indicated_;
-            ++ticket.report.indicated;
             ticket.report.answers.push_back(*answer);
-        } else {
-            ++dropped_;
-            ++ticket.report.dropped;
         }
         if (--ticket.remaining == 0) {
             ticket.promise.set_value(ticket.report);
         }
     } catch (...) {
-        // A report lost to memory exhaustion; the counters still add up.
-        (void)0;
+        (void)0;  // a report lost to memory exhaustion; the counters still add up
     }
     --working_;
     changed_.notify_all();
@@ -318,12 +219,9 @@ void EventHub::complete_(const Job& job, std::optional<HRESULT> answer) noexcept
 void EventHub::onEventObjectRead(std::uint64_t delivery)
 {
     std::unique_lock<std::mutex> guard(lock_);
-    if (holding_ != HoldPoint::insideIndicate) {
-        return;
-    }
     const auto found = inside_.find(delivery);
-    if (found == inside_.end() || found->second) {
-        return;  // not inside Indicate, or held there once already
+    if (holding_ != HoldPoint::insideIndicate || found == inside_.end() || found->second) {
+        return;  // not holding there, not inside Indicate, or held there once already
     }
     found->second = true;
     waitAtHold_(guard);
@@ -347,11 +245,9 @@ void EventHub::hold(HoldPoint point)
 
 void EventHub::release()
 {
-    {
-        const std::lock_guard<std::mutex> guard(lock_);
-        holding_.reset();
-        ++holdRound_;
-    }
+    const std::lock_guard<std::mutex> guard(lock_);
+    holding_.reset();
+    ++holdRound_;
     changed_.notify_all();
 }
 
@@ -359,18 +255,6 @@ bool EventHub::waitForHeld(std::size_t count, std::chrono::milliseconds timeout)
 {
     std::unique_lock<std::mutex> guard(lock_);
     return changed_.wait_for(guard, timeout, [&] { return held_ >= count; });
-}
-
-bool EventHub::waitForInIndicate(std::size_t count, std::chrono::milliseconds timeout) const
-{
-    std::unique_lock<std::mutex> guard(lock_);
-    return changed_.wait_for(guard, timeout, [&] { return inIndicate_ >= count; });
-}
-
-DeliveryCounts EventHub::counts() const
-{
-    const std::lock_guard<std::mutex> guard(lock_);
-    return {fired_, indicated_, dropped_, queue_.size() + working_, inIndicate_, held_, threads_.size()};
 }
 
 void EventHub::shutdown()
@@ -385,7 +269,7 @@ void EventHub::shutdown()
         ++holdRound_;
         for (const auto& entry : entries_) {
             entry->ended = true;
-            entry->endStatus = codes::shuttingDown;
+            entry->endStatus = wbem(WBEM_E_SHUTTING_DOWN);
             if (entry->inFlight == 0 && !entry->finished) {
                 entry->finished = true;
                 ready.push_back(entry);
@@ -398,8 +282,10 @@ void EventHub::shutdown()
     }
     work_.notify_all();
     changed_.notify_all();
-    for (const Job& job : dropped) {
-        complete_(job, std::nullopt);
+    while (!dropped.empty()) {
+        const std::shared_ptr<Ticket> ticket = dropped.front().ticket;
+        dropped.pop_front();
+        complete_(*ticket, std::nullopt);
     }
     finish(ready);
     for (std::thread& thread : threads) {

@@ -1,15 +1,14 @@
-#include "Services.h"
+#include <optional>
+#include <regex>
 
-#include "ClassObject.h"
-#include "ServiceCore.h"
-#include "Text.h"
+#include "Objects.h"
 
 namespace sim {
 
-// IID_IClientSecurity {0000013D-0000-0000-C000-000000000046}
-const IID kIidClientSecurity = {0x0000013d, 0x0000, 0x0000, {0xc0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
-
 namespace {
+
+// IID_IClientSecurity {0000013D-0000-0000-C000-000000000046}
+const IID iidClientSecurity = {0x0000013d, 0x0000, 0x0000, {0xc0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
 
 template <class T> void clearOut(T** out)
 {
@@ -20,29 +19,47 @@ template <class T> void clearOut(T** out)
 
 std::wstring text(const BSTR value)
 {
-    return value != nullptr ? std::wstring(value) : std::wstring();
+    return value != nullptr ? std::wstring(value, SysStringLen(value)) : std::wstring();
 }
 
-// The parameter `name` of a client's parameters object; null when it lacks it.
-Value parameter(IWbemClassObject* parameters, const std::wstring& name)
+// A class name, and the instance of `InstanceName="name"` (the name verbatim up to the last quote).
+struct Target {
+    std::wstring className;
+    std::optional<std::wstring> instanceName;
+};
+
+std::optional<Target> parse(const std::wregex& grammar, const std::wstring& text)
 {
-    return readProperty(parameters, name).value_or(Value());
+    std::wsmatch match;
+    if (!std::regex_match(text, match, grammar)) {
+        return std::nullopt;
+    }
+    return Target{match[1], match[3].matched ? std::optional<std::wstring>(match[3]) : std::nullopt};
+}
+
+// `Class` or `Class.InstanceName="name"`.
+std::optional<Target> parsePath(const std::wstring& path)
+{
+    static const std::wregex grammar(LR"((\w+)(?:\.InstanceName=(["'])(.*)\2)?)", std::regex::icase);
+    return parse(grammar, path);
+}
+
+// `SELECT * FROM Class`, optionally `WHERE InstanceName = "name"`; keywords ignore case.
+std::optional<Target> parseQuery(const std::wstring& query)
+{
+    static const std::wregex grammar(
+        LR"(\s*SELECT\s+\*\s+FROM\s+(\w+)(?:\s+WHERE\s+InstanceName\s*=\s*(["'])(.*)\2)?\s*)",
+        std::regex::icase);
+    return parse(grammar, query);
 }
 
 }  // namespace
 
 // ---- Services -------------------------------------------------------------------
 
-Services::Services(std::shared_ptr<ServiceCore> core, std::uint64_t connection)
-    : ComObject(std::move(core), ObjectKind::services, "Services #" + std::to_string(connection)),
-      connection_(connection)
+Services::Services(std::shared_ptr<ServiceCore> core)
+    : ComObject(core, "Services"), connection_(core->newConnection())
 {
-}
-
-Services* Services::create(std::shared_ptr<ServiceCore> core)
-{
-    const std::uint64_t connection = core->newConnectionId();
-    return new Services(std::move(core), connection);
 }
 
 HRESULT STDMETHODCALLTYPE Services::QueryInterface(REFIID iid, void** object)
@@ -52,7 +69,7 @@ HRESULT STDMETHODCALLTYPE Services::QueryInterface(REFIID iid, void** object)
     }
     if (iid == IID_IUnknown || iid == IID_IWbemServices) {
         *object = static_cast<IWbemServices*>(this);
-    } else if (iid == kIidClientSecurity) {
+    } else if (iid == iidClientSecurity) {
         *object = static_cast<ClientSecurityVtable*>(this);
     } else {
         *object = nullptr;
@@ -62,40 +79,6 @@ HRESULT STDMETHODCALLTYPE Services::QueryInterface(REFIID iid, void** object)
     return S_OK;
 }
 
-HRESULT STDMETHODCALLTYPE Services::QueryBlanket(IUnknown* /*proxy*/, DWORD* authnService,
-                                                 DWORD* authzService, OLECHAR** serverPrincipal,
-                                                 DWORD* authnLevel, DWORD* impLevel, void** authInfo,
-                                                 DWORD* capabilities)
-{
-    const auto set = [](auto* out, auto value) {
-        if (out != nullptr) {
-            *out = value;
-        }
-    };
-    set(authnService, RPC_C_AUTHN_WINNT);
-    set(authzService, RPC_C_AUTHZ_NONE);
-    set(serverPrincipal, static_cast<OLECHAR*>(nullptr));
-    set(authnLevel, RPC_C_AUTHN_LEVEL_CALL);
-    set(impLevel, RPC_C_IMP_LEVEL_IMPERSONATE);
-    set(authInfo, static_cast<void*>(nullptr));
-    set(capabilities, EOAC_NONE);
-    return S_OK;
-}
-
-HRESULT STDMETHODCALLTYPE Services::SetBlanket(IUnknown* /*proxy*/, DWORD /*authnService*/,
-                                               DWORD /*authzService*/, OLECHAR* /*serverPrincipal*/,
-                                               DWORD /*authnLevel*/, DWORD /*impLevel*/, void* /*authInfo*/,
-                                               DWORD /*capabilities*/)
-{
-    return S_OK;  // in-process: there is no proxy whose security could change
-}
-
-HRESULT STDMETHODCALLTYPE Services::CopyProxy(IUnknown* /*proxy*/, IUnknown** copy)
-{
-    clearOut(copy);
-    return E_NOTIMPL;
-}
-
 HRESULT STDMETHODCALLTYPE Services::GetObject(const BSTR objectPath, LONG /*flags*/,
                                               IWbemContext* /*context*/, IWbemClassObject** object,
                                               IWbemCallResult** callResult)
@@ -103,37 +86,25 @@ HRESULT STDMETHODCALLTYPE Services::GetObject(const BSTR objectPath, LONG /*flag
     clearOut(object);
     clearOut(callResult);
     const std::wstring path = text(objectPath);
-    const auto parsed = parseObjectPath(path);
-    const CallInfo info{"GetObject", parsed ? parsed->className : L"", path,
-                        parsed ? parsed->instanceName.value_or(L"") : L"", true};
-    return core().serve(info, [&]() -> HRESULT {
-        if (objectPath == nullptr || object == nullptr) {
-            return codes::invalidParameter;
+    const auto parsed = parsePath(path);
+    const std::wstring className = parsed ? parsed->className : L"";
+    const std::wstring instance = parsed ? parsed->instanceName.value_or(L"") : L"";
+    return core().serve({"GetObject", className, path, instance, true}, [&]() -> HRESULT {
+        if (!parsed || object == nullptr) {
+            return wbem(object == nullptr ? WBEM_E_INVALID_PARAMETER : WBEM_E_INVALID_OBJECT_PATH);
         }
-        if (!parsed) {
-            return codes::invalidObjectPath;
+        if (!core().findClass(className)) {
+            return wbem(WBEM_E_INVALID_CLASS);
         }
-        auto definition = core().findClass(parsed->className);
-        if (!definition) {
-            return codes::invalidClass;
-        }
-        ClassObject::State state;
-        state.className = definition->name();
-        state.fromService = true;
+        Object read{className, {}};
         if (parsed->instanceName) {
-            auto slots = core().instanceSlots(definition->name(), *parsed->instanceName);
-            if (!slots) {
-                return codes::notFound;
+            auto values = core().instance(className, instance);
+            if (!values) {
+                return wbem(WBEM_E_NOT_FOUND);
             }
-            state.genus = ClassObject::Genus::instance;
-            state.slots = std::move(*slots);
-            state.key = parsed->instanceName;
-        } else {
-            state.genus = ClassObject::Genus::classDefinition;
-            state.slots = defaultSlots(*definition);
+            read.properties = std::move(*values);
         }
-        state.definition = std::move(definition);
-        *object = ClassObject::create(sharedCore(), std::move(state));
+        *object = core().makeObject(read, instance);
         return S_OK;
     });
 }
@@ -145,47 +116,47 @@ HRESULT STDMETHODCALLTYPE Services::ExecMethod(const BSTR objectPath, const BSTR
     clearOut(outParams);
     clearOut(callResult);
     const std::wstring path = text(objectPath);
-    const std::wstring methodText = text(methodName);
-    const auto parsed = parseObjectPath(path);
-    const std::wstring className = parsed ? parsed->className : path;
-    const CallInfo info{"ExecMethod", parsed ? parsed->className : L"", className + L"." + methodText,
-                        parsed ? parsed->instanceName.value_or(L"") : L"", true};
+    const auto parsed = parsePath(path);
+    const std::wstring className = parsed ? parsed->className : L"";
+    const std::wstring instance = parsed ? parsed->instanceName.value_or(L"") : L"";
+    const CallInfo info{"ExecMethod", className, (parsed ? className : path) + L"." + text(methodName),
+                        instance, true};
     return core().serve(info, [&]() -> HRESULT {
-        if (objectPath == nullptr || methodName == nullptr) {
-            return codes::invalidParameter;
-        }
         if (!parsed) {
-            return codes::invalidObjectPath;
+            return wbem(WBEM_E_INVALID_OBJECT_PATH);
         }
-        const auto definition = core().findClass(parsed->className);
+        const auto definition = core().findClass(className);
         if (!definition) {
-            return codes::invalidClass;
+            return wbem(WBEM_E_INVALID_CLASS);
         }
-        const MethodDef* method = definition->findMethod(methodText);
+        const Method* method = nullptr;
+        for (const Method& m : definition->methods) {
+            method = equalsNoCase(m.name, text(methodName)) ? &m : method;
+        }
         if (method == nullptr) {
-            return codes::invalidMethod;
+            return wbem(WBEM_E_INVALID_METHOD);
         }
-        if (parsed->instanceName && !core().instanceSlots(definition->name(), *parsed->instanceName)) {
-            return codes::notFound;
+        if (parsed->instanceName && !core().instance(className, instance)) {
+            return wbem(WBEM_E_NOT_FOUND);
         }
-        const MethodHandler handler = core().findHandler(definition->name(), method->name);
+        const MethodHandler handler = core().handler(definition->name, method->name);
         if (!handler) {
-            return codes::notSupported;
+            return wbem(WBEM_E_NOT_SUPPORTED);
         }
-        MethodCall call{definition->name(), parsed->instanceName.value_or(L""), method->name, {}, {}};
-        for (const Parameter& in : method->in) {
-            call.in.emplace_back(in.name, inParams != nullptr ? parameter(inParams, in.name) : Value());
+        MethodCall call{definition->name, instance, method->name, {}, {}};
+        for (const std::wstring& name : method->in) {
+            call.in.emplace_back(name, readProperty(inParams, name).value_or(Value()));
         }
         const HRESULT result = handler(call);
-        if (FAILED(result)) {
-            return result;
-        }
-        if (outParams != nullptr && (!method->out.empty() || !call.out.empty())) {
-            ClassObject::State state;
-            state.className = L"__PARAMETERS";
-            state.slots = parameterSlots(method->out);
-            applyValues(state.slots, call.out);
-            *outParams = ClassObject::create(sharedCore(), std::move(state));
+        if (SUCCEEDED(result) && outParams != nullptr && (!method->out.empty() || !call.out.empty())) {
+            Object out{L"__PARAMETERS", {}};
+            for (const std::wstring& name : method->out) {
+                out.properties.emplace_back(name, Value());
+            }
+            for (const auto& [name, value] : call.out) {
+                setNamed(out.properties, name, value);
+            }
+            *outParams = core().makeObject(out);
         }
         return result;
     });
@@ -196,222 +167,57 @@ HRESULT STDMETHODCALLTYPE Services::ExecNotificationQueryAsync(const BSTR queryL
                                                                IWbemObjectSink* responseHandler)
 {
     const std::wstring queryText = text(query);
-    const auto parsed = parseEventQuery(queryText);
+    const auto parsed = parseQuery(queryText);
     const CallInfo info{"ExecNotificationQueryAsync", parsed ? parsed->className : L"", queryText,
                         parsed ? parsed->instanceName.value_or(L"") : L"", true};
     return core().serve(info, [&]() -> HRESULT {
-        if (queryLanguage == nullptr || query == nullptr || responseHandler == nullptr) {
-            return codes::invalidParameter;
+        if (responseHandler == nullptr) {
+            return wbem(WBEM_E_INVALID_PARAMETER);
         }
         if (!equalsNoCase(text(queryLanguage), L"WQL")) {
-            return codes::invalidQueryType;
+            return wbem(WBEM_E_INVALID_QUERY_TYPE);
         }
         if (!parsed) {
-            return codes::invalidQuery;
+            return wbem(WBEM_E_INVALID_QUERY);
         }
         const auto definition = core().findClass(parsed->className);
         if (!definition) {
-            return codes::invalidClass;
+            return wbem(WBEM_E_INVALID_CLASS);
         }
-        responseHandler->AddRef();
-        bool held = false;
-        try {
-            held = core().events().subscribe(
-                {connection_, definition->name(), parsed->instanceName, responseHandler});
-        } catch (...) {
-            responseHandler->Release();
-            throw;
-        }
-        if (!held) {
-            responseHandler->Release();
-            return codes::shuttingDown;
-        }
-        return S_OK;
+        const bool held
+            = core().events.subscribe(connection_, definition->name, parsed->instanceName, responseHandler);
+        return held ? S_OK : wbem(WBEM_E_SHUTTING_DOWN);
     });
 }
 
 HRESULT STDMETHODCALLTYPE Services::CancelAsyncCall(IWbemObjectSink* sink)
 {
     EventHub::EntryList ended;
-    const HRESULT result = core().serve(CallInfo{"CancelAsyncCall", L"", L"", L"", true}, [&]() -> HRESULT {
-        if (sink == nullptr) {
-            return codes::invalidParameter;
-        }
+    const HRESULT result = core().serve({"CancelAsyncCall", L"", L"", L"", true}, [&]() -> HRESULT {
         bool found = false;
-        ended = core().events().cancel(connection_, sink, found);
-        return found ? S_OK : codes::notFound;
+        ended = core().events.cancel(connection_, sink, found);
+        return found ? S_OK : wbem(WBEM_E_NOT_FOUND);
     });
     // SetStatus and the subscriptions' references go outside every lock of the
     // service; those with a delivery still in Indicate end when it returns.
-    core().events().finish(ended);
+    core().events.finish(ended);
     return result;
 }
 
-// ---- Not part of the model ------------------------------------------------------
-
-HRESULT Services::unsupported_(const char* call)
-{
-    return core().serve(CallInfo{call, L"", L"", L"", true}, [] { return codes::notSupported; });
-}
-
-HRESULT STDMETHODCALLTYPE Services::OpenNamespace(const BSTR /*strNamespace*/, LONG /*flags*/,
-                                                  IWbemContext* /*context*/, IWbemServices** workingNamespace,
-                                                  IWbemCallResult** result)
-{
-    clearOut(workingNamespace);
-    clearOut(result);
-    return unsupported_("OpenNamespace");
-}
-
-HRESULT STDMETHODCALLTYPE Services::QueryObjectSink(LONG /*flags*/, IWbemObjectSink** responseHandler)
-{
-    clearOut(responseHandler);
-    return unsupported_("QueryObjectSink");
-}
-
-HRESULT STDMETHODCALLTYPE Services::GetObjectAsync(const BSTR /*objectPath*/, LONG /*flags*/,
-                                                   IWbemContext* /*context*/,
-                                                   IWbemObjectSink* /*responseHandler*/)
-{
-    return unsupported_("GetObjectAsync");
-}
-
-HRESULT STDMETHODCALLTYPE Services::PutClass(IWbemClassObject* /*object*/, LONG /*flags*/,
-                                             IWbemContext* /*context*/, IWbemCallResult** callResult)
-{
-    clearOut(callResult);
-    return unsupported_("PutClass");
-}
-
-HRESULT STDMETHODCALLTYPE Services::PutClassAsync(IWbemClassObject* /*object*/, LONG /*flags*/,
-                                                  IWbemContext* /*context*/,
-                                                  IWbemObjectSink* /*responseHandler*/)
-{
-    return unsupported_("PutClassAsync");
-}
-
-HRESULT STDMETHODCALLTYPE Services::DeleteClass(const BSTR /*className*/, LONG /*flags*/,
-                                                IWbemContext* /*context*/, IWbemCallResult** callResult)
-{
-    clearOut(callResult);
-    return unsupported_("DeleteClass");
-}
-
-HRESULT STDMETHODCALLTYPE Services::DeleteClassAsync(const BSTR /*className*/, LONG /*flags*/,
-                                                     IWbemContext* /*context*/,
-                                                     IWbemObjectSink* /*responseHandler*/)
-{
-    return unsupported_("DeleteClassAsync");
-}
-
-HRESULT STDMETHODCALLTYPE Services::CreateClassEnum(const BSTR /*superclass*/, LONG /*flags*/,
-                                                    IWbemContext* /*context*/,
-                                                    IEnumWbemClassObject** enumerator)
-{
-    clearOut(enumerator);
-    return unsupported_("CreateClassEnum");
-}
-
-HRESULT STDMETHODCALLTYPE Services::CreateClassEnumAsync(const BSTR /*superclass*/, LONG /*flags*/,
-                                                         IWbemContext* /*context*/,
-                                                         IWbemObjectSink* /*responseHandler*/)
-{
-    return unsupported_("CreateClassEnumAsync");
-}
-
-HRESULT STDMETHODCALLTYPE Services::PutInstance(IWbemClassObject* /*instance*/, LONG /*flags*/,
-                                                IWbemContext* /*context*/, IWbemCallResult** callResult)
-{
-    clearOut(callResult);
-    return unsupported_("PutInstance");
-}
-
-HRESULT STDMETHODCALLTYPE Services::PutInstanceAsync(IWbemClassObject* /*instance*/, LONG /*flags*/,
-                                                     IWbemContext* /*context*/,
-                                                     IWbemObjectSink* /*responseHandler*/)
-{
-    return unsupported_("PutInstanceAsync");
-}
-
-HRESULT STDMETHODCALLTYPE Services::DeleteInstance(const BSTR /*objectPath*/, LONG /*flags*/,
-                                                   IWbemContext* /*context*/, IWbemCallResult** callResult)
-{
-    clearOut(callResult);
-    return unsupported_("DeleteInstance");
-}
-
-HRESULT STDMETHODCALLTYPE Services::DeleteInstanceAsync(const BSTR /*objectPath*/, LONG /*flags*/,
-                                                        IWbemContext* /*context*/,
-                                                        IWbemObjectSink* /*responseHandler*/)
-{
-    return unsupported_("DeleteInstanceAsync");
-}
-
-HRESULT STDMETHODCALLTYPE Services::CreateInstanceEnum(const BSTR /*filter*/, LONG /*flags*/,
-                                                       IWbemContext* /*context*/,
-                                                       IEnumWbemClassObject** enumerator)
-{
-    clearOut(enumerator);
-    return unsupported_("CreateInstanceEnum");
-}
-
-HRESULT STDMETHODCALLTYPE Services::CreateInstanceEnumAsync(const BSTR /*filter*/, LONG /*flags*/,
-                                                            IWbemContext* /*context*/,
-                                                            IWbemObjectSink* /*responseHandler*/)
-{
-    return unsupported_("CreateInstanceEnumAsync");
-}
-
-HRESULT STDMETHODCALLTYPE Services::ExecQuery(const BSTR /*queryLanguage*/, const BSTR /*query*/,
-                                              LONG /*flags*/, IWbemContext* /*context*/,
-                                              IEnumWbemClassObject** enumerator)
-{
-    clearOut(enumerator);
-    return unsupported_("ExecQuery");
-}
-
-HRESULT STDMETHODCALLTYPE Services::ExecQueryAsync(const BSTR /*queryLanguage*/, const BSTR /*query*/,
-                                                   LONG /*flags*/, IWbemContext* /*context*/,
-                                                   IWbemObjectSink* /*responseHandler*/)
-{
-    return unsupported_("ExecQueryAsync");
-}
-
-HRESULT STDMETHODCALLTYPE Services::ExecNotificationQuery(const BSTR /*queryLanguage*/, const BSTR /*query*/,
-                                                          LONG /*flags*/, IWbemContext* /*context*/,
-                                                          IEnumWbemClassObject** enumerator)
-{
-    clearOut(enumerator);
-    return unsupported_("ExecNotificationQuery");
-}
-
-HRESULT STDMETHODCALLTYPE Services::ExecMethodAsync(const BSTR /*objectPath*/, const BSTR /*methodName*/,
-                                                    LONG /*flags*/, IWbemContext* /*context*/,
-                                                    IWbemClassObject* /*inParams*/,
-                                                    IWbemObjectSink* /*responseHandler*/)
-{
-    return unsupported_("ExecMethodAsync");
-}
-
 // ---- Locator and its factory ----------------------------------------------------
-
-Locator::Locator(std::shared_ptr<ServiceCore> core)
-    : ComObject(std::move(core), ObjectKind::locator, "Locator")
-{
-}
 
 HRESULT STDMETHODCALLTYPE Locator::QueryInterface(REFIID iid, void** object)
 {
     if (object == nullptr) {
         return E_POINTER;
     }
-    if (iid == IID_IUnknown || iid == IID_IWbemLocator) {
-        *object = static_cast<IWbemLocator*>(this);
-        AddRef();
-        return S_OK;
+    if (iid != IID_IUnknown && iid != IID_IWbemLocator) {
+        *object = nullptr;
+        return E_NOINTERFACE;
     }
-    *object = nullptr;
-    return E_NOINTERFACE;
+    *object = static_cast<IWbemLocator*>(this);
+    AddRef();
+    return S_OK;
 }
 
 HRESULT STDMETHODCALLTYPE Locator::ConnectServer(const BSTR networkResource, const BSTR /*user*/,
@@ -421,26 +227,15 @@ HRESULT STDMETHODCALLTYPE Locator::ConnectServer(const BSTR networkResource, con
 {
     clearOut(services);
     const std::wstring resource = text(networkResource);
-    return core().serve(CallInfo{"ConnectServer", L"", resource, L"", true}, [&]() -> HRESULT {
-        if (networkResource == nullptr || services == nullptr) {
-            return codes::invalidParameter;
-        }
+    return core().serve({"ConnectServer", L"", resource, L"", true}, [&]() -> HRESULT {
         // The local machine's root\wmi, with or without the "\\.\" server part.
-        std::wstring_view name = resource;
-        if (startsWithNoCase(name, L"\\\\.\\")) {
-            name.remove_prefix(4);
+        const bool local = resource.size() > 4 && equalsNoCase(resource.substr(0, 4), L"\\\\.\\");
+        if (!equalsNoCase(local ? resource.substr(4) : resource, L"root\\wmi") || services == nullptr) {
+            return wbem(services == nullptr ? WBEM_E_INVALID_PARAMETER : WBEM_E_INVALID_NAMESPACE);
         }
-        if (!equalsNoCase(name, L"root\\wmi")) {
-            return codes::invalidNamespace;
-        }
-        *services = Services::create(sharedCore());
+        *services = new Services(sharedCore());
         return S_OK;
     });
-}
-
-LocatorFactory::LocatorFactory(std::shared_ptr<ServiceCore> core)
-    : ComObject(std::move(core), ObjectKind::factory, "LocatorFactory")
-{
 }
 
 HRESULT STDMETHODCALLTYPE LocatorFactory::QueryInterface(REFIID iid, void** object)
@@ -448,35 +243,36 @@ HRESULT STDMETHODCALLTYPE LocatorFactory::QueryInterface(REFIID iid, void** obje
     if (object == nullptr) {
         return E_POINTER;
     }
-    if (iid == IID_IUnknown || iid == IID_IClassFactory) {
-        *object = static_cast<IClassFactory*>(this);
-        AddRef();
-        return S_OK;
+    if (iid != IID_IUnknown && iid != IID_IClassFactory) {
+        *object = nullptr;
+        return E_NOINTERFACE;
     }
-    *object = nullptr;
-    return E_NOINTERFACE;
+    *object = static_cast<IClassFactory*>(this);
+    AddRef();
+    return S_OK;
+}
+
+ULONG STDMETHODCALLTYPE LocatorFactory::Release()
+{
+    const ULONG left = --references_;
+    if (left == 0) {
+        delete this;
+    }
+    return left;
 }
 
 HRESULT STDMETHODCALLTYPE LocatorFactory::CreateInstance(IUnknown* outer, REFIID iid, void** object)
 {
     clearOut(object);
-    return core().serve(CallInfo{"CreateInstance", L"", L"", L"", true}, [&]() -> HRESULT {
-        if (object == nullptr) {
-            return E_POINTER;
+    return core_->serve({"CreateInstance", L"", L"", L"", true}, [&]() -> HRESULT {
+        if (object == nullptr || outer != nullptr) {
+            return object == nullptr ? E_POINTER : CLASS_E_NOAGGREGATION;
         }
-        if (outer != nullptr) {
-            return CLASS_E_NOAGGREGATION;
-        }
-        auto* locator = new Locator(sharedCore());
+        auto* locator = new Locator(core_);
         const HRESULT result = locator->QueryInterface(iid, object);
         locator->Release();
         return result;
     });
-}
-
-HRESULT STDMETHODCALLTYPE LocatorFactory::LockServer(BOOL /*lock*/)
-{
-    return S_OK;
 }
 
 }  // namespace sim

@@ -1,60 +1,60 @@
 #include "sim/Value.h"
 
+#include <cstring>
+#include <cwchar>
 #include <new>
 #include <stdexcept>
-
-#include "Coercion.h"
 
 namespace sim {
 
 struct Value::Impl {
-    CIMTYPE type = CIM_EMPTY;
-    VARIANT variant{};
-    std::vector<Object> objects;
-    bool objectArray = false;
-
-    Impl() { VariantInit(&variant); }
+    explicit Impl(VARTYPE vt) { variant.vt = vt; }
     ~Impl() { VariantClear(&variant); }
     Impl(const Impl&) = delete;
     Impl& operator=(const Impl&) = delete;
+
+    VARIANT variant{};
+    std::optional<Object> object;
+    bool absent = false;
+    bool wide = false;  // 64-bit
 };
 
 namespace {
 
-// Takes a freshly filled VARIANT; a null BSTR or array from a failed allocation is an exception.
-std::shared_ptr<Value::Impl> holding(CIMTYPE type, const VARIANT& filled)
+// The size of an integer VARTYPE, 0 for the others.
+std::size_t integerSize(VARTYPE vt)
 {
-    auto impl = std::make_shared<Value::Impl>();
-    impl->type = type;
-    impl->variant = filled;
-    if ((filled.vt == VT_BSTR && filled.bstrVal == nullptr)
-        || ((filled.vt & VT_ARRAY) != 0 && filled.parray == nullptr)) {
-        throw std::bad_alloc();
+    switch (vt) {
+    case VT_I1:
+    case VT_UI1:
+        return 1;
+    case VT_I2:
+    case VT_UI2:
+        return 2;
+    case VT_I4:
+    case VT_UI4:
+    case VT_INT:
+    case VT_UINT:
+        return 4;
+    case VT_I8:
+    case VT_UI8:
+        return 8;
+    default:
+        return 0;
     }
-    return impl;
-}
-
-VARIANT typed(VARTYPE vt)
-{
-    VARIANT v{};
-    VariantInit(&v);
-    v.vt = vt;
-    return v;
-}
-
-BSTR allocString(const std::wstring& text)
-{
-    return SysAllocStringLen(text.data(), static_cast<UINT>(text.size()));
 }
 
 }  // namespace
 
-Value::Value()
-    : impl_([] {
-          auto impl = std::make_shared<Impl>();
-          impl->variant.vt = VT_NULL;
-          return impl;
-      }())
+void copyVariant(VARIANT& target, const VARIANT& source)
+{
+    VariantInit(&target);
+    if (FAILED(VariantCopy(&target, const_cast<VARIANT*>(&source)))) {  // the SDK takes it non-const
+        target = source;
+    }
+}
+
+Value::Value() : impl_(std::make_shared<Impl>(VT_NULL))
 {
 }
 
@@ -62,201 +62,93 @@ Value::Value(std::shared_ptr<const Impl> impl) : impl_(std::move(impl))
 {
 }
 
+Value Value::null64()
+{
+    auto impl = std::make_shared<Impl>(VT_NULL);
+    impl->wide = true;
+    return Value(std::move(impl));
+}
+
+Value Value::absent()
+{
+    auto impl = std::make_shared<Impl>(VT_EMPTY);
+    impl->absent = true;
+    return Value(std::move(impl));
+}
+
 Value Value::string(const std::wstring& text)
 {
-    VARIANT v = typed(VT_BSTR);
-    v.bstrVal = allocString(text);
-    return Value(holding(CIM_STRING, v));
+    auto impl = std::make_shared<Impl>(VT_EMPTY);
+    impl->variant.bstrVal = SysAllocStringLen(text.data(), static_cast<UINT>(text.size()));
+    if (impl->variant.bstrVal == nullptr) {
+        throw std::bad_alloc();
+    }
+    impl->variant.vt = VT_BSTR;
+    return Value(std::move(impl));
 }
 
 Value Value::boolean(bool value)
 {
-    VARIANT v = typed(VT_BOOL);
-    v.boolVal = value ? VARIANT_TRUE : VARIANT_FALSE;
-    return Value(holding(CIM_BOOLEAN, v));
-}
-
-Value Value::sint8(std::int8_t value)
-{
-    VARIANT v = typed(VT_I2);
-    // Sign-extended, as WMI widens sint8 (spelled out: the linter distrusts signed char).
-    const auto bits = static_cast<std::uint8_t>(value);
-    v.iVal = static_cast<SHORT>(bits < 0x80 ? bits : bits - 0x100);
-    return Value(holding(CIM_SINT8, v));
-}
-
-Value Value::uint8(std::uint8_t value)
-{
-    VARIANT v = typed(VT_UI1);
-    v.bVal = value;
-    return Value(holding(CIM_UINT8, v));
-}
-
-Value Value::sint16(std::int16_t value)
-{
-    VARIANT v = typed(VT_I2);
-    v.iVal = value;
-    return Value(holding(CIM_SINT16, v));
-}
-
-Value Value::uint16(std::uint16_t value)
-{
-    VARIANT v = typed(VT_I4);
-    v.lVal = value;
-    return Value(holding(CIM_UINT16, v));
-}
-
-Value Value::sint32(std::int32_t value)
-{
-    VARIANT v = typed(VT_I4);
-    v.lVal = value;
-    return Value(holding(CIM_SINT32, v));
-}
-
-Value Value::uint32(std::uint32_t value)
-{
-    VARIANT v = typed(VT_I4);
-    v.lVal = static_cast<LONG>(value);
-    return Value(holding(CIM_UINT32, v));
-}
-
-Value Value::sint64(std::int64_t value)
-{
-    VARIANT v = typed(VT_BSTR);
-    v.bstrVal = allocString(std::to_wstring(value));
-    return Value(holding(CIM_SINT64, v));
+    auto impl = std::make_shared<Impl>(VT_BOOL);
+    impl->variant.boolVal = value ? VARIANT_TRUE : VARIANT_FALSE;
+    return Value(std::move(impl));
 }
 
 Value Value::uint64(std::uint64_t value)
 {
-    VARIANT v = typed(VT_BSTR);
-    v.bstrVal = allocString(std::to_wstring(value));
-    return Value(holding(CIM_UINT64, v));
+    Value text = string(std::to_wstring(value));
+    std::const_pointer_cast<Impl>(text.impl_)->wide = true;
+    return text;
 }
 
-Value Value::real32(float value)
+Value Value::integer(VARTYPE vt, std::uint64_t bits)
 {
-    VARIANT v = typed(VT_R4);
-    v.fltVal = value;
-    return Value(holding(CIM_REAL32, v));
+    if (integerSize(vt) == 0) {
+        throw std::invalid_argument("sim::Value::integer: not an integer VARIANT type");
+    }
+    auto impl = std::make_shared<Impl>(vt);
+    impl->variant.ullVal = bits;  // the union's low bytes are each narrower member (little-endian)
+    return Value(std::move(impl));
 }
 
-Value Value::real64(double value)
+Value Value::array(VARTYPE elementType, const std::vector<std::uint64_t>& words)
 {
-    VARIANT v = typed(VT_R8);
-    v.dblVal = value;
-    return Value(holding(CIM_REAL64, v));
+    const std::size_t size = integerSize(elementType);
+    SAFEARRAY* array
+        = size == 0 ? nullptr : SafeArrayCreateVector(elementType, 0, static_cast<ULONG>(words.size()));
+    if (array == nullptr) {
+        throw std::invalid_argument("sim::Value::array: not an integer element type");
+    }
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        std::memcpy(static_cast<unsigned char*>(array->pvData) + i * size, &words[i], size);
+    }
+    auto impl = std::make_shared<Impl>(static_cast<VARTYPE>(VT_ARRAY | elementType));
+    impl->variant.parray = array;
+    return Value(std::move(impl));
 }
 
 Value Value::object(Object object)
 {
-    auto impl = std::make_shared<Impl>();
-    impl->type = CIM_OBJECT;
-    impl->variant.vt = VT_NULL;
-    impl->objects.push_back(std::move(object));
+    auto impl = std::make_shared<Impl>(VT_EMPTY);
+    impl->object = std::move(object);
     return Value(std::move(impl));
-}
-
-Value Value::objects(std::vector<Object> objects)
-{
-    auto impl = std::make_shared<Impl>();
-    impl->type = CIM_OBJECT | CIM_FLAG_ARRAY;
-    impl->variant.vt = VT_NULL;
-    impl->objects = std::move(objects);
-    impl->objectArray = true;
-    return Value(std::move(impl));
-}
-
-Value Value::array(CIMTYPE elementType, const std::vector<Value>& elements)
-{
-    const VARTYPE vt = deliveredVarType(elementType);
-    if (vt == VT_EMPTY || vt == VT_UNKNOWN) {
-        throw std::invalid_argument("Value::array: a scalar CIM type other than CIM_OBJECT (use objects())");
-    }
-    for (const Value& element : elements) {
-        if (element.cimType() != elementType) {
-            throw std::invalid_argument("Value::array: an element of another CIM type");
-        }
-    }
-    VARIANT v = typed(static_cast<VARTYPE>(VT_ARRAY | vt));
-    v.parray = SafeArrayCreateVector(vt, 0, static_cast<ULONG>(elements.size()));
-    auto impl = holding(elementType | CIM_FLAG_ARRAY, v);  // owns the array from here
-    void* data = nullptr;
-    if (FAILED(SafeArrayAccessData(v.parray, &data))) {
-        throw std::bad_alloc();
-    }
-    for (std::size_t i = 0; i < elements.size(); ++i) {
-        const VARIANT& e = elements[i].variant();
-        switch (vt) {
-        case VT_I2:
-            static_cast<SHORT*>(data)[i] = e.iVal;
-            break;
-        case VT_I4:
-            static_cast<LONG*>(data)[i] = e.lVal;
-            break;
-        case VT_UI1:
-            static_cast<BYTE*>(data)[i] = e.bVal;
-            break;
-        case VT_R4:
-            static_cast<FLOAT*>(data)[i] = e.fltVal;
-            break;
-        case VT_R8:
-            static_cast<DOUBLE*>(data)[i] = e.dblVal;
-            break;
-        case VT_BOOL:
-            static_cast<VARIANT_BOOL*>(data)[i] = e.boolVal;
-            break;
-        default:  // VT_BSTR
-            static_cast<BSTR*>(data)[i] = SysAllocStringLen(e.bstrVal, SysStringLen(e.bstrVal));
-            break;
-        }
-    }
-    SafeArrayUnaccessData(v.parray);
-    return Value(std::move(impl));
-}
-
-Value Value::bytes(const std::vector<std::uint8_t>& bytes)
-{
-    std::vector<Value> elements;
-    elements.reserve(bytes.size());
-    for (const std::uint8_t b : bytes) {
-        elements.push_back(uint8(b));
-    }
-    return array(CIM_UINT8, elements);
-}
-
-Value Value::strings(const std::vector<std::wstring>& strings)
-{
-    std::vector<Value> elements;
-    elements.reserve(strings.size());
-    for (const std::wstring& s : strings) {
-        elements.push_back(string(s));
-    }
-    return array(CIM_STRING, elements);
 }
 
 Value Value::raw(const VARIANT& value)
 {
-    auto impl = std::make_shared<Impl>();
-    impl->type = CIM_ILLEGAL;
-    const HRESULT copied = VariantCopy(&impl->variant, const_cast<VARIANT*>(&value));
-    if (copied == E_OUTOFMEMORY) {
-        throw std::bad_alloc();
-    }
-    if (FAILED(copied)) {
-        throw std::invalid_argument("Value::raw: VariantCopy failed");
-    }
+    auto impl = std::make_shared<Impl>(VT_EMPTY);
+    copyVariant(impl->variant, value);
     return Value(std::move(impl));
 }
 
-CIMTYPE Value::cimType() const
+bool Value::isAbsent() const
 {
-    return impl_->type;
+    return impl_->absent;
 }
 
-bool Value::isNull() const
+bool Value::is64() const
 {
-    return !isObject() && !isObjectArray() && impl_->variant.vt == VT_NULL;
+    return impl_->wide;
 }
 
 const VARIANT& Value::variant() const
@@ -264,19 +156,9 @@ const VARIANT& Value::variant() const
     return impl_->variant;
 }
 
-const std::vector<Object>& Value::embedded() const
+const Object* Value::embedded() const
 {
-    return impl_->objects;
-}
-
-bool Value::isObject() const
-{
-    return impl_->type == CIM_OBJECT && !impl_->objectArray;
-}
-
-bool Value::isObjectArray() const
-{
-    return impl_->objectArray;
+    return impl_->object ? &*impl_->object : nullptr;
 }
 
 std::optional<std::wstring> Value::asString() const
@@ -291,26 +173,18 @@ std::optional<std::wstring> Value::asString() const
 std::optional<std::int64_t> Value::asInteger() const
 {
     const VARIANT& v = impl_->variant;
-    if (v.vt != VT_BSTR) {
-        return integerOf(v);
+    if (const std::size_t size = integerSize(v.vt)) {
+        const bool isSigned
+            = v.vt == VT_I1 || v.vt == VT_I2 || v.vt == VT_I4 || v.vt == VT_INT || v.vt == VT_I8;
+        const unsigned shift = 64U - 8U * static_cast<unsigned>(size);
+        const std::uint64_t bits = v.ullVal << shift;  // the value's bytes at the top
+        return isSigned ? static_cast<std::int64_t>(bits) >> shift : static_cast<std::int64_t>(bits >> shift);
     }
-    try {
-        std::size_t used = 0;
-        const auto text = *asString();
-        const long long n = std::stoll(text, &used);
-        return used == text.size() ? std::optional<std::int64_t>(n) : std::nullopt;
-    } catch (const std::logic_error&) {
+    const auto digits = asString();
+    if (!digits || digits->empty() || digits->find_first_not_of(L"0123456789") != std::wstring::npos) {
         return std::nullopt;
     }
-}
-
-std::optional<bool> Value::asBoolean() const
-{
-    const VARIANT& v = impl_->variant;
-    if (v.vt != VT_BOOL) {
-        return std::nullopt;
-    }
-    return v.boolVal != VARIANT_FALSE;
+    return static_cast<std::int64_t>(std::wcstoull(digits->c_str(), nullptr, 10));
 }
 
 }  // namespace sim

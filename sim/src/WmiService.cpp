@@ -2,11 +2,48 @@
 
 #include <stdexcept>
 
-#include "ServiceCore.h"
-#include "Services.h"
-#include "Text.h"
+#include "Objects.h"
 
 namespace sim {
+
+namespace {
+
+[[noreturn]] void scriptingError(const std::string& what, const std::wstring& name)
+{
+    throw std::invalid_argument(what + ": " + narrow(name));
+}
+
+// The class's instances; the caller holds the core's lock.
+std::map<std::wstring, PropertyValues>& instancesOf(ServiceCore& core, const std::wstring& className)
+{
+    const auto found = core.classes.find(className);
+    if (found == core.classes.end()) {
+        scriptingError("no such class", className);
+    }
+    return found->second.instances;
+}
+
+PropertyValues& instanceOf(ServiceCore& core, const std::wstring& className, const std::wstring& name)
+{
+    auto& instances = instancesOf(core, className);
+    if (instances.count(name) == 0) {
+        scriptingError("no such instance", className + L"." + name);
+    }
+    return instances[name];
+}
+
+}  // namespace
+
+Value MethodCall::input(const std::wstring& name) const
+{
+    const auto* found = findNamed(const_cast<PropertyValues&>(in), name);
+    return found != nullptr ? found->second : Value();
+}
+
+void MethodCall::setOutput(const std::wstring& name, Value value)
+{
+    setNamed(out, name, std::move(value));
+}
 
 WmiService::WmiService() : core_(std::make_shared<ServiceCore>())
 {
@@ -19,119 +56,121 @@ WmiService::~WmiService()
 
 void WmiService::defineClass(ClassDef definition)
 {
-    core_->defineClass(std::move(definition));
+    auto shared = std::make_shared<const ClassDef>(std::move(definition));
+    const std::lock_guard<std::mutex> guard(core_->lock);
+    core_->classes[shared->name].definition = std::move(shared);
 }
 
 void WmiService::addInstance(const std::wstring& className, const std::wstring& instanceName,
                              const PropertyValues& values)
 {
-    core_->addInstance(className, instanceName, values);
+    PropertyValues own{{L"InstanceName", Value::string(instanceName)}};
+    for (const auto& [name, value] : values) {
+        setNamed(own, name, value);
+    }
+    const std::lock_guard<std::mutex> guard(core_->lock);
+    instancesOf(*core_, className)[instanceName] = std::move(own);
 }
 
 void WmiService::removeInstance(const std::wstring& className, const std::wstring& instanceName)
 {
-    core_->removeInstance(className, instanceName);
+    const std::lock_guard<std::mutex> guard(core_->lock);
+    instanceOf(*core_, className, instanceName);
+    instancesOf(*core_, className).erase(instanceName);
 }
 
 void WmiService::setProperty(const std::wstring& className, const std::wstring& instanceName,
                              const std::wstring& name, Value value)
 {
-    core_->setProperty(className, instanceName, name, std::move(value));
-}
-
-void WmiService::removeProperty(const std::wstring& className, const std::wstring& instanceName,
-                                const std::wstring& name)
-{
-    core_->removeProperty(className, instanceName, name);
-}
-
-std::optional<Value> WmiService::property(const std::wstring& className, const std::wstring& instanceName,
-                                          const std::wstring& name) const
-{
-    return core_->property(className, instanceName, name);
+    const std::lock_guard<std::mutex> guard(core_->lock);
+    setNamed(instanceOf(*core_, className, instanceName), name, std::move(value));
 }
 
 void WmiService::onMethod(const std::wstring& className, const std::wstring& method, MethodHandler handler)
 {
-    core_->onMethod(className, method, std::move(handler));
+    const std::lock_guard<std::mutex> guard(core_->lock);
+    core_->handlers[className + L"." + method] = std::move(handler);
+}
+
+IWbemClassObject* WmiService::makeObject(const Object& object)
+{
+    return core_->makeObject(object);
 }
 
 void WmiService::injectFault(Fault fault)
 {
-    core_->injectFault(std::move(fault));
+    const std::lock_guard<std::mutex> guard(core_->lock);
+    core_->faults.push_back({std::move(fault)});
 }
 
 void WmiService::clearFaults()
 {
-    core_->clearFaults();
+    const std::lock_guard<std::mutex> guard(core_->lock);
+    core_->faults.clear();
 }
 
 void WmiService::setLatency(const std::string& call, std::chrono::milliseconds delay)
 {
-    core_->setLatency(call, delay);
+    const std::lock_guard<std::mutex> guard(core_->lock);
+    core_->latency[call] = delay;
 }
 
 std::vector<CallRecord> WmiService::calls() const
 {
-    return core_->calls();
+    const std::lock_guard<std::mutex> guard(core_->lock);
+    return core_->calls;
 }
 
 void WmiService::clearCalls()
 {
-    core_->clearCalls();
+    const std::lock_guard<std::mutex> guard(core_->lock);
+    core_->calls.clear();
 }
 
 ReferenceCounts WmiService::references() const
 {
-    return core_->tracker().counts();
+    const std::lock_guard<std::mutex> guard(core_->objectsLock);
+    return core_->counts;
 }
 
 std::vector<std::string> WmiService::liveObjects() const
 {
-    return core_->tracker().describeLive();
+    const std::lock_guard<std::mutex> guard(core_->objectsLock);
+    std::vector<std::string> lines;
+    for (const ComObject* object : core_->live) {
+        lines.push_back(object->description() + " refs=" + std::to_string(object->references()));
+    }
+    return lines;
 }
 
 std::vector<SubscriptionInfo> WmiService::subscriptions() const
 {
-    return core_->events().subscriptions();
+    return core_->events.subscriptions();
 }
 
 std::shared_future<DeliveryReport> WmiService::fire(const Event& event)
 {
-    if (!core_->findClass(event.className)) {
-        throw std::invalid_argument("no such event class: " + narrow(event.className));
-    }
-    return core_->events().fire(event);
+    return core_->events.fire(event);
 }
 
 bool WmiService::drain(std::chrono::milliseconds timeout) const
 {
-    return core_->events().drain(timeout);
+    return core_->events.drain(timeout);
 }
 
 void WmiService::holdDeliveries(HoldPoint point)
 {
-    core_->events().hold(point);
+    core_->events.hold(point);
 }
 
 void WmiService::releaseDeliveries()
 {
-    core_->events().release();
+    core_->events.release();
 }
 
 bool WmiService::waitForHeld(std::size_t count, std::chrono::milliseconds timeout) const
 {
-    return core_->events().waitForHeld(count, timeout);
-}
-
-bool WmiService::waitForInIndicate(std::size_t count, std::chrono::milliseconds timeout) const
-{
-    return core_->events().waitForInIndicate(count, timeout);
-}
-
-DeliveryCounts WmiService::deliveryCounts() const
-{
-    return core_->events().counts();
+    return core_->events.waitForHeld(count, timeout);
 }
 
 IClassFactory* WmiService::createLocatorFactory()
@@ -141,7 +180,11 @@ IClassFactory* WmiService::createLocatorFactory()
 
 void WmiService::shutdown()
 {
-    core_->shutdown();
+    {
+        const std::lock_guard<std::mutex> guard(core_->lock);
+        core_->shutDown = true;
+    }
+    core_->events.shutdown();
 }
 
 }  // namespace sim

@@ -1,39 +1,19 @@
 #include "sim/ZtDriver.h"
 
 #include <condition_variable>
-#include <cstring>
 #include <map>
 #include <mutex>
-#include <optional>
 #include <stdexcept>
-#include <utility>
 
-#include "Codes.h"
-#include "Text.h"
+#include "Core.h"
 
 namespace sim {
 
 namespace {
 
-struct Runs {
-    int cableDiag = 0;
-    int cableLength = 0;
-};
-
 struct Adapter {
-    std::uint8_t major = 1;
-    std::uint8_t minor = 5;
-    std::uint16_t revision = 66;
-    std::int32_t phyTemperature = 4500;
-    std::int32_t macTemperature = 5000;
-    std::uint8_t thermalFlags = ZtDriver::phyTemperatureValid | ZtDriver::macTemperatureValid;
-    std::vector<std::uint32_t> pairs = std::vector<std::uint32_t>(4, 0);
-    std::uint32_t cableLength = 0;
-    std::uint32_t cableDiagReturn = 0;
-    std::uint32_t cableLengthReturn = 0;
-    std::chrono::milliseconds duration{0};
-    // A field's replacement; nullopt: left out.
-    std::map<ZtField, std::optional<Value>> overrides;
+    ZtValues values;
+    std::map<ZtField, Value> overrides;
     bool held = false;
     int running = 0;  // runs waiting out their duration or hold
     bool removed = false;  // a run that still holds it ends at once
@@ -54,7 +34,7 @@ struct ZtDriver::Core {
     // Wakes runs (release, removal, shutdown) and waiters for a running test.
     mutable std::condition_variable changed;
     std::map<std::wstring, std::shared_ptr<Adapter>> adapters;
-    std::map<std::wstring, Runs> runs;
+    std::map<std::wstring, int> runs;
     LinkHook linkDrop;
     LinkHook linkRestore;
     int activeRuns = 0;  // runs inside the driver, hooks included
@@ -69,43 +49,31 @@ struct ZtDriver::Core {
         return *found->second;
     }
 
-    // ---- The published values (under `lock`) -----------------------------------
+    // ---- What the adapter hands out (under `lock`) ----------------------------------
 
-    static std::optional<Value> field(const Adapter& adapter, ZtField which, Value normal)
+    static Value field(const Adapter& a, ZtField which, Value normal)
     {
-        const auto found = adapter.overrides.find(which);
-        return found != adapter.overrides.end() ? found->second : std::optional<Value>(std::move(normal));
-    }
-
-    static void put(PropertyValues& values, const std::wstring& name, const std::optional<Value>& value)
-    {
-        if (value) {
-            values.emplace_back(name, *value);
-        }
-    }
-
-    void publish(const std::wstring& className, const std::wstring& name, const std::wstring& property,
-                 const std::optional<Value>& value)
-    {
-        if (value) {
-            service.setProperty(className, name, property, *value);
-        } else if (service.property(className, name, property)) {
-            service.removeProperty(className, name, property);
-        }
+        const auto found = a.overrides.find(which);
+        return found != a.overrides.end() ? found->second : normal;
     }
 
     // The instance properties follow every change at once, as GetObject reads afresh.
     void publish(const std::wstring& name, const Adapter& a)
     {
-        publish(firmwareClass, name, L"major", field(a, ZtField::major, Value::uint8(a.major)));
-        publish(firmwareClass, name, L"minor", field(a, ZtField::minor, Value::uint8(a.minor)));
-        publish(firmwareClass, name, L"revision", field(a, ZtField::revision, Value::uint16(a.revision)));
-        PropertyValues thermal;
-        put(thermal, L"flags", field(a, ZtField::thermalFlags, Value::uint8(a.thermalFlags)));
-        put(thermal, L"phyTemperature", field(a, ZtField::phyTemperature, Value::sint32(a.phyTemperature)));
-        put(thermal, L"macTemperature", field(a, ZtField::macTemperature, Value::sint32(a.macTemperature)));
-        publish(diagnosticsClass, name, L"thermalInfo",
-                field(a, ZtField::thermalInfo, Value::object({thermalClass, std::move(thermal)})));
+        const ZtValues& v = a.values;
+        service.setProperty(firmwareClass, name, L"major",
+                            field(a, ZtField::major, Value::uint8(v.firmwareMajor)));
+        service.setProperty(firmwareClass, name, L"minor",
+                            field(a, ZtField::minor, Value::uint8(v.firmwareMinor)));
+        service.setProperty(firmwareClass, name, L"revision",
+                            field(a, ZtField::revision, Value::uint32(v.firmwareRevision)));
+        const Object thermal{
+            L"Zt_ThermalInfo",
+            {{L"flags", field(a, ZtField::thermalFlags, Value::uint8(v.thermalFlags))},
+             {L"phyTemperature", field(a, ZtField::phyTemperature, Value::sint32(v.phyTemperature))},
+             {L"macTemperature", field(a, ZtField::macTemperature, Value::sint32(v.macTemperature))}}};
+        service.setProperty(diagnosticsClass, name, L"thermalInfo",
+                            field(a, ZtField::thermalInfo, Value::object(thermal)));
     }
 
     template <class Change> void change(const std::wstring& name, Change&& apply)
@@ -116,44 +84,17 @@ struct ZtDriver::Core {
         publish(name, a);
     }
 
-    // ---- The methods ------------------------------------------------------------
+    // ---- The methods ----------------------------------------------------------------
 
-    static void output(MethodCall& call, const wchar_t* name, const std::optional<Value>& value)
+    // A left-out out parameter stays as the signature declares it: null.
+    static void output(MethodCall& call, const wchar_t* name, const Value& value)
     {
-        if (value) {
-            call.setOutput(name, *value);
+        if (!value.isAbsent()) {
+            call.setOutput(name, value);
         }
     }
 
-    static void cableDiagOutputs(const Adapter& a, MethodCall& call)
-    {
-        std::vector<Value> words;
-        words.reserve(a.pairs.size());
-        for (const std::uint32_t word : a.pairs) {
-            words.push_back(Value::uint32(word));
-        }
-        PropertyValues result;
-        put(result, L"pairs", field(a, ZtField::pairs, Value::array(CIM_UINT32, words)));
-        output(call, L"ReturnValue",
-               field(a, ZtField::cableDiagReturnValue, Value::uint32(a.cableDiagReturn)));
-        output(call, L"diagRes",
-               field(a, ZtField::diagRes, Value::object({diagResultClass, std::move(result)})));
-    }
-
-    // Counts the run and takes the adapter; null when it is gone.
-    std::shared_ptr<Adapter> enter(const MethodCall& call, int Runs::*count)
-    {
-        const std::lock_guard<std::mutex> guard(lock);
-        const auto found = adapters.find(call.instanceName);
-        if (shutDown || found == adapters.end()) {
-            return nullptr;
-        }
-        ++(runs[call.instanceName].*count);
-        ++activeRuns;
-        return found->second;
-    }
-
-    // Ends a run that enter() admitted, however it leaves (hooks may throw).
+    // Ends a run, however it leaves (hooks may throw).
     struct Leave {
         Core& core;
         ~Leave()
@@ -168,34 +109,32 @@ struct ZtDriver::Core {
 
     HRESULT cableDiag(MethodCall& call)
     {
-        const std::shared_ptr<Adapter> adapter = enter(call, &Runs::cableDiag);
-        if (!adapter) {
-            return codes::notFound;
-        }
-        const Leave leaving{*this};
+        std::shared_ptr<Adapter> adapter;
         LinkHook drop;
         LinkHook restore;
         {
             const std::lock_guard<std::mutex> guard(lock);
+            const auto found = adapters.find(call.instanceName);
+            if (shutDown || found == adapters.end()) {
+                return wbem(WBEM_E_NOT_FOUND);
+            }
+            adapter = found->second;
             drop = linkDrop;
             restore = linkRestore;
+            ++runs[call.instanceName];
+            ++activeRuns;
         }
+        const Leave leaving{*this};
         if (drop) {
             drop(call.instanceName);
         }
         {
             std::unique_lock<std::mutex> guard(lock);
-            const auto deadline = std::chrono::steady_clock::now() + adapter->duration;
+            const auto deadline = std::chrono::steady_clock::now() + adapter->values.cableTest;
             ++adapter->running;
             changed.notify_all();
-            for (;;) {
-                if (adapter->removed || shutDown) {
-                    --adapter->running;
-                    return shutDown ? codes::shuttingDown : codes::notFound;
-                }
-                if (!adapter->held && std::chrono::steady_clock::now() >= deadline) {
-                    break;
-                }
+            while (!adapter->removed && !shutDown
+                   && (adapter->held || std::chrono::steady_clock::now() < deadline)) {
                 if (adapter->held) {
                     changed.wait(guard);
                 } else {
@@ -203,7 +142,14 @@ struct ZtDriver::Core {
                 }
             }
             --adapter->running;
-            cableDiagOutputs(*adapter, call);
+            if (adapter->removed || shutDown) {
+                return wbem(shutDown ? WBEM_E_SHUTTING_DOWN : WBEM_E_NOT_FOUND);
+            }
+            std::vector<std::uint64_t> words(adapter->values.pairs.begin(), adapter->values.pairs.end());
+            const Object result{L"Zt_CableDiagResult",
+                                {{L"pairs", field(*adapter, ZtField::pairs, Value::array(VT_I4, words))}}};
+            output(call, L"ReturnValue", field(*adapter, ZtField::cableDiagReturnValue, Value::uint32(0)));
+            output(call, L"diagRes", field(*adapter, ZtField::diagRes, Value::object(result)));
         }
         if (restore) {
             restore(call.instanceName);
@@ -213,42 +159,31 @@ struct ZtDriver::Core {
 
     HRESULT cableLength(MethodCall& call)
     {
-        const std::shared_ptr<Adapter> adapter = enter(call, &Runs::cableLength);
-        if (!adapter) {
-            return codes::notFound;
-        }
-        const Leave leaving{*this};
         const std::lock_guard<std::mutex> guard(lock);
-        const Adapter& a = *adapter;
-        output(call, L"ReturnValue",
-               field(a, ZtField::cableLengthReturnValue, Value::uint32(a.cableLengthReturn)));
-        output(call, L"cableLength", field(a, ZtField::cableLength, Value::uint32(a.cableLength)));
+        const auto found = adapters.find(call.instanceName);
+        if (shutDown || found == adapters.end()) {
+            return wbem(WBEM_E_NOT_FOUND);
+        }
+        const Adapter& a = *found->second;
+        output(call, L"ReturnValue", field(a, ZtField::cableLengthReturnValue, Value::uint32(0)));
+        output(call, L"cableLength", field(a, ZtField::cableLength, Value::uint32(a.values.cableLength)));
         return S_OK;
     }
 };
 
 ZtDriver::ZtDriver(WmiService& service) : core_(std::make_shared<Core>(service))
 {
+    const auto instanceClass = [](const wchar_t* name, PropertyValues more, std::vector<Method> methods) {
+        PropertyValues properties{{L"InstanceName", Value()}, {L"Active", Value::boolean(true)}};
+        properties.insert(properties.end(), more.begin(), more.end());
+        return ClassDef{name, std::move(properties), std::move(methods)};
+    };
+    service.defineClass(instanceClass(adapterClass, {},
+                                      {{L"ExecCableDiag", {}, {L"ReturnValue", L"diagRes"}},
+                                       {L"GetCableLength", {}, {L"ReturnValue", L"cableLength"}}}));
     service.defineClass(
-        ClassDef(adapterClass)
-            .property(L"InstanceName", CIM_STRING)
-            .property(L"Active", CIM_BOOLEAN, Value::boolean(true))
-            .method(L"ExecCableDiag", {}, {{L"ReturnValue", CIM_UINT32}, {L"diagRes", CIM_OBJECT}})
-            .method(L"GetCableLength", {}, {{L"ReturnValue", CIM_UINT32}, {L"cableLength", CIM_UINT32}}));
-    service.defineClass(ClassDef(firmwareClass)
-                            .property(L"InstanceName", CIM_STRING)
-                            .property(L"Active", CIM_BOOLEAN, Value::boolean(true))
-                            .property(L"major", CIM_UINT8)
-                            .property(L"minor", CIM_UINT8)
-                            .property(L"revision", CIM_UINT16));
-    service.defineClass(ClassDef(diagnosticsClass)
-                            .property(L"InstanceName", CIM_STRING)
-                            .property(L"Active", CIM_BOOLEAN, Value::boolean(true))
-                            .property(L"thermalInfo", CIM_OBJECT));
-    // Declared without properties: an embedded object carries exactly what the
-    // driver filled in, so one can lack a property as from a driver built on another schema.
-    service.defineClass(ClassDef(diagResultClass));
-    service.defineClass(ClassDef(thermalClass));
+        instanceClass(firmwareClass, {{L"major", Value()}, {L"minor", Value()}, {L"revision", Value()}}, {}));
+    service.defineClass(instanceClass(diagnosticsClass, {{L"thermalInfo", Value()}}, {}));
     // The handlers keep the core alive: the service may outlive this object.
     const std::shared_ptr<Core> core = core_;
     service.onMethod(adapterClass, L"ExecCableDiag",
@@ -268,9 +203,9 @@ void ZtDriver::shutdown()
     core_->shutDown = true;
     for (auto& [name, adapter] : core_->adapters) {
         adapter->removed = true;
-        core_->service.removeInstance(adapterClass, name);
-        core_->service.removeInstance(firmwareClass, name);
-        core_->service.removeInstance(diagnosticsClass, name);
+        for (const wchar_t* className : {adapterClass, firmwareClass, diagnosticsClass}) {
+            core_->service.removeInstance(className, name);
+        }
     }
     core_->adapters.clear();
     // No hook runs after this returns: cut-short runs skip the restore, and the rest are waited for.
@@ -280,16 +215,14 @@ void ZtDriver::shutdown()
     core_->changed.wait(guard, [this] { return core_->activeRuns == 0; });
 }
 
-void ZtDriver::addAdapter(const std::wstring& instanceName)
+void ZtDriver::addAdapter(const std::wstring& instanceName, const ZtValues& values)
 {
     const std::lock_guard<std::mutex> guard(core_->lock);
-    if (core_->shutDown) {
-        scriptingError("driver shut down, adapter not added", instanceName);
-    }
-    if (core_->adapters.count(instanceName) != 0) {
-        scriptingError("adapter added twice", instanceName);
+    if (core_->shutDown || core_->adapters.count(instanceName) != 0) {
+        scriptingError(core_->shutDown ? "driver shut down" : "adapter added twice", instanceName);
     }
     auto adapter = std::make_shared<Adapter>();
+    adapter->values = values;
     core_->service.addInstance(firmwareClass, instanceName);
     core_->service.addInstance(diagnosticsClass, instanceName);
     core_->publish(instanceName, *adapter);
@@ -302,144 +235,25 @@ void ZtDriver::removeAdapter(const std::wstring& instanceName)
     const std::lock_guard<std::mutex> guard(core_->lock);
     core_->adapter(instanceName).removed = true;
     core_->adapters.erase(instanceName);
-    core_->service.removeInstance(adapterClass, instanceName);
-    core_->service.removeInstance(firmwareClass, instanceName);
-    core_->service.removeInstance(diagnosticsClass, instanceName);
+    for (const wchar_t* className : {adapterClass, firmwareClass, diagnosticsClass}) {
+        core_->service.removeInstance(className, instanceName);
+    }
     core_->changed.notify_all();
 }
 
-std::wstring ZtDriver::path(const std::wstring& className, const std::wstring& instanceName)
+void ZtDriver::change(const std::wstring& name, const std::function<void(ZtValues&)>& apply)
 {
-    return className + L".InstanceName=\"" + instanceName + L"\"";
-}
-
-void ZtDriver::setFirmware(const std::wstring& name, std::uint8_t major, std::uint8_t minor,
-                           std::uint16_t revision)
-{
-    core_->change(name, [&](Adapter& a) {
-        a.major = major;
-        a.minor = minor;
-        a.revision = revision;
-    });
-}
-
-void ZtDriver::setTemperatures(const std::wstring& name, std::int32_t phy, std::int32_t mac)
-{
-    core_->change(name, [&](Adapter& a) {
-        a.phyTemperature = phy;
-        a.macTemperature = mac;
-    });
-}
-
-void ZtDriver::setThermalFlags(const std::wstring& name, std::uint8_t flags)
-{
-    core_->change(name, [&](Adapter& a) { a.thermalFlags = flags; });
-}
-
-void ZtDriver::setPairs(const std::wstring& name, std::vector<std::uint32_t> words)
-{
-    core_->change(name, [&](Adapter& a) { a.pairs = std::move(words); });
-}
-
-void ZtDriver::setPair(const std::wstring& name, std::size_t index, std::uint32_t word)
-{
-    core_->change(name, [&](Adapter& a) { a.pairs.at(index) = word; });
-}
-
-std::uint32_t ZtDriver::pairWord(std::uint8_t status, std::uint8_t distance, std::uint8_t farthest,
-                                 std::uint8_t top)
-{
-    return static_cast<std::uint32_t>(status) | (static_cast<std::uint32_t>(distance) << 8U)
-        | (static_cast<std::uint32_t>(farthest) << 16U) | (static_cast<std::uint32_t>(top) << 24U);
-}
-
-void ZtDriver::setCableLength(const std::wstring& name, std::uint32_t meters)
-{
-    core_->change(name, [&](Adapter& a) { a.cableLength = meters; });
-}
-
-void ZtDriver::setReturnValue(const std::wstring& name, ZtMethod method, std::uint32_t value)
-{
-    core_->change(name, [&](Adapter& a) {
-        (method == ZtMethod::execCableDiag ? a.cableDiagReturn : a.cableLengthReturn) = value;
-    });
+    core_->change(name, [&](Adapter& a) { apply(a.values); });
 }
 
 void ZtDriver::setField(const std::wstring& name, ZtField field, Value value)
 {
-    core_->change(name, [&](Adapter& a) { a.overrides[field] = std::move(value); });
-}
-
-void ZtDriver::removeField(const std::wstring& name, ZtField field)
-{
-    core_->change(name, [&](Adapter& a) { a.overrides[field] = std::nullopt; });
+    core_->change(name, [&](Adapter& a) { a.overrides.insert_or_assign(field, std::move(value)); });
 }
 
 void ZtDriver::resetField(const std::wstring& name, ZtField field)
 {
     core_->change(name, [&](Adapter& a) { a.overrides.erase(field); });
-}
-
-Value ZtDriver::arrayOf(VARTYPE elementType, const std::vector<std::uint32_t>& words)
-{
-    SAFEARRAY* array = SafeArrayCreateVector(elementType, 0, static_cast<ULONG>(words.size()));
-    if (array == nullptr) {
-        throw std::invalid_argument("ZtDriver::arrayOf: no array of that element type");
-    }
-    VARIANT built{};
-    VariantInit(&built);
-    built.vt = static_cast<VARTYPE>(VT_ARRAY | elementType);
-    built.parray = array;
-    const std::size_t size = SafeArrayGetElemsize(array);
-    void* data = nullptr;
-    if (size > sizeof(std::uint64_t) || FAILED(SafeArrayAccessData(array, &data))) {
-        VariantClear(&built);
-        throw std::invalid_argument("ZtDriver::arrayOf: not an integer element type");
-    }
-    for (std::size_t i = 0; i < words.size(); ++i) {
-        // The low bytes: both builds are little-endian.
-        const std::uint64_t wide = words[i];
-        std::memcpy(static_cast<unsigned char*>(data) + i * size, &wide, size);
-    }
-    SafeArrayUnaccessData(array);
-    try {
-        Value value = Value::raw(built);
-        VariantClear(&built);
-        return value;
-    } catch (...) {
-        VariantClear(&built);
-        throw;
-    }
-}
-
-Value ZtDriver::scalarOf(VARTYPE vt, std::uint64_t bits)
-{
-    switch (vt) {
-    case VT_I1:
-    case VT_UI1:
-    case VT_I2:
-    case VT_UI2:
-    case VT_I4:
-    case VT_UI4:
-    case VT_I8:
-    case VT_UI8:
-    case VT_INT:
-    case VT_UINT:
-        break;
-    default:
-        throw std::invalid_argument("ZtDriver::scalarOf: not an integer VARIANT type");
-    }
-    VARIANT v{};
-    VariantInit(&v);
-    v.vt = vt;
-    // The union's low bytes are each narrower member (little-endian).
-    v.ullVal = bits;
-    return Value::raw(v);
-}
-
-void ZtDriver::setCableTestDuration(const std::wstring& name, std::chrono::milliseconds duration)
-{
-    core_->change(name, [&](Adapter& a) { a.duration = duration; });
 }
 
 void ZtDriver::onLinkDrop(LinkHook hook)
@@ -476,14 +290,11 @@ bool ZtDriver::waitUntilCableTestRunning(const std::wstring& name, std::chrono::
     });
 }
 
-int ZtDriver::runs(const std::wstring& name, ZtMethod method) const
+int ZtDriver::cableTests(const std::wstring& name) const
 {
     const std::lock_guard<std::mutex> guard(core_->lock);
     const auto found = core_->runs.find(name);
-    if (found == core_->runs.end()) {
-        return 0;
-    }
-    return method == ZtMethod::execCableDiag ? found->second.cableDiag : found->second.cableLength;
+    return found != core_->runs.end() ? found->second : 0;
 }
 
 }  // namespace sim

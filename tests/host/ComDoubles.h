@@ -4,11 +4,11 @@
 
 #include <atomic>
 
-#include "../CountingUnknown.h"
+#include "host/CountingUnknown.h"
 #include "platform.h"
 
 // A test's local: Release never deletes, the count is what tests look at.
-using CountedObject = CountingUnknown;
+using CountedObject = host::CountingUnknown;
 
 class CountedFactory final : public IClassFactory {
 public:

@@ -7,6 +7,15 @@
 
 #include "tools/sheet_host/Text.h"
 
+sim::AdapterSettings scenarioAdapter()
+{
+    sim::AdapterSettings adapter;
+    adapter.driver.cableTest = std::chrono::milliseconds(1500);
+    adapter.cableTestDropsLink = true;
+    adapter.locatorThread = true;  // as a service host registers it
+    return adapter;
+}
+
 namespace {
 
 // Steps and how many words each takes at least and at most.
@@ -86,15 +95,15 @@ bool onOff(const std::wstring& word, const wchar_t* on, const wchar_t* off, int 
     fail(line, "expected " + narrow(on) + " or " + narrow(off) + ", not " + narrow(word));
 }
 
-PairSetting pairSetting(const std::wstring& word, int line)
+// "S[:D]": a pair word's status and distance.
+std::uint32_t pairWord(const std::wstring& word, int line)
 {
-    PairSetting pair;
     const std::size_t colon = word.find(L':');
-    pair.status = static_cast<std::uint8_t>(number(word.substr(0, colon), line, 255));
-    if (colon != std::wstring::npos) {
-        pair.distance = static_cast<std::uint8_t>(number(word.substr(colon + 1), line, 255));
-    }
-    return pair;
+    const auto status = static_cast<std::uint8_t>(number(word.substr(0, colon), line, 255));
+    const auto distance = colon != std::wstring::npos
+        ? static_cast<std::uint8_t>(number(word.substr(colon + 1), line, 255))
+        : 0;
+    return sim::ZtDriver::pairWord(status, static_cast<std::uint8_t>(distance));
 }
 
 void applySetting(Scenario& scenario, const std::string& name, const std::vector<std::wstring>& words,
@@ -148,9 +157,9 @@ void applySetting(Scenario& scenario, const std::string& name, const std::vector
     } else if (name == "dif") {
         scenario.installFunction = static_cast<std::uint32_t>(number(one(), line, 0xFFFFFFFF));
     } else if (name == "link") {
-        scenario.linkUp = onOff(one(), L"up", L"down", line);
+        scenario.adapter.linkUp = onOff(one(), L"up", L"down", line);
     } else if (name == "speed") {
-        scenario.linkSpeed = number(one(), line, UINT64_MAX);
+        scenario.adapter.linkSpeed = number(one(), line, UINT64_MAX);
     } else if (name == "firmware") {
         unsigned major = 0;
         unsigned minor = 0;
@@ -159,28 +168,28 @@ void applySetting(Scenario& scenario, const std::string& name, const std::vector
             || minor > 255 || revision > 65535) {
             fail(line, "firmware: MAJOR.MINOR.REVISION expected");
         }
-        scenario.firmwareMajor = static_cast<std::uint8_t>(major);
-        scenario.firmwareMinor = static_cast<std::uint8_t>(minor);
-        scenario.firmwareRevision = static_cast<std::uint16_t>(revision);
+        scenario.adapter.driver.firmwareMajor = static_cast<std::uint8_t>(major);
+        scenario.adapter.driver.firmwareMinor = static_cast<std::uint8_t>(minor);
+        scenario.adapter.driver.firmwareRevision = static_cast<std::uint16_t>(revision);
     } else if (name == "temperatures") {
         expectWords(name, words, 2, 2, line);
-        scenario.phyTemperature = hundredths(words[0], line);
-        scenario.macTemperature = hundredths(words[1], line);
+        scenario.adapter.driver.phyTemperature = hundredths(words[0], line);
+        scenario.adapter.driver.macTemperature = hundredths(words[1], line);
     } else if (name == "thermal-flags") {
-        scenario.thermalFlags = static_cast<std::uint8_t>(number(one(), line, 255));
+        scenario.adapter.driver.thermalFlags = static_cast<std::uint8_t>(number(one(), line, 255));
     } else if (name == "pairs") {
         expectWords(name, words, 0, 8, line);
-        scenario.pairs.clear();
+        scenario.adapter.driver.pairs.clear();
         for (const auto& word : words) {
-            scenario.pairs.push_back(pairSetting(word, line));
+            scenario.adapter.driver.pairs.push_back(pairWord(word, line));
         }
     } else if (name == "cable-length") {
-        scenario.cableLength = static_cast<std::uint32_t>(number(one(), line, 0xFFFFFFFF));
+        scenario.adapter.driver.cableLength = static_cast<std::uint32_t>(number(one(), line, 0xFFFFFFFF));
     } else if (name == "cable-test-ms") {
-        scenario.cableTestMs = static_cast<std::uint32_t>(number(one(), line, 600000));
+        scenario.adapter.driver.cableTest = std::chrono::milliseconds(number(one(), line, 600000));
     } else if (name == "no-driver") {
         expectWords(name, words, 0, 0, line);
-        scenario.driverPresent = false;
+        scenario.adapter.driverPresent = false;
     } else if (name == "interactive") {
         expectWords(name, words, 0, 0, line);
         scenario.interactive = true;

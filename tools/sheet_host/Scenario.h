@@ -8,11 +8,7 @@
 #include <string>
 #include <vector>
 
-// A pair word's parts, as the driver reports them.
-struct PairSetting {
-    std::uint8_t status = 0;
-    std::uint8_t distance = 0;
-};
+#include "sim/SimAdapter.h"
 
 // One step on the open sheet: its name and its words, e.g. {"wait", {"500"}}.
 struct Step {
@@ -20,6 +16,9 @@ struct Step {
     std::vector<std::wstring> arguments;
     int line = 0;  // where it was written, for error messages
 };
+
+// What the scenario's adapter is unless it says otherwise.
+sim::AdapterSettings scenarioAdapter();
 
 struct Scenario {
     // ---- The device as the installer knows it -------------------------------------
@@ -33,18 +32,9 @@ struct Scenario {
     std::uint32_t installFunction = 0x23;  // DIF_ADDPROPERTYPAGE_ADVANCED
 
     // ---- The adapter behind WMI ---------------------------------------------------
-    bool linkUp = true;
-    std::uint64_t linkSpeed = 1000000000;
-    std::uint8_t firmwareMajor = 1;
-    std::uint8_t firmwareMinor = 5;
-    std::uint16_t firmwareRevision = 66;
-    std::int32_t phyTemperature = 4500;  // hundredths of a degree
-    std::int32_t macTemperature = 5000;
-    std::uint8_t thermalFlags = 12;
-    std::vector<PairSetting> pairs{{}, {}, {}, {}};
-    std::uint32_t cableLength = 0;
-    std::uint32_t cableTestMs = 1500;
-    bool driverPresent = true;  // false: no Zt_ instances at all
+    // Named friendlyName, there while problemCode is 0; a cable test of 1.5 s
+    // takes its link down and back up.
+    sim::AdapterSettings adapter = scenarioAdapter();
 
     // ---- How the host runs ---------------------------------------------------------
     bool interactive = false;  // a person closes the sheet

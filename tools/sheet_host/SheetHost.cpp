@@ -75,7 +75,10 @@ SheetHost::~SheetHost()
 
 int SheetHost::run()
 {
-    adapter_ = std::make_unique<SimAdapter>(scenario_);
+    sim::AdapterSettings adapter = scenario_.adapter;
+    adapter.name = scenario_.friendlyName;
+    adapter.present = scenario_.problemCode == 0;
+    adapter_ = std::make_unique<sim::SimAdapter>(std::move(adapter));
     if (FAILED(adapter_->registration())) {
         say("wmi: locator registration failed, " + hex(static_cast<std::uint32_t>(adapter_->registration())));
         return 2;
@@ -269,7 +272,7 @@ void SheetHost::settle_()
         if (!pumpQueued_()) {
             return;
         }
-        const bool delivered = adapter_->delivered() && adapter_->service().deliveryCounts().pending == 0;
+        const bool delivered = adapter_->service().drain(std::chrono::milliseconds(0));
         quiet = delivered && GetQueueStatus(QS_ALLINPUT) == 0 ? quiet + 1 : 0;
         if (std::chrono::steady_clock::now() - start > std::chrono::milliseconds(settleLimitMs)) {
             say("settle: events still under way after " + std::to_string(settleLimitMs) + " ms");

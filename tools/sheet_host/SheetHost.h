@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "sim/SimAdapter.h"
 #include "tools/sheet_host/CoInstallerModule.h"
 #include "tools/sheet_host/DeviceInstaller.h"
 #include "tools/sheet_host/HostPages.h"
@@ -15,7 +16,6 @@
 #include "tools/sheet_host/ModuleSpy.h"
 #include "tools/sheet_host/PageReader.h"
 #include "tools/sheet_host/Scenario.h"
-#include "tools/sheet_host/SimAdapter.h"
 #include "tools/sheet_host/Win32.h"
 
 class SheetHost {
@@ -50,7 +50,7 @@ private:
     HWND diagPage_() const;
 
     Scenario scenario_;
-    std::unique_ptr<SimAdapter> adapter_;
+    std::unique_ptr<sim::SimAdapter> adapter_;
     DeviceInstaller installer_;
     HostPages hostPages_;
     std::unique_ptr<CoInstallerModule> module_;

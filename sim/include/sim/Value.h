@@ -1,5 +1,5 @@
-// A property value as the simulated WMI service delivers it: built from a CIM
-// type in the VARIANT shape real WMI uses, or any raw VARIANT for malformed shapes.
+// A property value as the simulated service keeps it: a VARIANT in the shape
+// WMI hands out, embedded objects (new ones in every object made), or absent.
 #pragma once
 
 #include <cstdint>
@@ -15,47 +15,40 @@ namespace sim {
 
 struct Object;
 
-// Immutable and cheap to copy; safe to share between threads.
+// Immutable, cheap to copy, safe to share between threads.
 class Value {
 public:
-    Value();  // null (VT_NULL)
+    Value();  // VT_NULL
     static Value null() { return {}; }
-    static Value string(const std::wstring& text);  // CIM_STRING: VT_BSTR
+    // Null, in a property WMI declares 64-bit: a Put of an integer stores its decimal text.
+    static Value null64();
+    // Leaves the property out of the object (a class default or "__CLASS" included).
+    static Value absent();
+    static Value string(const std::wstring& text);  // VT_BSTR
     static Value boolean(bool value);  // VT_BOOL
-    static Value sint8(std::int8_t value);  // VT_I2
-    static Value uint8(std::uint8_t value);  // VT_UI1
-    static Value sint16(std::int16_t value);  // VT_I2
-    static Value uint16(std::uint16_t value);  // VT_I4
-    static Value sint32(std::int32_t value);  // VT_I4
-    static Value uint32(std::uint32_t value);  // VT_I4 holding the bit pattern
-    static Value sint64(std::int64_t value);  // VT_BSTR, decimal text
-    static Value uint64(std::uint64_t value);  // VT_BSTR, decimal text
-    static Value real32(float value);  // VT_R4
-    static Value real64(double value);  // VT_R8
-    // CIM_OBJECT: each delivery is a new IWbemClassObject instance (VT_UNKNOWN).
-    static Value object(Object object);
-    static Value objects(std::vector<Object> objects);  // VT_ARRAY|VT_UNKNOWN
-    // VT_ARRAY of the element type's shape; every element must be of that CIM type.
-    static Value array(CIMTYPE elementType, const std::vector<Value>& elements);
-    static Value bytes(const std::vector<std::uint8_t>& bytes);  // VT_ARRAY|VT_UI1
-    static Value strings(const std::vector<std::wstring>& strings);  // VT_ARRAY|VT_BSTR
-    // Exactly this VARIANT (copied), whatever the property's type says.
+    static Value uint8(std::uint8_t value) { return integer(VT_UI1, value); }
+    static Value sint32(std::int32_t value) { return integer(VT_I4, static_cast<std::uint32_t>(value)); }
+    static Value uint32(std::uint32_t value) { return integer(VT_I4, value); }  // uint16 too
+    static Value uint64(std::uint64_t value);  // VT_BSTR, decimal text; 64-bit as null64()
+    // Any integer type (VT_I1 ... VT_UI8, VT_INT, VT_UINT) holding the low bits.
+    static Value integer(VARTYPE vt, std::uint64_t bits);
+    // VT_ARRAY|elementType (an integer type), each element the low bits of its word.
+    static Value array(VARTYPE elementType, const std::vector<std::uint64_t>& words);
+    static Value object(Object object);  // VT_UNKNOWN
+    // A copy of `value`: VariantCopy, or the bits as they are for what it refuses
+    // (their pointers stay with whoever made `value`, who ends it after the objects).
     static Value raw(const VARIANT& value);
 
-    // The CIM type it was built as; CIM_EMPTY for null, CIM_ILLEGAL for raw.
-    CIMTYPE cimType() const;
-    bool isNull() const;
-    // The VARIANT shape; for objects a VT_NULL placeholder (see objects()).
+    bool isNull() const { return variant().vt == VT_NULL; }
+    bool isAbsent() const;
+    bool is64() const;
+    // The VARIANT; VT_EMPTY for an embedded object and an absent value.
     const VARIANT& variant() const;
-    // The embedded objects of object()/objects(), else empty.
-    const std::vector<Object>& embedded() const;
-    bool isObject() const;
-    bool isObjectArray() const;
+    const Object* embedded() const;  // the embedded object, or null
 
-    // Readers for handlers and tests: nullopt when the shape doesn't fit.
+    // Readers for method handlers: nullopt when the shape doesn't fit.
     std::optional<std::wstring> asString() const;  // VT_BSTR
     std::optional<std::int64_t> asInteger() const;  // integer VTs, or decimal VT_BSTR
-    std::optional<bool> asBoolean() const;  // VT_BOOL
 
     struct Impl;  // opaque
 
@@ -64,13 +57,17 @@ private:
     std::shared_ptr<const Impl> impl_;
 };
 
-// Property values by name, in the order given.
+// Property values by name (ignoring case), in order.
 using PropertyValues = std::vector<std::pair<std::wstring, Value>>;
 
-// An embedded object: an instance of `className` (its defaults, then `values`).
+// An object: an instance of `className`, with the class's defaults when the
+// service defines it, then `properties` (each replacing one of the same name).
 struct Object {
     std::wstring className;
-    PropertyValues values;
+    PropertyValues properties;
 };
+
+// A copy of `source` into `target` (uninitialised): VariantCopy, or the bits as they are.
+void copyVariant(VARIANT& target, const VARIANT& source);
 
 }  // namespace sim

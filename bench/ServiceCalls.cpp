@@ -1,6 +1,4 @@
-#include "SimAdapter.h"
-
-#include <chrono>
+#include "ServiceCalls.h"
 
 namespace {
 
@@ -21,24 +19,18 @@ std::string narrow(const std::wstring& text)
 
 }  // namespace
 
-SimAdapter::SimAdapter()
+sim::AdapterSettings benchAdapter()
 {
-    ndis_.addAdapter(name, {sim::ndis::mediaConnected, sim::ndis::duplexFull, 5000000000ULL, 5000000000ULL});
-    driver_.addAdapter(name);
-    driver_.setCableTestDuration(name, std::chrono::milliseconds(0));
-    driver_.setCableLength(name, 100);
+    sim::AdapterSettings settings;
+    settings.linkSpeed = 5000000000ULL;
+    settings.driver.cableLength = 100;
+    return settings;
 }
 
-SimAdapter::~SimAdapter()
+ServiceCalls serviceCalls(const sim::WmiService& service)
 {
-    service_.drain();
-    driver_.shutdown();
-}
-
-SimAdapter::Calls SimAdapter::calls() const
-{
-    Calls counted;
-    for (const sim::CallRecord& call : service_.calls()) {
+    ServiceCalls counted;
+    for (const sim::CallRecord& call : service.calls()) {
         if (isRoundTrip(call.call)) {
             ++counted.roundTrips;
             counted.trips.push_back(call.call + " " + narrow(call.target));

@@ -1,9 +1,12 @@
-// A COM object for tests that counts its references and says when it is gone.
+// A COM object for tests and fuzz targets that counts its references and
+// answers only IUnknown. Its owner ends it: Release never deletes.
 #pragma once
 
 #include <atomic>
 
 #include "platform.h"
+
+namespace host {
 
 class CountingUnknown : public IUnknown {
 public:
@@ -25,9 +28,11 @@ public:
     ULONG STDMETHODCALLTYPE AddRef() override { return ++refs_; }
     ULONG STDMETHODCALLTYPE Release() override { return --refs_; }
 
-    // The object is a test's local; "gone" means no reference is left.
+    // Starts at 1, the owner's; "gone" means none is left.
     ULONG refs() const { return refs_; }
 
 private:
     std::atomic<ULONG> refs_{1};
 };
+
+}  // namespace host

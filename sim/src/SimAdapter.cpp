@@ -1,0 +1,188 @@
+#include "sim/SimAdapter.h"
+
+#include <future>
+
+namespace sim {
+
+// Keeps the service's locator factory registered as CLSID_WbemLocator until
+// revoke(): registered on the constructing thread, or from a thread of its
+// own that stays in the multithreaded apartment meanwhile.
+class SimAdapter::LocatorThread {
+public:
+    LocatorThread(WmiService& service, bool ownThread)
+    {
+        if (!ownThread) {
+            result_ = register_(service);
+            return;
+        }
+        std::promise<HRESULT> registered;
+        std::future<HRESULT> result = registered.get_future();
+        thread_ = std::thread(
+            [this, &service, registered = std::move(registered), stopped = stop_.get_future()]() mutable {
+                const HRESULT init = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+                registered.set_value(FAILED(init) ? init : register_(service));
+                stopped.wait();
+                revokeNow_();
+                if (SUCCEEDED(init)) {
+                    CoUninitialize();
+                }
+            });
+        result_ = result.get();
+    }
+    ~LocatorThread() { revoke(); }
+    LocatorThread(const LocatorThread&) = delete;
+    LocatorThread& operator=(const LocatorThread&) = delete;
+
+    HRESULT result() const { return result_; }
+    void revoke()
+    {
+        if (thread_.joinable()) {
+            stop_.set_value();
+            thread_.join();
+        }
+        revokeNow_();
+    }
+
+private:
+    HRESULT register_(WmiService& service)
+    {
+        IClassFactory* factory = service.createLocatorFactory();
+        const HRESULT result = CoRegisterClassObject(CLSID_WbemLocator, factory, CLSCTX_INPROC_SERVER,
+                                                     REGCLS_MULTIPLEUSE, &cookie_);
+        factory->Release();  // the COM runtime holds its own reference while registered
+        registered_ = SUCCEEDED(result);
+        return result;
+    }
+    void revokeNow_()
+    {
+        if (std::exchange(registered_, false)) {
+            CoRevokeClassObject(cookie_);
+        }
+    }
+
+    HRESULT result_ = E_FAIL;
+    DWORD cookie_ = 0;
+    bool registered_ = false;
+    std::promise<void> stop_;
+    std::thread thread_;
+};
+
+SimAdapter::SimAdapter(AdapterSettings settings)
+    : settings_(std::move(settings)), plugged_(settings_.linkUp), present_(settings_.present)
+{
+    if (settings_.driverPresent) {
+        driver_ = std::make_unique<ZtDriver>(service_);
+        // A cable test takes the link down and, with a cable in, brings it back.
+        driver_->onLinkDrop([this](const std::wstring& name) {
+            ++startedRuns_;
+            if (settings_.cableTestDropsLink && plugged_) {
+                ndis_.disconnect(name);
+            }
+        });
+        driver_->onLinkRestore([this](const std::wstring& name) {
+            if (settings_.cableTestDropsLink && plugged_) {
+                ndis_.setLinkState(name, linkState_());
+                ndis_.connect(name);
+            }
+            ++finishedRuns_;
+        });
+    }
+    if (settings_.present) {
+        ndis_.addAdapter(settings_.name, linkState_());
+        addDriverAdapter_();
+    }
+    locator_ = std::make_unique<LocatorThread>(service_, settings_.locatorThread);
+}
+
+SimAdapter::~SimAdapter()
+{
+    stop();
+}
+
+HRESULT SimAdapter::registration() const
+{
+    return locator_->result();
+}
+
+void SimAdapter::revokeLocator()
+{
+    locator_->revoke();
+}
+
+void SimAdapter::stop()
+{
+    service_.drain(std::chrono::seconds(10));
+    if (driver_ != nullptr) {
+        driver_->shutdown();
+    }
+    locator_->revoke();
+    service_.shutdown();
+}
+
+LinkState SimAdapter::linkState_() const
+{
+    const std::uint64_t speed = speed_;
+    return {plugged_ ? ndis::mediaConnected : ndis::mediaDisconnected, ndis::duplexFull, speed, speed};
+}
+
+void SimAdapter::addDriverAdapter_()
+{
+    if (driver_ != nullptr) {
+        driver_->addAdapter(settings_.name, settings_.driver);
+    }
+}
+
+void SimAdapter::unplug()
+{
+    plugged_ = false;
+    ndis_.disconnect(settings_.name);
+}
+
+void SimAdapter::plug()
+{
+    plugged_ = true;
+    ndis_.setLinkState(settings_.name, linkState_());
+    ndis_.connect(settings_.name);
+}
+
+void SimAdapter::renegotiate(std::uint64_t bitsPerSecond)
+{
+    speed_ = bitsPerSecond;
+    // Events have no order of their own: the drop is delivered before the return.
+    if (plugged_) {
+        ndis_.disconnect(settings_.name).wait();
+    }
+    plug();
+}
+
+void SimAdapter::remove()
+{
+    if (!present_.exchange(false)) {
+        return;
+    }
+    // NDIS first, then the driver: a page that polls in between would see the
+    // driver gone while the adapter still counts as there.
+    ndis_.remove(settings_.name).wait();
+    if (driver_ != nullptr) {
+        driver_->removeAdapter(settings_.name);
+    }
+}
+
+void SimAdapter::arrive()
+{
+    if (!present_.exchange(true)) {
+        addDriverAdapter_();
+        ndis_.arrive(settings_.name, linkState_());
+    }
+}
+
+void SimAdapter::heat(std::int32_t phy, std::int32_t mac)
+{
+    settings_.driver.phyTemperature = phy;
+    settings_.driver.macTemperature = mac;
+    if (present_ && driver_ != nullptr) {
+        driver_->setTemperatures(settings_.name, phy, mac);
+    }
+}
+
+}  // namespace sim
