@@ -4,16 +4,28 @@
 
 namespace sim {
 
-namespace {
-
-// {5B1C43E1-7A0D-4C7E-9B37-2D6F0E4A8C11}: answered by the service's own objects
-// only, so it reads what it is given without going through (and logging) Get.
+// {5B1C43E1-7A0D-4C7E-9B37-2D6F0E4A8C11}
 const IID iidSimObject = {0x5b1c43e1, 0x7a0d, 0x4c7e, {0x9b, 0x37, 0x2d, 0x6f, 0x0e, 0x4a, 0x8c, 0x11}};
+
+namespace {
 
 template <class T> void clearOut(T** out)
 {
     if (out != nullptr) {
         *out = nullptr;
+    }
+}
+
+// Hands out a copy of `value`; CIM types and flavors are not modelled (0).
+void handOut(const Value& value, VARIANT* out, CIMTYPE* type, LONG* flavor)
+{
+    if (out != nullptr) {
+        copyVariant(*out, value.variant());
+    }
+    for (LONG* unmodelled : {type, flavor}) {
+        if (unmodelled != nullptr) {
+            *unmodelled = 0;
+        }
     }
 }
 
@@ -32,50 +44,11 @@ ClassObject::ClassObject(std::shared_ptr<ServiceCore> core, std::wstring classNa
 {
 }
 
-ClassObject* ClassObject::create(std::shared_ptr<ServiceCore> core, std::wstring className,
-                                 const PropertyValues& properties, std::shared_ptr<const ClassDef> definition,
-                                 std::wstring instance, std::uint64_t delivery)
-{
-    PropertyValues held;
-    for (const auto& [name, value] : properties) {
-        if (const Object* embedded = value.embedded()) {
-            VARIANT child{};
-            child.punkVal = core->makeObject(*embedded);
-            child.vt = VT_UNKNOWN;
-            try {
-                held.emplace_back(name, Value::raw(child));
-            } catch (...) {
-                VariantClear(&child);
-                throw;
-            }
-            VariantClear(&child);  // the value holds a reference of its own
-        } else if (!value.isAbsent()) {
-            held.emplace_back(name, value);
-        }
-    }
-    return new ClassObject(core, std::move(className), std::move(definition), std::move(instance), delivery,
-                           std::move(held));
-}
-
 std::optional<Value> ClassObject::peek(const std::wstring& name) const
 {
     const std::lock_guard<std::mutex> guard(lock_);
     const auto* found = findNamed(const_cast<PropertyValues&>(properties_), name);
     return found != nullptr ? std::optional<Value>(found->second) : std::nullopt;
-}
-
-HRESULT STDMETHODCALLTYPE ClassObject::QueryInterface(REFIID iid, void** object)
-{
-    if (object == nullptr) {
-        return E_POINTER;
-    }
-    if (iid != IID_IUnknown && iid != IID_IWbemClassObject && iid != iidSimObject) {
-        *object = nullptr;
-        return E_NOINTERFACE;
-    }
-    *object = static_cast<IWbemClassObject*>(this);
-    AddRef();
-    return S_OK;
 }
 
 CallInfo ClassObject::call_(const char* call, const std::wstring& detail) const
@@ -101,15 +74,7 @@ HRESULT STDMETHODCALLTYPE ClassObject::Get(LPCWSTR name, LONG /*flags*/, VARIANT
         if (property == nullptr) {
             return wbem(name != nullptr ? WBEM_E_NOT_FOUND : WBEM_E_INVALID_PARAMETER);
         }
-        if (value != nullptr) {
-            copyVariant(*value, property->second.variant());
-        }
-        if (type != nullptr) {
-            *type = 0;  // CIM types are not modelled
-        }
-        if (flavor != nullptr) {
-            *flavor = 0;
-        }
+        handOut(property->second, value, type, flavor);
         return S_OK;
     });
 }
@@ -162,15 +127,7 @@ HRESULT STDMETHODCALLTYPE ClassObject::Next(LONG /*flags*/, BSTR* name, VARIANT*
         if (name != nullptr) {
             *name = SysAllocStringLen(propertyName.data(), static_cast<UINT>(propertyName.size()));
         }
-        if (value != nullptr) {
-            copyVariant(*value, propertyValue.variant());
-        }
-        if (type != nullptr) {
-            *type = 0;
-        }
-        if (flavor != nullptr) {
-            *flavor = 0;
-        }
+        handOut(propertyValue, value, type, flavor);
         return S_OK;
     });
 }

@@ -107,8 +107,25 @@ IWbemClassObject* ServiceCore::makeObject(const Object& object, const std::wstri
     for (const auto& [name, value] : object.properties) {
         setNamed(properties, name, value);
     }
-    return ClassObject::create(shared_from_this(), std::move(className), properties, std::move(definition),
-                               instance, delivery);
+    PropertyValues held;  // absent ones left out, embedded objects made
+    for (const auto& [name, value] : properties) {
+        if (const Object* embedded = value.embedded()) {
+            VARIANT child{};
+            child.punkVal = makeObject(*embedded);
+            child.vt = VT_UNKNOWN;
+            try {
+                held.emplace_back(name, Value::raw(child));
+            } catch (...) {
+                VariantClear(&child);
+                throw;
+            }
+            VariantClear(&child);  // the value holds a reference of its own
+        } else if (!value.isAbsent()) {
+            held.emplace_back(name, value);
+        }
+    }
+    return new ClassObject(shared_from_this(), std::move(className), std::move(definition), instance,
+                           delivery, std::move(held));
 }
 
 std::shared_ptr<const ClassDef> ServiceCore::findClass(const std::wstring& name) const

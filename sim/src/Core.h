@@ -94,8 +94,8 @@ public:
 
     std::shared_future<DeliveryReport> fire(const Event& event);
     bool drain(std::chrono::milliseconds timeout) const;
-    void hold(HoldPoint point);
-    void release();
+    // Holds deliveries at `point` from now on; none: lets the held ones go.
+    void hold(std::optional<HoldPoint> point);
     bool waitForHeld(std::size_t count, std::chrono::milliseconds timeout) const;
     // Idempotent: drops queued work, releases holds, ends every subscription,
     // waits for deliveries in Indicate and joins the threads.
@@ -120,6 +120,8 @@ private:
     void run_() noexcept;
     // The sink's answer, or nothing when the delivery was dropped.
     std::optional<HRESULT> deliver_(const Job& job) noexcept;
+    // Ends the entry with `status`, into `ready` if nothing is in flight; the caller holds lock_.
+    void end_(const std::shared_ptr<Entry>& entry, HRESULT status, EntryList& ready);
     // Waits while held; the caller holds `guard` on lock_.
     void waitAtHold_(std::unique_lock<std::mutex>& guard);
     void complete_(Ticket& ticket, std::optional<HRESULT> answer) noexcept;

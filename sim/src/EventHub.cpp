@@ -52,16 +52,21 @@ EventHub::EntryList EventHub::cancel(std::uint64_t connection, IWbemObjectSink* 
             continue;
         }
         found = true;
-        entry->ended = true;
-        entry->endStatus = wbem(WBEM_E_CALL_CANCELLED);
-        if (entry->inFlight == 0) {
-            entry->finished = true;
-            ready.push_back(entry);
-        }
+        end_(entry, wbem(WBEM_E_CALL_CANCELLED), ready);
     }
     entries_.erase(kept, entries_.end());
     changed_.notify_all();
     return ready;
+}
+
+void EventHub::end_(const std::shared_ptr<Entry>& entry, HRESULT status, EntryList& ready)
+{
+    entry->ended = true;
+    entry->endStatus = status;
+    if (entry->inFlight == 0 && !entry->finished) {
+        entry->finished = true;
+        ready.push_back(entry);
+    }
 }
 
 void EventHub::finish(const EntryList& entries) noexcept
@@ -235,19 +240,11 @@ bool EventHub::drain(std::chrono::milliseconds timeout) const
     return changed_.wait_for(guard, timeout, [this] { return queue_.empty() && working_ == 0; });
 }
 
-void EventHub::hold(HoldPoint point)
+void EventHub::hold(std::optional<HoldPoint> point)
 {
     const std::lock_guard<std::mutex> guard(lock_);
-    if (!stopping_) {
-        holding_ = point;
-    }
-}
-
-void EventHub::release()
-{
-    const std::lock_guard<std::mutex> guard(lock_);
-    holding_.reset();
-    ++holdRound_;
+    holding_ = stopping_ ? std::nullopt : point;
+    holdRound_ += point ? 0 : 1;
     changed_.notify_all();
 }
 
@@ -266,14 +263,8 @@ void EventHub::shutdown()
         const std::lock_guard<std::mutex> guard(lock_);
         stopping_ = true;
         holding_.reset();
-        ++holdRound_;
         for (const auto& entry : entries_) {
-            entry->ended = true;
-            entry->endStatus = wbem(WBEM_E_SHUTTING_DOWN);
-            if (entry->inFlight == 0 && !entry->finished) {
-                entry->finished = true;
-                ready.push_back(entry);
-            }
+            end_(entry, wbem(WBEM_E_SHUTTING_DOWN), ready);
         }
         entries_.clear();
         dropped.swap(queue_);

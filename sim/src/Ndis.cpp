@@ -10,24 +10,12 @@ namespace sim {
 
 namespace {
 
-const wchar_t* const arrivalClass = L"MSNdis_NotifyAdapterArrival";
-const wchar_t* const removalClass = L"MSNdis_NotifyAdapterRemoval";
-const wchar_t* const connectClass = L"MSNdis_StatusMediaConnect";
-const wchar_t* const disconnectClass = L"MSNdis_StatusMediaDisconnect";
-const wchar_t* const speedClass = L"MSNdis_StatusLinkSpeedChange";
 const wchar_t* const linkStateClass = L"MSNdis_LinkState";
 
 // What WmiQueryLinkState accepts in the method header's object header.
 constexpr std::int64_t methodHeaderRevision = 1;  // NDIS_WMI_METHOD_HEADER_REVISION_1
 constexpr std::int64_t methodHeaderType = 2;  // NDIS_WMI_OBJECT_TYPE_METHOD
 constexpr std::int64_t methodHeaderMinimumSize = 32;  // NDIS_SIZEOF_WMI_METHOD_HEADER_REVISION_1
-
-ClassDef eventClass(const wchar_t* name, PropertyValues more = {})
-{
-    PropertyValues properties{{L"InstanceName", Value()}, {L"Active", Value()}};
-    properties.insert(properties.end(), more.begin(), more.end());
-    return {name, std::move(properties), {}};
-}
 
 ClassDef record(const wchar_t* name, std::initializer_list<const wchar_t*> properties)
 {
@@ -38,9 +26,11 @@ ClassDef record(const wchar_t* name, std::initializer_list<const wchar_t*> prope
     return definition;
 }
 
-IUnknown* objectIn(const std::optional<Value>& value)
+// The property `name` of the service's own object in `record`, if any.
+std::optional<Value> field(const std::optional<Value>& record, const wchar_t* name)
 {
-    return value && value->variant().vt == VT_UNKNOWN ? value->variant().punkVal : nullptr;
+    const bool isObject = record && record->variant().vt == VT_UNKNOWN;
+    return readProperty(isObject ? record->variant().punkVal : nullptr, name);
 }
 
 ReceivedValue received(const std::optional<Value>& value)
@@ -50,15 +40,9 @@ ReceivedValue received(const std::optional<Value>& value)
         seen.present = true;
         seen.type = value->variant().vt;
         seen.number = value->asInteger();
-        const auto className = readProperty(objectIn(value), L"__CLASS");
-        seen.className = className ? className->asString().value_or(L"") : L"";
+        seen.className = field(value, L"__CLASS").value_or(Value()).asString().value_or(L"");
     }
     return seen;
-}
-
-std::optional<Value> field(const std::optional<Value>& record, const wchar_t* name)
-{
-    return readProperty(objectIn(record), name);
 }
 
 bool isRecord(const ReceivedValue& value, const wchar_t* className)
@@ -81,11 +65,6 @@ Object linkStateData(const LinkState& state)
              {L"AutoNegotiationFlags", Value::uint32(0)}}};
 }
 
-[[noreturn]] void noAdapter(const std::wstring& instanceName)
-{
-    throw std::invalid_argument("no such adapter: " + narrow(instanceName));
-}
-
 }  // namespace
 
 struct NdisProvider::State {
@@ -94,13 +73,14 @@ struct NdisProvider::State {
     std::vector<LinkStateRequest> requests;
 
     HRESULT query(MethodCall& call);
-    LinkState& adapter(const std::wstring& instanceName)
+    template <class Change> void change(const std::wstring& instanceName, Change&& apply)
     {
+        const std::lock_guard<std::mutex> guard(lock);
         const auto found = adapters.find(instanceName);
         if (found == adapters.end()) {
-            noAdapter(instanceName);
+            throw std::invalid_argument("no such adapter: " + narrow(instanceName));
         }
-        return found->second;
+        apply(found->second);
     }
 };
 
@@ -108,23 +88,23 @@ HRESULT NdisProvider::State::query(MethodCall& call)
 {
     LinkStateRequest r;
     r.instanceName = call.instanceName;
-    const Value header = call.input(L"Header");
-    const std::optional<Value> headerValue = header.isNull() ? std::nullopt : std::optional<Value>(header);
-    const std::optional<Value> objectHeader = field(headerValue, L"Header");
-    r.header = received(headerValue);
+    const Value given = call.input(L"Header");
+    const std::optional<Value> header = given.isNull() ? std::nullopt : std::optional<Value>(given);
+    const std::optional<Value> objectHeader = field(header, L"Header");
+    r.header = received(header);
     r.objectHeader = received(objectHeader);
     r.revision = received(field(objectHeader, L"Revision"));
     r.type = received(field(objectHeader, L"Type"));
     r.size = received(field(objectHeader, L"Size"));
-    r.netLuid = received(field(headerValue, L"NetLuid"));
-    r.padding = received(field(headerValue, L"Padding"));
-    r.portNumber = received(field(headerValue, L"PortNumber"));
-    r.requestId = received(field(headerValue, L"RequestId"));
-    r.timeout = received(field(headerValue, L"Timeout"));
+    r.netLuid = received(field(header, L"NetLuid"));
+    r.padding = received(field(header, L"Padding"));
+    r.portNumber = received(field(header, L"PortNumber"));
+    r.requestId = received(field(header, L"RequestId"));
+    r.timeout = received(field(header, L"Timeout"));
 
     if (call.instanceName.empty()) {
         r.result = wbem(WBEM_E_INVALID_OBJECT_PATH);
-    } else if (!headerValue) {
+    } else if (!header) {
         r.result = wbem(WBEM_E_INVALID_METHOD_PARAMETERS);
     } else if (!isRecord(r.header, L"MSNdis_WmiMethodHeader")
                || !isRecord(r.objectHeader, L"MSNdis_ObjectHeader")
@@ -147,21 +127,22 @@ HRESULT NdisProvider::State::query(MethodCall& call)
 
 NdisProvider::NdisProvider(WmiService& service) : service_(service), state_(std::make_shared<State>())
 {
-    for (const wchar_t* name : {arrivalClass, removalClass, connectClass, disconnectClass}) {
-        service.defineClass(eventClass(name));
+    for (const wchar_t* name :
+         {L"MSNdis_NotifyAdapterArrival", L"MSNdis_NotifyAdapterRemoval", L"MSNdis_StatusMediaConnect",
+          L"MSNdis_StatusMediaDisconnect", L"MSNdis_StatusLinkSpeedChange"}) {
+        service.defineClass(record(name, {L"InstanceName", L"Active"}));
     }
-    service.defineClass(eventClass(speedClass));
-    service.defineClass(
-        eventClass(L"MSNdis_StatusOperationalStatus", {{L"NdisOperationalStatusStatusIndication", Value()}}));
+    service.defineClass(record(L"MSNdis_StatusOperationalStatus",
+                               {L"InstanceName", L"Active", L"NdisOperationalStatusStatusIndication"}));
     service.defineClass(record(L"MSNdis_ObjectHeader", {L"Revision", L"Type", L"Size"}));
     ClassDef methodHeader
         = record(L"MSNdis_WmiMethodHeader",
                  {L"Header", L"NetLuid", L"Padding", L"PortNumber", L"RequestId", L"Timeout"});
     methodHeader.properties[1].second = Value::null64();
     service.defineClass(std::move(methodHeader));
-    service.defineClass({linkStateClass,
-                         {{L"InstanceName", Value()}, {L"Active", Value()}},
-                         {{L"WmiQueryLinkState", {L"Header"}, {L"LinkState"}}}});
+    ClassDef linkState = record(linkStateClass, {L"InstanceName", L"Active"});
+    linkState.methods.push_back({L"WmiQueryLinkState", {L"Header"}, {L"LinkState"}});
+    service.defineClass(std::move(linkState));
     service.onMethod(linkStateClass, L"WmiQueryLinkState",
                      [state = state_](MethodCall& call) { return state->query(call); });
 }
@@ -179,54 +160,42 @@ std::shared_future<DeliveryReport> NdisProvider::arrive(const std::wstring& inst
                                                         const LinkState& state)
 {
     addAdapter(instanceName, state);
-    return service_.fire(Event::of(arrivalClass, instanceName));
+    return service_.fire(Event::of(L"MSNdis_NotifyAdapterArrival", instanceName));
 }
 
 std::shared_future<DeliveryReport> NdisProvider::remove(const std::wstring& instanceName)
 {
+    state_->change(instanceName, [](LinkState&) {});  // throws for an unknown adapter
     {
         const std::lock_guard<std::mutex> guard(state_->lock);
-        state_->adapter(instanceName);
         state_->adapters.erase(instanceName);
     }
     service_.removeInstance(linkStateClass, instanceName);
-    return service_.fire(Event::of(removalClass, instanceName));
+    return service_.fire(Event::of(L"MSNdis_NotifyAdapterRemoval", instanceName));
 }
 
 std::shared_future<DeliveryReport> NdisProvider::connect(const std::wstring& instanceName)
 {
-    {
-        const std::lock_guard<std::mutex> guard(state_->lock);
-        state_->adapter(instanceName).mediaConnectState = ndis::mediaConnected;
-    }
-    return service_.fire(Event::of(connectClass, instanceName));
+    state_->change(instanceName, [](LinkState& s) { s.mediaConnectState = ndis::mediaConnected; });
+    return service_.fire(Event::of(L"MSNdis_StatusMediaConnect", instanceName));
 }
 
 std::shared_future<DeliveryReport> NdisProvider::disconnect(const std::wstring& instanceName)
 {
-    {
-        const std::lock_guard<std::mutex> guard(state_->lock);
-        state_->adapter(instanceName).mediaConnectState = ndis::mediaDisconnected;
-    }
-    return service_.fire(Event::of(disconnectClass, instanceName));
+    state_->change(instanceName, [](LinkState& s) { s.mediaConnectState = ndis::mediaDisconnected; });
+    return service_.fire(Event::of(L"MSNdis_StatusMediaDisconnect", instanceName));
 }
 
 std::shared_future<DeliveryReport> NdisProvider::changeLinkSpeed(const std::wstring& instanceName,
                                                                  std::uint64_t xmit, std::uint64_t rcv)
 {
-    {
-        const std::lock_guard<std::mutex> guard(state_->lock);
-        LinkState& state = state_->adapter(instanceName);
-        state.xmitLinkSpeed = xmit;
-        state.rcvLinkSpeed = rcv;
-    }
-    return service_.fire(Event::of(speedClass, instanceName));
+    state_->change(instanceName, [&](LinkState& s) { s.xmitLinkSpeed = xmit, s.rcvLinkSpeed = rcv; });
+    return service_.fire(Event::of(L"MSNdis_StatusLinkSpeedChange", instanceName));
 }
 
 void NdisProvider::setLinkState(const std::wstring& instanceName, const LinkState& state)
 {
-    const std::lock_guard<std::mutex> guard(state_->lock);
-    state_->adapter(instanceName) = state;
+    state_->change(instanceName, [&](LinkState& s) { s = state; });
 }
 
 std::vector<LinkStateRequest> NdisProvider::requests() const

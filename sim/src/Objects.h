@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <initializer_list>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -14,6 +15,24 @@
 #include "platform.h"
 
 namespace sim {
+
+// QueryInterface: `self` for IUnknown and each of `iids`, else E_NOINTERFACE.
+template <class Interface>
+HRESULT queryInterface(Interface* self, REFIID iid, std::initializer_list<IID> iids, void** object)
+{
+    if (object == nullptr) {
+        return E_POINTER;
+    }
+    *object = nullptr;
+    for (const IID& known : iids) {
+        if (iid == known || iid == IID_IUnknown) {
+            *object = self;
+            self->AddRef();
+            return S_OK;
+        }
+    }
+    return E_NOINTERFACE;
+}
 
 // Starts with one reference, for whoever made it; ends itself on the last Release.
 class ComObject {
@@ -38,18 +57,26 @@ private:
     std::atomic<ULONG> references_{1};
 };
 
+// Answered by the service's own objects only: how it reads what it is given
+// without going through (and logging) Get.
+extern const IID iidSimObject;
+
 // NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): only Release ends it
 class ClassObject final : public IWbemClassObject, public ComObject {
 public:
-    // A new object with one reference for the caller; absent values are left
-    // out, embedded objects made anew. `definition`: its methods, if any.
-    static ClassObject* create(std::shared_ptr<ServiceCore> core, std::wstring className,
-                               const PropertyValues& properties, std::shared_ptr<const ClassDef> definition,
-                               std::wstring instance, std::uint64_t delivery);
+    // With one reference for the caller (ServiceCore::makeObject makes them).
+    // `definition`: its methods, if any.
+    ClassObject(std::shared_ptr<ServiceCore> core, std::wstring className,
+                std::shared_ptr<const ClassDef> definition, std::wstring instance, std::uint64_t delivery,
+                PropertyValues properties);
     // The property's value, without the log and faults of Get.
     std::optional<Value> peek(const std::wstring& name) const;
 
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override;
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override
+    {
+        return queryInterface(static_cast<IWbemClassObject*>(this), iid, {IID_IWbemClassObject, iidSimObject},
+                              object);
+    }
     ULONG STDMETHODCALLTYPE AddRef() override { return addReference(); }
     ULONG STDMETHODCALLTYPE Release() override { return releaseReference(); }
 
@@ -84,9 +111,6 @@ public:
     SIM_NOT_SUPPORTED(GetMethodOrigin, LPCWSTR, BSTR*)
 
 private:
-    ClassObject(std::shared_ptr<ServiceCore> core, std::wstring className,
-                std::shared_ptr<const ClassDef> definition, std::wstring instance, std::uint64_t delivery,
-                PropertyValues properties);
     CallInfo call_(const char* call, const std::wstring& detail = {}) const;
 
     const std::wstring className_;
@@ -102,54 +126,29 @@ private:
 // The property `name` of `object` if it is one of the service's own, else nullopt.
 std::optional<Value> readProperty(IUnknown* object, const std::wstring& name);
 
-// IClientSecurity's vtable, declared here because the host layer lacks it.
-// Not derived from IUnknown: the SDK's IUnknown has a public destructor.
-struct ClientSecurityVtable {
-    virtual HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) = 0;
-    virtual ULONG STDMETHODCALLTYPE AddRef() = 0;
-    virtual ULONG STDMETHODCALLTYPE Release() = 0;
-    virtual HRESULT STDMETHODCALLTYPE QueryBlanket(IUnknown* proxy, DWORD* authnService, DWORD* authzService,
-                                                   OLECHAR** serverPrincipal, DWORD* authnLevel,
-                                                   DWORD* impLevel, void** authInfo, DWORD* capabilities)
-        = 0;
-    virtual HRESULT STDMETHODCALLTYPE SetBlanket(IUnknown* proxy, DWORD authnService, DWORD authzService,
-                                                 OLECHAR* serverPrincipal, DWORD authnLevel, DWORD impLevel,
-                                                 void* authInfo, DWORD capabilities)
-        = 0;
-    virtual HRESULT STDMETHODCALLTYPE CopyProxy(IUnknown* proxy, IUnknown** copy) = 0;
-
-protected:
-    ~ClientSecurityVtable() = default;
-};
-
 // NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): only Release ends it
-class Services final : public IWbemServices, public ClientSecurityVtable, public ComObject {
+class Services final : public IWbemServices, public IClientSecurity, public ComObject {
 public:
     explicit Services(std::shared_ptr<ServiceCore> core);
 
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override;
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override
+    {
+        return iid == IID_IClientSecurity
+            ? queryInterface(static_cast<IClientSecurity*>(this), iid, {IID_IClientSecurity}, object)
+            : queryInterface(static_cast<IWbemServices*>(this), iid, {IID_IWbemServices}, object);
+    }
     ULONG STDMETHODCALLTYPE AddRef() override { return addReference(); }
     ULONG STDMETHODCALLTYPE Release() override { return releaseReference(); }
 
     // In-process: there is no proxy whose security could change.
-    HRESULT STDMETHODCALLTYPE QueryBlanket(IUnknown* /*proxy*/, DWORD* /*authn*/, DWORD* /*authz*/,
-                                           OLECHAR** /*principal*/, DWORD* /*level*/,
-                                           DWORD* /*impersonation*/, void** /*info*/,
-                                           DWORD* /*capabilities*/) override
-    {
-        return E_NOTIMPL;
-    }
     HRESULT STDMETHODCALLTYPE SetBlanket(IUnknown* /*proxy*/, DWORD /*authn*/, DWORD /*authz*/,
                                          OLECHAR* /*principal*/, DWORD /*level*/, DWORD /*impersonation*/,
                                          void* /*info*/, DWORD /*capabilities*/) override
     {
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE CopyProxy(IUnknown* /*proxy*/, IUnknown** /*copy*/) override
-    {
-        return E_NOTIMPL;
-    }
-
+    SIM_NOT_SUPPORTED(QueryBlanket, IUnknown*, DWORD*, DWORD*, OLECHAR**, DWORD*, DWORD*, void**, DWORD*)
+    SIM_NOT_SUPPORTED(CopyProxy, IUnknown*, IUnknown**)
     HRESULT STDMETHODCALLTYPE GetObject(const BSTR objectPath, LONG flags, IWbemContext* context,
                                         IWbemClassObject** object, IWbemCallResult** callResult) override;
     HRESULT STDMETHODCALLTYPE ExecMethod(const BSTR objectPath, const BSTR methodName, LONG flags,
@@ -192,7 +191,10 @@ class Locator final : public IWbemLocator, public ComObject {
 public:
     explicit Locator(std::shared_ptr<ServiceCore> core) : ComObject(std::move(core), "Locator") { }
 
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override;
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override
+    {
+        return queryInterface(static_cast<IWbemLocator*>(this), iid, {IID_IWbemLocator}, object);
+    }
     ULONG STDMETHODCALLTYPE AddRef() override { return addReference(); }
     ULONG STDMETHODCALLTYPE Release() override { return releaseReference(); }
     HRESULT STDMETHODCALLTYPE ConnectServer(const BSTR networkResource, const BSTR user, const BSTR password,
@@ -206,7 +208,10 @@ class LocatorFactory final : public IClassFactory {
 public:
     explicit LocatorFactory(std::shared_ptr<ServiceCore> core) : core_(std::move(core)) { }
 
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override;
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override
+    {
+        return queryInterface(static_cast<IClassFactory*>(this), iid, {IID_IClassFactory}, object);
+    }
     ULONG STDMETHODCALLTYPE AddRef() override { return ++references_; }
     ULONG STDMETHODCALLTYPE Release() override;
     HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID iid, void** object) override;

@@ -7,9 +7,6 @@ namespace sim {
 
 namespace {
 
-// IID_IClientSecurity {0000013D-0000-0000-C000-000000000046}
-const IID iidClientSecurity = {0x0000013d, 0x0000, 0x0000, {0xc0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
-
 template <class T> void clearOut(T** out)
 {
     if (out != nullptr) {
@@ -22,35 +19,28 @@ std::wstring text(const BSTR value)
     return value != nullptr ? std::wstring(value, SysStringLen(value)) : std::wstring();
 }
 
-// A class name, and the instance of `InstanceName="name"` (the name verbatim up to the last quote).
+// A path or query as parsed: its class, and the instance of `InstanceName="name"`
+// (verbatim up to the last quote); `parsed` false when the text doesn't fit.
 struct Target {
+    bool parsed = false;
     std::wstring className;
     std::optional<std::wstring> instanceName;
+    std::wstring instance() const { return instanceName.value_or(L""); }
 };
 
-std::optional<Target> parse(const std::wregex& grammar, const std::wstring& text)
+// `Class` or `Class.InstanceName="name"` (`query`: `SELECT * FROM Class`,
+// optionally `WHERE InstanceName = "name"`); keywords ignore case.
+Target parse(const std::wstring& text, bool query)
 {
-    std::wsmatch match;
-    if (!std::regex_match(text, match, grammar)) {
-        return std::nullopt;
-    }
-    return Target{match[1], match[3].matched ? std::optional<std::wstring>(match[3]) : std::nullopt};
-}
-
-// `Class` or `Class.InstanceName="name"`.
-std::optional<Target> parsePath(const std::wstring& path)
-{
-    static const std::wregex grammar(LR"((\w+)(?:\.InstanceName=(["'])(.*)\2)?)", std::regex::icase);
-    return parse(grammar, path);
-}
-
-// `SELECT * FROM Class`, optionally `WHERE InstanceName = "name"`; keywords ignore case.
-std::optional<Target> parseQuery(const std::wstring& query)
-{
-    static const std::wregex grammar(
+    static const std::wregex path(LR"((\w+)(?:\.InstanceName=(["'])(.*)\2)?)", std::regex::icase);
+    static const std::wregex select(
         LR"(\s*SELECT\s+\*\s+FROM\s+(\w+)(?:\s+WHERE\s+InstanceName\s*=\s*(["'])(.*)\2)?\s*)",
         std::regex::icase);
-    return parse(grammar, query);
+    std::wsmatch match;
+    if (!std::regex_match(text, match, query ? select : path)) {
+        return {};
+    }
+    return {true, match[1], match[3].matched ? std::optional<std::wstring>(match[3]) : std::nullopt};
 }
 
 }  // namespace
@@ -62,23 +52,6 @@ Services::Services(std::shared_ptr<ServiceCore> core)
 {
 }
 
-HRESULT STDMETHODCALLTYPE Services::QueryInterface(REFIID iid, void** object)
-{
-    if (object == nullptr) {
-        return E_POINTER;
-    }
-    if (iid == IID_IUnknown || iid == IID_IWbemServices) {
-        *object = static_cast<IWbemServices*>(this);
-    } else if (iid == iidClientSecurity) {
-        *object = static_cast<ClientSecurityVtable*>(this);
-    } else {
-        *object = nullptr;
-        return E_NOINTERFACE;
-    }
-    AddRef();
-    return S_OK;
-}
-
 HRESULT STDMETHODCALLTYPE Services::GetObject(const BSTR objectPath, LONG /*flags*/,
                                               IWbemContext* /*context*/, IWbemClassObject** object,
                                               IWbemCallResult** callResult)
@@ -86,25 +59,19 @@ HRESULT STDMETHODCALLTYPE Services::GetObject(const BSTR objectPath, LONG /*flag
     clearOut(object);
     clearOut(callResult);
     const std::wstring path = text(objectPath);
-    const auto parsed = parsePath(path);
-    const std::wstring className = parsed ? parsed->className : L"";
-    const std::wstring instance = parsed ? parsed->instanceName.value_or(L"") : L"";
-    return core().serve({"GetObject", className, path, instance, true}, [&]() -> HRESULT {
-        if (!parsed || object == nullptr) {
+    const Target t = parse(path, false);
+    return core().serve({"GetObject", t.className, path, t.instance(), true}, [&]() -> HRESULT {
+        if (!t.parsed || object == nullptr) {
             return wbem(object == nullptr ? WBEM_E_INVALID_PARAMETER : WBEM_E_INVALID_OBJECT_PATH);
         }
-        if (!core().findClass(className)) {
+        if (!core().findClass(t.className)) {
             return wbem(WBEM_E_INVALID_CLASS);
         }
-        Object read{className, {}};
-        if (parsed->instanceName) {
-            auto values = core().instance(className, instance);
-            if (!values) {
-                return wbem(WBEM_E_NOT_FOUND);
-            }
-            read.properties = std::move(*values);
+        auto values = t.instanceName ? core().instance(t.className, t.instance()) : PropertyValues();
+        if (!values) {
+            return wbem(WBEM_E_NOT_FOUND);
         }
-        *object = core().makeObject(read, instance);
+        *object = core().makeObject({t.className, std::move(*values)}, t.instance());
         return S_OK;
     });
 }
@@ -116,16 +83,14 @@ HRESULT STDMETHODCALLTYPE Services::ExecMethod(const BSTR objectPath, const BSTR
     clearOut(outParams);
     clearOut(callResult);
     const std::wstring path = text(objectPath);
-    const auto parsed = parsePath(path);
-    const std::wstring className = parsed ? parsed->className : L"";
-    const std::wstring instance = parsed ? parsed->instanceName.value_or(L"") : L"";
-    const CallInfo info{"ExecMethod", className, (parsed ? className : path) + L"." + text(methodName),
-                        instance, true};
+    const Target t = parse(path, false);
+    const CallInfo info{"ExecMethod", t.className, (t.parsed ? t.className : path) + L"." + text(methodName),
+                        t.instance(), true};
     return core().serve(info, [&]() -> HRESULT {
-        if (!parsed) {
+        if (!t.parsed) {
             return wbem(WBEM_E_INVALID_OBJECT_PATH);
         }
-        const auto definition = core().findClass(className);
+        const auto definition = core().findClass(t.className);
         if (!definition) {
             return wbem(WBEM_E_INVALID_CLASS);
         }
@@ -136,14 +101,14 @@ HRESULT STDMETHODCALLTYPE Services::ExecMethod(const BSTR objectPath, const BSTR
         if (method == nullptr) {
             return wbem(WBEM_E_INVALID_METHOD);
         }
-        if (parsed->instanceName && !core().instance(className, instance)) {
+        if (t.instanceName && !core().instance(t.className, t.instance())) {
             return wbem(WBEM_E_NOT_FOUND);
         }
         const MethodHandler handler = core().handler(definition->name, method->name);
         if (!handler) {
             return wbem(WBEM_E_NOT_SUPPORTED);
         }
-        MethodCall call{definition->name, instance, method->name, {}, {}};
+        MethodCall call{definition->name, t.instance(), method->name, {}, {}};
         for (const std::wstring& name : method->in) {
             call.in.emplace_back(name, readProperty(inParams, name).value_or(Value()));
         }
@@ -167,27 +132,26 @@ HRESULT STDMETHODCALLTYPE Services::ExecNotificationQueryAsync(const BSTR queryL
                                                                IWbemObjectSink* responseHandler)
 {
     const std::wstring queryText = text(query);
-    const auto parsed = parseQuery(queryText);
-    const CallInfo info{"ExecNotificationQueryAsync", parsed ? parsed->className : L"", queryText,
-                        parsed ? parsed->instanceName.value_or(L"") : L"", true};
-    return core().serve(info, [&]() -> HRESULT {
-        if (responseHandler == nullptr) {
-            return wbem(WBEM_E_INVALID_PARAMETER);
-        }
-        if (!equalsNoCase(text(queryLanguage), L"WQL")) {
-            return wbem(WBEM_E_INVALID_QUERY_TYPE);
-        }
-        if (!parsed) {
-            return wbem(WBEM_E_INVALID_QUERY);
-        }
-        const auto definition = core().findClass(parsed->className);
-        if (!definition) {
-            return wbem(WBEM_E_INVALID_CLASS);
-        }
-        const bool held
-            = core().events.subscribe(connection_, definition->name, parsed->instanceName, responseHandler);
-        return held ? S_OK : wbem(WBEM_E_SHUTTING_DOWN);
-    });
+    const Target t = parse(queryText, true);
+    return core().serve(
+        {"ExecNotificationQueryAsync", t.className, queryText, t.instance(), true}, [&]() -> HRESULT {
+            if (responseHandler == nullptr) {
+                return wbem(WBEM_E_INVALID_PARAMETER);
+            }
+            if (!equalsNoCase(text(queryLanguage), L"WQL")) {
+                return wbem(WBEM_E_INVALID_QUERY_TYPE);
+            }
+            if (!t.parsed) {
+                return wbem(WBEM_E_INVALID_QUERY);
+            }
+            const auto definition = core().findClass(t.className);
+            if (!definition) {
+                return wbem(WBEM_E_INVALID_CLASS);
+            }
+            const bool held
+                = core().events.subscribe(connection_, definition->name, t.instanceName, responseHandler);
+            return held ? S_OK : wbem(WBEM_E_SHUTTING_DOWN);
+        });
 }
 
 HRESULT STDMETHODCALLTYPE Services::CancelAsyncCall(IWbemObjectSink* sink)
@@ -206,20 +170,6 @@ HRESULT STDMETHODCALLTYPE Services::CancelAsyncCall(IWbemObjectSink* sink)
 
 // ---- Locator and its factory ----------------------------------------------------
 
-HRESULT STDMETHODCALLTYPE Locator::QueryInterface(REFIID iid, void** object)
-{
-    if (object == nullptr) {
-        return E_POINTER;
-    }
-    if (iid != IID_IUnknown && iid != IID_IWbemLocator) {
-        *object = nullptr;
-        return E_NOINTERFACE;
-    }
-    *object = static_cast<IWbemLocator*>(this);
-    AddRef();
-    return S_OK;
-}
-
 HRESULT STDMETHODCALLTYPE Locator::ConnectServer(const BSTR networkResource, const BSTR /*user*/,
                                                  const BSTR /*password*/, const BSTR /*locale*/,
                                                  LONG /*securityFlags*/, const BSTR /*authority*/,
@@ -236,20 +186,6 @@ HRESULT STDMETHODCALLTYPE Locator::ConnectServer(const BSTR networkResource, con
         *services = new Services(sharedCore());
         return S_OK;
     });
-}
-
-HRESULT STDMETHODCALLTYPE LocatorFactory::QueryInterface(REFIID iid, void** object)
-{
-    if (object == nullptr) {
-        return E_POINTER;
-    }
-    if (iid != IID_IUnknown && iid != IID_IClassFactory) {
-        *object = nullptr;
-        return E_NOINTERFACE;
-    }
-    *object = static_cast<IClassFactory*>(this);
-    AddRef();
-    return S_OK;
 }
 
 ULONG STDMETHODCALLTYPE LocatorFactory::Release()

@@ -50,19 +50,18 @@ private:
         const HRESULT result = CoRegisterClassObject(CLSID_WbemLocator, factory, CLSCTX_INPROC_SERVER,
                                                      REGCLS_MULTIPLEUSE, &cookie_);
         factory->Release();  // the COM runtime holds its own reference while registered
-        registered_ = SUCCEEDED(result);
+        cookie_ = SUCCEEDED(result) ? cookie_ : 0;
         return result;
     }
     void revokeNow_()
     {
-        if (std::exchange(registered_, false)) {
-            CoRevokeClassObject(cookie_);
+        if (cookie_ != 0) {
+            CoRevokeClassObject(std::exchange(cookie_, 0));
         }
     }
 
     HRESULT result_ = E_FAIL;
-    DWORD cookie_ = 0;
-    bool registered_ = false;
+    DWORD cookie_ = 0;  // 0: not registered
     std::promise<void> stop_;
     std::thread thread_;
 };

@@ -7,18 +7,6 @@
 
 namespace sim {
 
-struct Value::Impl {
-    explicit Impl(VARTYPE vt) { variant.vt = vt; }
-    ~Impl() { VariantClear(&variant); }
-    Impl(const Impl&) = delete;
-    Impl& operator=(const Impl&) = delete;
-
-    VARIANT variant{};
-    std::optional<Object> object;
-    bool absent = false;
-    bool wide = false;  // 64-bit
-};
-
 namespace {
 
 // The size of an integer VARTYPE, 0 for the others.
@@ -44,6 +32,13 @@ std::size_t integerSize(VARTYPE vt)
     }
 }
 
+VARIANT typed(VARTYPE vt)
+{
+    VARIANT v{};
+    v.vt = vt;
+    return v;
+}
+
 }  // namespace
 
 void copyVariant(VARIANT& target, const VARIANT& source)
@@ -54,50 +49,53 @@ void copyVariant(VARIANT& target, const VARIANT& source)
     }
 }
 
-Value::Value() : impl_(std::make_shared<Impl>(VT_NULL))
+Value::Value() : Value(typed(VT_NULL))
 {
 }
 
-Value::Value(std::shared_ptr<const Impl> impl) : impl_(std::move(impl))
+Value::Value(const VARIANT& owned)
+    : variant_(new VARIANT(owned), [](const VARIANT* v) {
+          VariantClear(const_cast<VARIANT*>(v));
+          delete v;
+      })
 {
 }
 
 Value Value::null64()
 {
-    auto impl = std::make_shared<Impl>(VT_NULL);
-    impl->wide = true;
-    return Value(std::move(impl));
+    Value value;
+    value.wide_ = true;
+    return value;
 }
 
 Value Value::absent()
 {
-    auto impl = std::make_shared<Impl>(VT_EMPTY);
-    impl->absent = true;
-    return Value(std::move(impl));
+    Value value(typed(VT_EMPTY));
+    value.absent_ = true;
+    return value;
 }
 
 Value Value::string(const std::wstring& text)
 {
-    auto impl = std::make_shared<Impl>(VT_EMPTY);
-    impl->variant.bstrVal = SysAllocStringLen(text.data(), static_cast<UINT>(text.size()));
-    if (impl->variant.bstrVal == nullptr) {
+    VARIANT v = typed(VT_BSTR);
+    v.bstrVal = SysAllocStringLen(text.data(), static_cast<UINT>(text.size()));
+    if (v.bstrVal == nullptr) {
         throw std::bad_alloc();
     }
-    impl->variant.vt = VT_BSTR;
-    return Value(std::move(impl));
+    return Value(v);
 }
 
 Value Value::boolean(bool value)
 {
-    auto impl = std::make_shared<Impl>(VT_BOOL);
-    impl->variant.boolVal = value ? VARIANT_TRUE : VARIANT_FALSE;
-    return Value(std::move(impl));
+    VARIANT v = typed(VT_BOOL);
+    v.boolVal = value ? VARIANT_TRUE : VARIANT_FALSE;
+    return Value(v);
 }
 
 Value Value::uint64(std::uint64_t value)
 {
     Value text = string(std::to_wstring(value));
-    std::const_pointer_cast<Impl>(text.impl_)->wide = true;
+    text.wide_ = true;
     return text;
 }
 
@@ -106,64 +104,42 @@ Value Value::integer(VARTYPE vt, std::uint64_t bits)
     if (integerSize(vt) == 0) {
         throw std::invalid_argument("sim::Value::integer: not an integer VARIANT type");
     }
-    auto impl = std::make_shared<Impl>(vt);
-    impl->variant.ullVal = bits;  // the union's low bytes are each narrower member (little-endian)
-    return Value(std::move(impl));
+    VARIANT v = typed(vt);
+    v.ullVal = bits;  // the union's low bytes are each narrower member (little-endian)
+    return Value(v);
 }
 
 Value Value::array(VARTYPE elementType, const std::vector<std::uint64_t>& words)
 {
     const std::size_t size = integerSize(elementType);
-    SAFEARRAY* array
-        = size == 0 ? nullptr : SafeArrayCreateVector(elementType, 0, static_cast<ULONG>(words.size()));
-    if (array == nullptr) {
+    VARIANT v = typed(static_cast<VARTYPE>(VT_ARRAY | elementType));
+    v.parray = size == 0 ? nullptr : SafeArrayCreateVector(elementType, 0, static_cast<ULONG>(words.size()));
+    if (v.parray == nullptr) {
         throw std::invalid_argument("sim::Value::array: not an integer element type");
     }
     for (std::size_t i = 0; i < words.size(); ++i) {
-        std::memcpy(static_cast<unsigned char*>(array->pvData) + i * size, &words[i], size);
+        std::memcpy(static_cast<unsigned char*>(v.parray->pvData) + i * size, &words[i], size);
     }
-    auto impl = std::make_shared<Impl>(static_cast<VARTYPE>(VT_ARRAY | elementType));
-    impl->variant.parray = array;
-    return Value(std::move(impl));
+    return Value(v);
 }
 
 Value Value::object(Object object)
 {
-    auto impl = std::make_shared<Impl>(VT_EMPTY);
-    impl->object = std::move(object);
-    return Value(std::move(impl));
+    Value value(typed(VT_EMPTY));
+    value.object_ = std::make_shared<const Object>(std::move(object));
+    return value;
 }
 
 Value Value::raw(const VARIANT& value)
 {
-    auto impl = std::make_shared<Impl>(VT_EMPTY);
-    copyVariant(impl->variant, value);
-    return Value(std::move(impl));
-}
-
-bool Value::isAbsent() const
-{
-    return impl_->absent;
-}
-
-bool Value::is64() const
-{
-    return impl_->wide;
-}
-
-const VARIANT& Value::variant() const
-{
-    return impl_->variant;
-}
-
-const Object* Value::embedded() const
-{
-    return impl_->object ? &*impl_->object : nullptr;
+    VARIANT copy;
+    copyVariant(copy, value);
+    return Value(copy);
 }
 
 std::optional<std::wstring> Value::asString() const
 {
-    const VARIANT& v = impl_->variant;
+    const VARIANT& v = variant();
     if (v.vt != VT_BSTR) {
         return std::nullopt;
     }
@@ -172,7 +148,7 @@ std::optional<std::wstring> Value::asString() const
 
 std::optional<std::int64_t> Value::asInteger() const
 {
-    const VARIANT& v = impl_->variant;
+    const VARIANT& v = variant();
     if (const std::size_t size = integerSize(v.vt)) {
         const bool isSigned
             = v.vt == VT_I1 || v.vt == VT_I2 || v.vt == VT_I4 || v.vt == VT_INT || v.vt == VT_I8;

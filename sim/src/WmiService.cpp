@@ -8,28 +8,16 @@ namespace sim {
 
 namespace {
 
-[[noreturn]] void scriptingError(const std::string& what, const std::wstring& name)
-{
-    throw std::invalid_argument(what + ": " + narrow(name));
-}
-
-// The class's instances; the caller holds the core's lock.
-std::map<std::wstring, PropertyValues>& instancesOf(ServiceCore& core, const std::wstring& className)
+// The class's instances, and the one named `name` must be there too; the caller holds the core's lock.
+std::map<std::wstring, PropertyValues>& instancesOf(ServiceCore& core, const std::wstring& className,
+                                                    const std::wstring* name = nullptr)
 {
     const auto found = core.classes.find(className);
-    if (found == core.classes.end()) {
-        scriptingError("no such class", className);
+    if (found == core.classes.end() || (name != nullptr && found->second.instances.count(*name) == 0)) {
+        throw std::invalid_argument("no such class or instance: "
+                                    + narrow(className + L"." + (name ? *name : L"")));
     }
     return found->second.instances;
-}
-
-PropertyValues& instanceOf(ServiceCore& core, const std::wstring& className, const std::wstring& name)
-{
-    auto& instances = instancesOf(core, className);
-    if (instances.count(name) == 0) {
-        scriptingError("no such instance", className + L"." + name);
-    }
-    return instances[name];
 }
 
 }  // namespace
@@ -75,15 +63,14 @@ void WmiService::addInstance(const std::wstring& className, const std::wstring& 
 void WmiService::removeInstance(const std::wstring& className, const std::wstring& instanceName)
 {
     const std::lock_guard<std::mutex> guard(core_->lock);
-    instanceOf(*core_, className, instanceName);
-    instancesOf(*core_, className).erase(instanceName);
+    instancesOf(*core_, className, &instanceName).erase(instanceName);
 }
 
 void WmiService::setProperty(const std::wstring& className, const std::wstring& instanceName,
                              const std::wstring& name, Value value)
 {
     const std::lock_guard<std::mutex> guard(core_->lock);
-    setNamed(instanceOf(*core_, className, instanceName), name, std::move(value));
+    setNamed(instancesOf(*core_, className, &instanceName)[instanceName], name, std::move(value));
 }
 
 void WmiService::onMethod(const std::wstring& className, const std::wstring& method, MethodHandler handler)
@@ -165,7 +152,7 @@ void WmiService::holdDeliveries(HoldPoint point)
 
 void WmiService::releaseDeliveries()
 {
-    core_->events.release();
+    core_->events.hold(std::nullopt);
 }
 
 bool WmiService::waitForHeld(std::size_t count, std::chrono::milliseconds timeout) const

@@ -89,6 +89,24 @@ struct SOLE_AUTHENTICATION_SERVICE;
 using RPC_AUTH_IDENTITY_HANDLE = void*;
 using OLECHAR_PTR = WCHAR*;
 
+extern const IID IID_IClientSecurity;
+
+// What a proxy answers for CoSetProxyBlanket (this layer's CoSetProxyBlanket doesn't ask).
+struct IClientSecurity : IUnknown {
+    STDMETHOD(QueryBlanket)
+    (IUnknown* proxy, DWORD* authnService, DWORD* authzService, OLECHAR_PTR* serverPrincipal,
+     DWORD* authnLevel, DWORD* impLevel, void** authInfo, DWORD* capabilities)
+        = 0;
+    STDMETHOD(SetBlanket)
+    (IUnknown* proxy, DWORD authnService, DWORD authzService, OLECHAR_PTR serverPrincipal, DWORD authnLevel,
+     DWORD impLevel, void* authInfo, DWORD capabilities)
+        = 0;
+    STDMETHOD(CopyProxy)(IUnknown* proxy, IUnknown** copy) = 0;
+
+protected:
+    ~IClientSecurity() = default;
+};
+
 HRESULT CoInitializeEx(LPVOID reserved, DWORD coInit);
 void CoUninitialize();
 HRESULT CoInitializeSecurity(PSECURITY_DESCRIPTOR securityDescriptor, LONG authServiceCount,

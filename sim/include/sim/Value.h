@@ -40,21 +40,23 @@ public:
     static Value raw(const VARIANT& value);
 
     bool isNull() const { return variant().vt == VT_NULL; }
-    bool isAbsent() const;
-    bool is64() const;
+    bool isAbsent() const { return absent_; }
+    bool is64() const { return wide_; }
     // The VARIANT; VT_EMPTY for an embedded object and an absent value.
-    const VARIANT& variant() const;
-    const Object* embedded() const;  // the embedded object, or null
+    const VARIANT& variant() const { return *variant_; }
+    const Object* embedded() const { return object_.get(); }  // the embedded object, or null
 
     // Readers for method handlers: nullopt when the shape doesn't fit.
     std::optional<std::wstring> asString() const;  // VT_BSTR
     std::optional<std::int64_t> asInteger() const;  // integer VTs, or decimal VT_BSTR
 
-    struct Impl;  // opaque
-
 private:
-    explicit Value(std::shared_ptr<const Impl> impl);
-    std::shared_ptr<const Impl> impl_;
+    explicit Value(const VARIANT& owned);  // takes it over
+
+    std::shared_ptr<const VARIANT> variant_;  // cleared when the last copy goes
+    std::shared_ptr<const Object> object_;
+    bool absent_ = false;
+    bool wide_ = false;  // 64-bit
 };
 
 // Property values by name (ignoring case), in order.
