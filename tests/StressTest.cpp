@@ -31,7 +31,6 @@
 namespace {
 
 using namespace std::chrono_literals;
-using sim::ZtDriver;
 
 const wchar_t* const adapter = L"ZT 5G Network Adapter";
 const wchar_t* const listedId = L"PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_E4363C91&REV_02";

@@ -129,7 +129,7 @@ std::optional<Value> readProperty(IUnknown* object, const std::wstring& name);
 // NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): only Release ends it
 class Services final : public IWbemServices, public IClientSecurity, public ComObject {
 public:
-    explicit Services(std::shared_ptr<ServiceCore> core);
+    explicit Services(const std::shared_ptr<ServiceCore>& core);
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override
     {

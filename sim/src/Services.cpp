@@ -47,7 +47,7 @@ Target parse(const std::wstring& text, bool query)
 
 // ---- Services -------------------------------------------------------------------
 
-Services::Services(std::shared_ptr<ServiceCore> core)
+Services::Services(const std::shared_ptr<ServiceCore>& core)
     : ComObject(core, "Services"), connection_(core->newConnection())
 {
 }

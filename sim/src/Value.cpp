@@ -9,27 +9,25 @@ namespace sim {
 
 namespace {
 
-// The size of an integer VARTYPE, 0 for the others.
-std::size_t integerSize(VARTYPE vt)
+struct IntegerType {
+    unsigned size;
+    VARTYPE vt;
+    bool isSigned;
+};
+constexpr IntegerType integerTypes[] = {
+    {1, VT_I1, true},   {1, VT_UI1, false}, {2, VT_I2, true}, {2, VT_UI2, false}, {4, VT_I4, true},
+    {4, VT_UI4, false}, {4, VT_INT, true},  {8, VT_I8, true}, {8, VT_UI8, false}, {4, VT_UINT, false},
+};
+
+// The integer VARTYPE's size and sign; null for the other types.
+const IntegerType* integerType(VARTYPE vt)
 {
-    switch (vt) {
-    case VT_I1:
-    case VT_UI1:
-        return 1;
-    case VT_I2:
-    case VT_UI2:
-        return 2;
-    case VT_I4:
-    case VT_UI4:
-    case VT_INT:
-    case VT_UINT:
-        return 4;
-    case VT_I8:
-    case VT_UI8:
-        return 8;
-    default:
-        return 0;
+    for (const IntegerType& type : integerTypes) {
+        if (type.vt == vt) {
+            return &type;
+        }
     }
+    return nullptr;
 }
 
 VARIANT typed(VARTYPE vt)
@@ -101,7 +99,7 @@ Value Value::uint64(std::uint64_t value)
 
 Value Value::integer(VARTYPE vt, std::uint64_t bits)
 {
-    if (integerSize(vt) == 0) {
+    if (integerType(vt) == nullptr) {
         throw std::invalid_argument("sim::Value::integer: not an integer VARIANT type");
     }
     VARIANT v = typed(vt);
@@ -111,7 +109,8 @@ Value Value::integer(VARTYPE vt, std::uint64_t bits)
 
 Value Value::array(VARTYPE elementType, const std::vector<std::uint64_t>& words)
 {
-    const std::size_t size = integerSize(elementType);
+    const IntegerType* type = integerType(elementType);
+    const std::size_t size = type != nullptr ? type->size : 0;
     VARIANT v = typed(static_cast<VARTYPE>(VT_ARRAY | elementType));
     v.parray = size == 0 ? nullptr : SafeArrayCreateVector(elementType, 0, static_cast<ULONG>(words.size()));
     if (v.parray == nullptr) {
@@ -132,7 +131,7 @@ Value Value::object(Object object)
 
 Value Value::raw(const VARIANT& value)
 {
-    VARIANT copy;
+    VARIANT copy{};
     copyVariant(copy, value);
     return Value(copy);
 }
@@ -149,12 +148,11 @@ std::optional<std::wstring> Value::asString() const
 std::optional<std::int64_t> Value::asInteger() const
 {
     const VARIANT& v = variant();
-    if (const std::size_t size = integerSize(v.vt)) {
-        const bool isSigned
-            = v.vt == VT_I1 || v.vt == VT_I2 || v.vt == VT_I4 || v.vt == VT_INT || v.vt == VT_I8;
-        const unsigned shift = 64U - 8U * static_cast<unsigned>(size);
+    if (const IntegerType* type = integerType(v.vt)) {
+        const unsigned shift = 64U - 8U * type->size;
         const std::uint64_t bits = v.ullVal << shift;  // the value's bytes at the top
-        return isSigned ? static_cast<std::int64_t>(bits) >> shift : static_cast<std::int64_t>(bits >> shift);
+        return type->isSigned ? static_cast<std::int64_t>(bits) >> shift
+                              : static_cast<std::int64_t>(bits >> shift);
     }
     const auto digits = asString();
     if (!digits || digits->empty() || digits->find_first_not_of(L"0123456789") != std::wstring::npos) {

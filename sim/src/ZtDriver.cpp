@@ -51,7 +51,7 @@ struct ZtDriver::Core {
 
     // ---- What the adapter hands out (under `lock`) ----------------------------------
 
-    static Value field(const Adapter& a, ZtField which, Value normal)
+    static Value field(const Adapter& a, ZtField which, const Value& normal)
     {
         const auto found = a.overrides.find(which);
         return found != a.overrides.end() ? found->second : normal;

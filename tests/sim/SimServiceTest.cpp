@@ -80,8 +80,9 @@ protected:
                                    reinterpret_cast<void**>(locator.put())),
                   S_OK);
         const bstr ns(L"\\\\.\\ROOT\\wmi");
-        ASSERT_EQ(locator->ConnectServer(ns.get(), nullptr, nullptr, nullptr, 0, nullptr, nullptr, services_.put()),
-                  S_OK);
+        ASSERT_EQ(
+            locator->ConnectServer(ns.get(), nullptr, nullptr, nullptr, 0, nullptr, nullptr, services_.put()),
+            S_OK);
     }
     void TearDown() override
     {
@@ -179,7 +180,7 @@ TEST_F(SimServiceTest, eachFailureAnswersItsCodeAndHandsOutNothing)
         EXPECT_FALSE(out);
         return hr;
     };
-    const auto property = [&](std::function<HRESULT(VARIANT*)> call) {
+    const auto property = [&](const std::function<HRESULT(VARIANT*)>& call) {
         variant value;
         const HRESULT hr = call(value.put());
         EXPECT_EQ(value.vartype(), VT_EMPTY);
@@ -254,6 +255,46 @@ TEST_F(SimServiceTest, eachFailureAnswersItsCodeAndHandsOutNothing)
     service_.shutdown();
     EXPECT_EQ(get(adapterPath), WBEM_E_SHUTTING_DOWN);
     EXPECT_EQ(callsOf("GetObject"), 8) << "every call logged, failures included";
+}
+
+TEST_F(SimServiceTest, theLinkStateQueryRefusesAHeaderNdisWouldRefuse)
+{
+    using sim::Value;
+    const auto query = [&](const std::wstring& path, const sim::PropertyValues& objectHeader,
+                           const sim::PropertyValues& methodHeader) {
+        sim::PropertyValues header = methodHeader;
+        header.emplace_back(L"Header", Value::object({L"MSNdis_ObjectHeader", objectHeader}));
+        com_ptr<IWbemClassObject> in(
+            service_.makeObject(
+                {L"__PARAMETERS", {{L"Header", Value::object({L"MSNdis_WmiMethodHeader", header})}}}),
+            false);
+        const bstr p(path.c_str());
+        const bstr method(L"WmiQueryLinkState");
+        com_ptr<IWbemClassObject> out;
+        return services_->ExecMethod(p.get(), method.get(), 0, nullptr, in.get(), out.put(), nullptr);
+    };
+    const sim::PropertyValues sound{
+        {L"Revision", Value::uint8(1)}, {L"Type", Value::uint8(2)}, {L"Size", Value::uint32(32)}};
+    const sim::PropertyValues timeout{{L"Timeout", Value::uint32(5)}};
+    const std::wstring path = std::wstring(L"MSNdis_LinkState.InstanceName=\"") + adapter + L"\"";
+    const auto with = [&](std::size_t index, const Value& value) {
+        sim::PropertyValues changed = sound;
+        changed[index].second = value;
+        return changed;
+    };
+    EXPECT_EQ(query(path, sound, timeout), S_OK);
+    EXPECT_EQ(query(L"MSNdis_LinkState", sound, timeout), WBEM_E_INVALID_OBJECT_PATH);
+    EXPECT_EQ(query(L"MSNdis_LinkState.InstanceName=\"eth 9\"", sound, timeout), WBEM_E_NOT_FOUND);
+    EXPECT_EQ(query(path, sound, {}), WBEM_E_INVALID_PARAMETER) << "no Timeout";
+    for (const auto& bad : {with(0, Value::uint8(2)), with(1, Value::uint8(1)), with(2, Value::uint32(31)),
+                            with(2, Value::absent())}) {
+        EXPECT_EQ(query(path, bad, timeout), WBEM_E_INVALID_PARAMETER);
+    }
+    const bstr p(path.c_str());
+    const bstr method(L"WmiQueryLinkState");
+    EXPECT_EQ(services_->ExecMethod(p.get(), method.get(), 0, nullptr, nullptr, nullptr, nullptr),
+              WBEM_E_INVALID_METHOD_PARAMETERS);
+    EXPECT_EQ(ndis_->requests().size(), 8U) << "every call that reached the provider";
 }
 
 TEST_F(SimServiceTest, deliveriesRunOnTheServiceThreadsWithObjectsItReleases)
