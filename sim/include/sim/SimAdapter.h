@@ -48,10 +48,11 @@ public:
     ZtDriver& driver() { return *driver_; }  // only with settings.driverPresent
     // CoRegisterClassObject's result.
     HRESULT registration() const;
-    // Revokes the locator: later connections fail. Once.
+    // Revokes the locator: later connections fail.
     void revokeLocator();
-    // Ends the driver, the locator registration and the service, in that
-    // order: the service's delivery threads are joined when it returns. Once.
+    // Lets fired events be delivered (up to 10 s), then ends the driver, the
+    // locator registration and the service, in that order: the service's
+    // threads are joined when it returns. Later calls do nothing more.
     void stop();
 
     // Each change fires the events NDIS would, without waiting for them
