@@ -10,10 +10,10 @@
 
 namespace {
 
+// A value of type `vt` whose pointer is `pointer`; zeroed, it starts as VT_EMPTY.
 VARIANT holding(VARTYPE vt, void* pointer)
 {
     VARIANT v{};
-    VariantInit(&v);
     v.vt = vt;
     v.byref = pointer;
     return v;

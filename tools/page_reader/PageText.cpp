@@ -76,26 +76,16 @@ std::string narrow(const std::wstring& text)
 
 std::string quoted(const std::wstring& text)
 {
+    static const std::wstring special = L"\\\"\t\r\n";
+    static const std::wstring escapes = L"\\\"trn";
     std::wstring escaped = L"\"";
     for (const wchar_t c : text) {
-        switch (c) {
-        case L'\\':
-            escaped += L"\\\\";
-            break;
-        case L'"':
-            escaped += L"\\\"";
-            break;
-        case L'\t':
-            escaped += L"\\t";
-            break;
-        case L'\r':
-            escaped += L"\\r";
-            break;
-        case L'\n':
-            escaped += L"\\n";
-            break;
-        default:
+        const auto at = special.find(c);
+        if (at == std::wstring::npos) {
             escaped += c;
+        } else {
+            escaped += L'\\';
+            escaped += escapes[at];
         }
     }
     escaped += L'"';
