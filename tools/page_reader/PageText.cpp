@@ -58,12 +58,13 @@ std::string describeLine(const ListLine& line)
 
 std::string narrow(const std::wstring& text)
 {
+    using Traits = std::char_traits<wchar_t>;
     std::string out;
     for (std::size_t i = 0; i < text.size(); ++i) {
-        auto code = static_cast<std::uint32_t>(text[i]);
+        std::uint32_t code = Traits::to_int_type(text[i]);
         // A UTF-16 surrogate pair, where wchar_t has 16 bits.
         if (code >= 0xD800 && code < 0xDC00 && i + 1 < text.size()) {
-            const auto low = static_cast<std::uint32_t>(text[i + 1]);
+            const std::uint32_t low = Traits::to_int_type(text[i + 1]);
             if (low >= 0xDC00 && low < 0xE000) {
                 code = 0x10000 + ((code - 0xD800) << 10) + (low - 0xDC00);
                 ++i;
