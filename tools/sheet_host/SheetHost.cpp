@@ -412,8 +412,8 @@ void SheetHost::runStep_(const Step& step)
         const DWORD limit = args.size() > 1 ? millisecondsOf(args[1]) : awaitLimitMs;
         const auto start = std::chrono::steady_clock::now();
         while (pumpQueued_()) {
-            for (const auto& line : PageReader::listLines(diagPage_())) {
-                if (line.find(args[0]) != std::wstring::npos) {
+            for (const ListLine& line : reader_->screen(diagPage_()).lines) {
+                if (line.text.find(args[0]) != std::wstring::npos) {
                     settle_();
                     say("await-line " + quoted(args[0]) + ": seen");
                     return;
