@@ -1,6 +1,5 @@
 #include "wmi/NdisEventsSink.h"
 
-#include "ndis/NdisWmi.h"
 #include "trace/Trace.h"
 #include "wmi/WbemServices.h"
 #include "wmi/variant.h"
@@ -72,13 +71,13 @@ void NdisEventsSink::dispatch_(const std::wstring& className, const std::wstring
         return;  // the owner is gone or going
     }
     if (className == L"MSNdis_StatusMediaDisconnect") {
-        owner_->onMediaStateChanged_(instanceName, MediaConnectState::Disconnected);
+        owner_->onMediaDisconnected(instanceName);
     } else if (className == L"MSNdis_StatusMediaConnect") {
-        owner_->onMediaStateChanged_(instanceName, MediaConnectState::Connected);
+        owner_->onMediaConnected(instanceName);
     } else if (className == L"MSNdis_NotifyAdapterRemoval") {
-        owner_->onAdapterRemoved_(instanceName);
+        owner_->onAdapterRemoved(instanceName);
     } else if (className == L"MSNdis_NotifyAdapterArrival") {
-        owner_->onAdapterArrived_(instanceName);
+        owner_->onAdapterArrived(instanceName);
     }
 }
 
