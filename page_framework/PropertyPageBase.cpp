@@ -67,6 +67,17 @@ void PropertyPageBase::onInit_(HWND window)
 
 INT_PTR CALLBACK PropertyPageBase::dialogProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam)
 {
+    try {
+        return dispatch_(window, message, wParam, lParam);
+    } catch (...) {
+        // Only allocation can throw (texts, subscriptions); the sheet must not see it.
+        ZT_TRACE(0, "[!] PropertyPageBase: out of memory handling message %u", message);
+        return FALSE;
+    }
+}
+
+INT_PTR PropertyPageBase::dispatch_(HWND window, UINT message, WPARAM wParam, LPARAM lParam)
+{
     auto* page = reinterpret_cast<PropertyPageBase*>(GetWindowLongPtrW(window, DWLP_USER));
     switch (message) {
     case WM_INITDIALOG: {

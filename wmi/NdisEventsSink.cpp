@@ -22,6 +22,17 @@ HRESULT STDMETHODCALLTYPE NdisEventsSink::Indicate(LONG objectCount, IWbemClassO
     // The handlers may query the service on this thread, which belongs to the
     // service: their connection ends with this delivery.
     const BorrowedThreadScope borrowed;
+    try {
+        return indicate_(objectCount, objects);
+    } catch (...) {
+        // Only allocation can throw (names, callbacks); the service must not see it.
+        ZT_TRACE(0, "[!] NdisEventSink: out of memory, batch dropped");
+        return WBEM_S_NO_ERROR;
+    }
+}
+
+HRESULT NdisEventsSink::indicate_(LONG objectCount, IWbemClassObject** objects)
+{
     for (LONG i = 0; i < objectCount; ++i) {
         IWbemClassObject* object = objects[i];
         if (object == nullptr) {

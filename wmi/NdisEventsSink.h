@@ -15,6 +15,7 @@ class NdisEventsSink : public WbemSinkBase {
 public:
     explicit NdisEventsSink(NdisEventsOwner* owner) : owner_(owner) { }
 
+    // Lets no exception out: one drops the rest of the batch, with a trace line.
     HRESULT STDMETHODCALLTYPE Indicate(LONG objectCount, IWbemClassObject** objects) override;
     HRESULT STDMETHODCALLTYPE SetStatus(LONG flags, HRESULT result, BSTR param,
                                         IWbemClassObject* object) override;
@@ -25,6 +26,7 @@ public:
 
 private:
     ~NdisEventsSink() override = default;
+    HRESULT indicate_(LONG objectCount, IWbemClassObject** objects);
     void dispatch_(const std::wstring& className, const std::wstring& instanceName, IWbemClassObject* object);
 
     NdisEventsOwner* const owner_;
