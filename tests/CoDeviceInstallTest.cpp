@@ -227,6 +227,7 @@ TEST_F(CoDeviceInstallTest, listedDeviceGetsTheDiagnosticsPage)
     ASSERT_EQ(data.NumDynamicPages, 2U);
     const PROPSHEETPAGEW* page = host::pageDescription(data.DynamicPages[1]);
     ASSERT_NE(page, nullptr);
+    EXPECT_EQ(page->dwSize, 104U);
     EXPECT_EQ(page->pszTemplate, MAKEINTRESOURCEW(107));
     EXPECT_NE(page->dwFlags & PSP_USECALLBACK, 0U);
 }

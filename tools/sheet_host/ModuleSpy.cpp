@@ -1,5 +1,6 @@
 #include "tools/sheet_host/ModuleSpy.h"
 
+#include <algorithm>
 #include <cstring>
 #include <map>
 #include <mutex>
@@ -76,6 +77,10 @@ HPROPSHEETPAGE WINAPI spyCreatePropertySheetPage(LPCPROPSHEETPAGEW page)
     {
         const std::lock_guard<std::mutex> guard(spyState().lock);
         spyState().callbacks[page->lParam] = page->pfnCallback;
+        std::vector<UINT>& sizes = spyState().counts.descriptionSizes;
+        if (std::find(sizes.begin(), sizes.end(), page->dwSize) == sizes.end()) {
+            sizes.push_back(page->dwSize);
+        }
     }
     description->pfnCallback = spyPageCallback;
     HPROPSHEETPAGE handle = spyState().realCreatePage(description);

@@ -1,8 +1,8 @@
 // What the host sees of the module through two of its kernel32 imports, for
 // the output only: the lines it hands to OutputDebugStringA, and the life of
 // the sheet pages it creates through the late-bound CreatePropertySheetPageW
-// (each page's callback is wrapped to count PSPCB_CREATE and PSPCB_RELEASE
-// before the module's own callback runs).
+// (the size of each description, and each page's callback wrapped to count
+// PSPCB_CREATE and PSPCB_RELEASE before the module's own callback runs).
 #pragma once
 
 #include <memory>
@@ -18,6 +18,7 @@ public:
         int made = 0;  // sheet pages the module created
         int created = 0;  // PSPCB_CREATE seen
         int released = 0;  // PSPCB_RELEASE seen
+        std::vector<UINT> descriptionSizes;  // each size the module gave, in the order first seen
     };
 
     // Patches `module`'s imports of OutputDebugStringA and GetProcAddress. One

@@ -467,6 +467,11 @@ void SheetHost::teardown_()
         const ModuleSpy::PageCounts counts = spy_->pageCounts();
         say("dll pages: made " + std::to_string(counts.made) + ", created " + std::to_string(counts.created)
             + ", released " + std::to_string(counts.released));
+        std::string sizes;
+        for (const UINT size : counts.descriptionSizes) {
+            sizes += " " + std::to_string(size);
+        }
+        say("dll: page descriptions" + (sizes.empty() ? std::string(" none") : sizes + " bytes"));
     }
     sim::WmiService& service = adapter_->service();
     service.drain(std::chrono::seconds(10));
