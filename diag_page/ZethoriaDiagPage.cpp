@@ -33,6 +33,13 @@ ZethoriaDiagPage::~ZethoriaDiagPage()
         ZT_TRACE(3, "~ZethoriaDiagPage(): waiting diagnostics thread to complete");
         diagThread_.join();
     }
+    // Loaded unshared for this page; the sheet has destroyed the dialog, so no
+    // static shows them any more.
+    for (HICON icon : {iconOk_, iconUnknown_, iconHigh_}) {
+        if (icon != nullptr) {
+            DestroyIcon(icon);
+        }
+    }
 }
 
 bool ZethoriaDiagPage::ready_() const

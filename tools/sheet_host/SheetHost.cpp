@@ -471,7 +471,10 @@ void SheetHost::teardown_()
         for (const UINT size : counts.descriptionSizes) {
             sizes += " " + std::to_string(size);
         }
-        say("dll: page descriptions" + (sizes.empty() ? std::string(" none") : sizes + " bytes"));
+        const ModuleSpy::IconCounts icons = spy_->iconCounts();
+        say("dll: page descriptions" + (sizes.empty() ? std::string(" none") : sizes + " bytes")
+            + "; icons loaded " + std::to_string(icons.loaded) + ", destroyed "
+            + std::to_string(icons.destroyed));
     }
     sim::WmiService& service = adapter_->service();
     service.drain(std::chrono::seconds(10));
