@@ -69,6 +69,7 @@ void ZethoriaDiagPage::onCableDiagDone_(bool success)
         resultsList_.addLine(L"An error occurred", DiagResultsList::ImageError);
     }
     enable_(IDC_RUN_DIAG, true);
+    offersCableTest_ = true;  // Results shown
     updateCableControls_();
     if (std::exchange(refreshOwed_, false) && !(ready_() && cableDiagSupported_())) {
         // The adapter went away (or changed firmware) during the run: the page

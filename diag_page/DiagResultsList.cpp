@@ -39,7 +39,7 @@ DiagResultsList::DiagResultsList()
 
 DiagResultsList::~DiagResultsList()
 {
-    if (images_ != nullptr) {
+    if (images_ != nullptr && list_ == nullptr) {
         commonControls().imageListDestroy(images_);
     }
 }
@@ -49,6 +49,8 @@ void DiagResultsList::attach(HWND dialog)
     parent_ = dialog;
     list_ = GetDlgItem(dialog, IDC_RESULTS_LIST);
     SendMessageW(list_, LVM_SETEXTENDEDLISTVIEWSTYLE, 0, LVS_EX_FULLROWSELECT | LVS_EX_DOUBLEBUFFER);
+    // The list view has no LVS_SHAREIMAGELISTS: from here it owns the image list
+    // and destroys it with itself.
     SendMessageW(list_, LVM_SETIMAGELIST, LVSIL_SMALL, reinterpret_cast<LPARAM>(images_));
     // No header is shown; the first layout gives the width.
     wchar_t title[] = L"Property";

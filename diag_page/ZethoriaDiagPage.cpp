@@ -33,6 +33,13 @@ ZethoriaDiagPage::~ZethoriaDiagPage()
         ZT_TRACE(3, "~ZethoriaDiagPage(): waiting diagnostics thread to complete");
         diagThread_.join();
     }
+    // Loaded unshared for this page; the sheet has destroyed the dialog, so no
+    // static shows them any more.
+    for (HICON icon : {iconOk_, iconUnknown_, iconHigh_}) {
+        if (icon != nullptr) {
+            DestroyIcon(icon);
+        }
+    }
 }
 
 bool ZethoriaDiagPage::ready_() const
@@ -84,9 +91,11 @@ void ZethoriaDiagPage::refreshDevice_()
     enable_(IDC_CABLE_CATEGORY, false);
     updateLinkInfo_();
     updateHealth_();
+    offersCableTest_ = false;
     if (ready_()) {
         SetTimer(hwnd_, TEMPERATURE_TIMER_ID, temperaturePeriod, nullptr);
         if (cableDiagSupported_()) {
+            offersCableTest_ = true;
             enable_(IDC_RUN_DIAG, true);
             updateCableControls_();
             return;
@@ -154,11 +163,10 @@ void ZethoriaDiagPage::onNicMediaStateChanged_(MediaConnectState /*state*/)
     if (mediaChangeCount_ > 1) {
         resultsList_.clear();
     }
-    // Only Idle and Results shown (the run button enabled) offer the cable
-    // controls. The adapter object can't tell: a not-ready one may report
-    // supporting firmware, and an arriving one is ready before its arrival
-    // reaches the page.
-    if (IsWindowEnabled(GetDlgItem(hwnd_, IDC_RUN_DIAG)) != FALSE && cableDiagSupported_()) {
+    // Only Idle and Results shown offer the cable controls. The adapter object
+    // can't tell: a not-ready one may report supporting firmware, and an
+    // arriving one is ready before its arrival reaches the page.
+    if (offersCableTest_ && cableDiagSupported_()) {
         updateCableControls_();
     }
 }

@@ -101,13 +101,13 @@ TEST_F(CoDeviceInstallTest, hardwareIdDecidesWhetherTheDeviceGetsThePage)
     const Case cases[] = {
         {"listed id alone", {listedId}, true},
         {"last row of the table", {lastListedId}, true},
-        {"listed id behind others", {L"PCI\\VEN_1234&DEV_0001", L"PCI\\VEN_7E5C&DEV_C3E1", listedId}, true},
+        {"listed id behind others", {L"PCI\\VEN_3A9D&DEV_0001", L"PCI\\VEN_7E5C&DEV_C3E1", listedId}, true},
         {"lower case", {L"pci\\ven_7e5c&dev_c3e1&subsys_e4363c91&rev_02"}, false},
         {"without revision", {L"PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_E4363C91"}, false},
         {"without subsystem", {L"PCI\\VEN_7E5C&DEV_C3E1&REV_02"}, false},
         {"other revision", {L"PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_E4363C91&REV_03"}, false},
         {"listed id with a tail", {std::wstring(listedId) + L"&X"}, false},
-        {"other vendor", {L"PCI\\VEN_8086&DEV_15B8&SUBSYS_00008086&REV_02"}, false},
+        {"other vendor", {L"PCI\\VEN_6E3A&DEV_0F41&SUBSYS_00006E3A&REV_02"}, false},
         {"no hardware ids", {}, false},
     };
     for (const auto& c : cases) {
@@ -212,6 +212,7 @@ TEST_F(CoDeviceInstallTest, listedDeviceGetsTheDiagnosticsPage)
     ASSERT_EQ(data.NumDynamicPages, 2U);
     const PROPSHEETPAGEW* page = host::pageDescription(data.DynamicPages[1]);
     ASSERT_NE(page, nullptr);
+    EXPECT_EQ(page->dwSize, 104U);
     EXPECT_EQ(page->pszTemplate, MAKEINTRESOURCEW(107));
     EXPECT_NE(page->dwFlags & PSP_USECALLBACK, 0U);
 }
@@ -248,7 +249,7 @@ TEST_F(CoDeviceInstallTest, pageThatCannotBeStoredIsReleasedWithItsObject)
 
 TEST_F(CoDeviceInstallTest, failedStoreForAnUnlistedDeviceIsReportedToo)
 {
-    host::setDeviceStringList(device_, DEVPKEY_Device_HardwareIds, {L"PCI\\VEN_1234"});
+    host::setDeviceStringList(device_, DEVPKEY_Device_HardwareIds, {L"PCI\\VEN_3A9D"});
     host::failSetClassInstallParams(ERROR_INVALID_USER_BUFFER);
     EXPECT_EQ(install(), ERROR_INVALID_USER_BUFFER);
     const auto messages = tracedMessages();

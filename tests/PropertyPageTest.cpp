@@ -136,13 +136,16 @@ TEST_F(PropertyPageTest, dialogProcedureDispatch)
             {0x400, 0, 0, 0, {}},
             {0x401, 0, 0, 42, {"user 1025"}},
             {0x466, 0, 0, 0, {"user 1126"}},
+            {0x4FF, 0, 0, 0, {"user 1279"}},  // throws
             {0x0200, 0, 0, 0, {}},
         };
+        host::clearDebugOutput();
         for (const auto& c : live) {
             calls.clear();
             EXPECT_EQ(sheet.send(c.message, c.wParam, c.lParam), c.result) << "message " << c.message;
             EXPECT_EQ(calls, c.calls) << "message " << c.message;
         }
+        EXPECT_EQ(tracedMessages(), Calls{"[!] PropertyPageBase: out of memory handling message 1279"});
         sheet.release();
         endThreadWbemServices();
     });

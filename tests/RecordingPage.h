@@ -4,6 +4,7 @@
 #pragma once
 
 #include <atomic>
+#include <new>
 #include <string>
 #include <utility>
 #include <vector>
@@ -31,6 +32,9 @@ protected:
     INT_PTR onUserMessage_(UINT message, WPARAM, LPARAM) override
     {
         record_("user " + std::to_string(message));
+        if (message == 0x4FF) {
+            throw std::bad_alloc();  // what an allocation in a handler may do
+        }
         return message == 0x466 ? 0 : 42;
     }
     void onInitDialog_() override { record_("init"); }

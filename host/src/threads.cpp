@@ -188,6 +188,13 @@ int createThreadCalls()
     return t.createCalls;
 }
 
+int liveThreadHandles()
+{
+    auto& t = threads();
+    const std::lock_guard<std::mutex> guard(t.lock);
+    return static_cast<int>(t.handles.size());
+}
+
 void resetThreads()
 {
     auto& t = threads();
