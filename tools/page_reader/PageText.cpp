@@ -23,19 +23,6 @@ void appendUtf8(std::string& out, std::uint32_t code)
     }
 }
 
-std::string iconName(int resourceId)
-{
-    if (resourceId == 0) {
-        return "none";
-    }
-    for (const IconName& icon : moduleIcons()) {
-        if (icon.resourceId == resourceId) {
-            return icon.name;
-        }
-    }
-    return "other";
-}
-
 std::string imageName(int index)
 {
     if (index >= 0 && index < static_cast<int>(sizeof imageNames / sizeof imageNames[0])) {
@@ -91,6 +78,19 @@ std::string quoted(const std::wstring& text)
     }
     escaped += L'"';
     return narrow(escaped);
+}
+
+std::string iconName(int resourceId)
+{
+    if (resourceId == 0) {
+        return "none";
+    }
+    for (const IconName& icon : moduleIcons()) {
+        if (icon.resourceId == resourceId) {
+            return icon.name;
+        }
+    }
+    return "other";
 }
 
 const std::vector<IconName>& moduleIcons()

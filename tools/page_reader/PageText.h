@@ -19,6 +19,8 @@ struct IconName {
     const char* name;
 };
 const std::vector<IconName>& moduleIcons();
+// The name of a module icon by resource id: "none" for 0, "other" for no match.
+std::string iconName(int resourceId);
 
 // Each line starts with two blanks: the link and health groups, the detail line,
 // the category controls, the run button, then the list's lines with their images.

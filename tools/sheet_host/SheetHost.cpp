@@ -433,7 +433,7 @@ void SheetHost::runStep_(const Step& step)
         std::string text = "list images:";
         for (int i = 0; images != nullptr && i < ImageList_GetImageCount(images); ++i) {
             HICON icon = ImageList_GetIcon(images, i, ILD_NORMAL);
-            text += " " + icons_->name(icon);
+            text += " " + iconName(icons_->resourceId(icon));
             DestroyIcon(icon);
         }
         say(text);
