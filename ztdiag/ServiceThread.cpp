@@ -1,26 +1,45 @@
 #include "ztdiag/ServiceThread.h"
 
+#include <atomic>
 #include <exception>
 
 #include "trace/Trace.h"
 #include "wmi/WbemServices.h"
 
+namespace {
+std::atomic<int> runningThreads{0};
+}  // namespace
+
 ServiceThread::ServiceThread(std::function<void()> work) : status_(std::make_shared<Status>())
 {
-    thread_ = std::thread([status = status_, work = std::move(work)] {
-        bool succeeded = true;
-        try {
-            work();
-        } catch (const std::exception&) {
-            ZT_TRACE(0, "[!] ztdiag service thread: out of memory");
-            succeeded = false;
-        }
-        endThreadWbemServices();
-        const std::lock_guard<std::mutex> guard(status->lock);
-        status->ended = true;
-        status->succeeded = succeeded;
-        status->changed.notify_all();
-    });
+    ++runningThreads;
+    try {
+        thread_ = std::thread([status = status_, work = std::move(work)] {
+            bool succeeded = true;
+            try {
+                work();
+            } catch (const std::exception&) {
+                ZT_TRACE(0, "[!] ztdiag service thread: out of memory");
+                succeeded = false;
+            }
+            endThreadWbemServices();
+            {
+                const std::lock_guard<std::mutex> guard(status->lock);
+                status->ended = true;
+                status->succeeded = succeeded;
+                status->changed.notify_all();
+            }
+            --runningThreads;
+        });
+    } catch (...) {
+        --runningThreads;
+        throw;
+    }
+}
+
+int ServiceThread::running()
+{
+    return runningThreads;
 }
 
 ServiceThread::~ServiceThread()

@@ -27,6 +27,11 @@ public:
     // False if the work ended by an exception (out of memory).
     bool succeeded();
 
+    // Threads started and not yet through with their work and their COM use,
+    // those left to themselves included: what must end before the service
+    // may go away (a test waits for 0).
+    static int running();
+
 private:
     struct Status {
         std::mutex lock;
