@@ -1,6 +1,7 @@
 #include "diag_page/ZethoriaDiagPage.h"
 
 #include "installer/ModuleRecord.h"
+#include "nic/AdapterTexts.h"
 #include "nic/ZtNic.h"
 #include "resources/resource.h"
 #include "trace/Trace.h"
@@ -100,8 +101,7 @@ void ZethoriaDiagPage::refreshDevice_()
             updateCableControls_();
             return;
         }
-        resultsList_.addLine(L"Current version of firmware doesn't support cable diagnostics",
-                             DiagResultsList::ImageWarning);
+        resultsList_.addLine(firmwareUnsupportedText, DiagResultsList::ImageWarning);
         return;
     }
     showDeviceStatus_();

@@ -21,9 +21,6 @@
 constexpr UINT WM_CABLE_DIAG_DONE = WM_USER + 1;
 constexpr UINT_PTR TEMPERATURE_TIMER_ID = 1101;
 
-// The text of a link speed in bits per second; "<unknown>" for any other value.
-const wchar_t* linkSpeedText(std::uint64_t speed);
-
 class ZethoriaDiagPage : public PropertyPageBase {
 public:
     ZethoriaDiagPage();

@@ -57,6 +57,10 @@ std::uint64_t clockNow();
 // windows: at most one pending per timer, the next period counted from then.
 void advanceClock(std::uint64_t milliseconds);
 
+// What GetLocalTime answers from now on; Tuesday, 14 May 2024, 09:30:00.000
+// after reset. The test clock doesn't move it.
+void setLocalTime(const SYSTEMTIME& time);
+
 struct TimerInfo {
     UINT_PTR id;
     UINT period;
