@@ -40,17 +40,29 @@ elseif(ZTPROP_SANITIZER)
   message(FATAL_ERROR "ZTPROP_SANITIZER must be address, thread or fuzzer")
 endif()
 
-# The DLL: no runtime DLL of the toolchain, ASLR with high-entropy addresses,
-# DEP, unused sections dropped.
-function(ztprop_dll_link_options target)
-  set_target_properties(${target} PROPERTIES PREFIX "")
+# Code of the Windows images: each function and datum in a section of its own,
+# so that the link drops what the image doesn't use.
+function(ztprop_section_options target)
+  if(NOT MSVC)
+    target_compile_options(${target} PRIVATE -ffunction-sections -fdata-sections)
+  endif()
+endfunction()
+
+# The Windows images (the DLL, the console tool): no runtime DLL of the
+# toolchain, ASLR with high-entropy addresses, DEP, unused sections dropped.
+function(ztprop_image_link_options target)
   if(MSVC)
     set_target_properties(${target} PROPERTIES MSVC_RUNTIME_LIBRARY "MultiThreaded")
     target_link_options(${target} PRIVATE /DYNAMICBASE /HIGHENTROPYVA /NXCOMPAT)
   else()
-    target_compile_options(${target} PRIVATE -ffunction-sections -fdata-sections)
+    ztprop_section_options(${target})
     target_link_options(${target} PRIVATE -static -static-libgcc -static-libstdc++
                         -Wl,--dynamicbase,--high-entropy-va,--nxcompat,--gc-sections
                         $<$<CONFIG:Release>:-s>)
   endif()
+endfunction()
+
+function(ztprop_dll_link_options target)
+  set_target_properties(${target} PROPERTIES PREFIX "")
+  ztprop_image_link_options(${target})
 endfunction()

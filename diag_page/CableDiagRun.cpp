@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "diag_page/ZethoriaDiagPage.h"
+#include "nic/AdapterTexts.h"
 #include "nic/ZtNic.h"
 #include "resources/resource.h"
 #include "trace/Trace.h"
@@ -69,6 +70,7 @@ void ZethoriaDiagPage::onCableDiagDone_(bool success)
         resultsList_.addLine(L"An error occurred", DiagResultsList::ImageError);
     }
     enable_(IDC_RUN_DIAG, true);
+    offersCableTest_ = true;  // Results shown
     updateCableControls_();
     if (std::exchange(refreshOwed_, false) && !(ready_() && cableDiagSupported_())) {
         // The adapter went away (or changed firmware) during the run: the page
@@ -79,12 +81,8 @@ void ZethoriaDiagPage::onCableDiagDone_(bool success)
 
 void ZethoriaDiagPage::showResults_(const std::vector<ZtPairInfo>& results)
 {
-    bool faulty = false;
-    for (const ZtPairInfo& pair : results) {
-        faulty = faulty || pair.status != ZtPairInfo::good;
-    }
-    if (!faulty) {
-        resultsList_.addLine(L"The overall status of cable is good", DiagResultsList::ImageOk);
+    if (!hasFaultyPair(results)) {
+        resultsList_.addLine(cableGoodText, DiagResultsList::ImageOk);
         return;
     }
     resultsList_.addLine(L"Diagnostics results by pairs:", DiagResultsList::ImageBlank);

@@ -1,10 +1,10 @@
 #include "diag_page/DiagResultsList.h"
 
 #include "installer/ModuleRecord.h"
+#include "nic/AdapterTexts.h"
 #include "nic/ZtPairInfo.h"
 #include "page_framework/CommonControls.h"
 #include "resources/resource.h"
-#include "trace/FormatString.h"
 
 namespace {
 
@@ -39,7 +39,7 @@ DiagResultsList::DiagResultsList()
 
 DiagResultsList::~DiagResultsList()
 {
-    if (images_ != nullptr) {
+    if (images_ != nullptr && list_ == nullptr) {
         commonControls().imageListDestroy(images_);
     }
 }
@@ -49,6 +49,8 @@ void DiagResultsList::attach(HWND dialog)
     parent_ = dialog;
     list_ = GetDlgItem(dialog, IDC_RESULTS_LIST);
     SendMessageW(list_, LVM_SETEXTENDEDLISTVIEWSTYLE, 0, LVS_EX_FULLROWSELECT | LVS_EX_DOUBLEBUFFER);
+    // The list view has no LVS_SHAREIMAGELISTS: from here it owns the image list
+    // and destroys it with itself.
     SendMessageW(list_, LVM_SETIMAGELIST, LVSIL_SMALL, reinterpret_cast<LPARAM>(images_));
     // No header is shown; the first layout gives the width.
     wchar_t title[] = L"Property";
@@ -78,13 +80,7 @@ void DiagResultsList::addLine(const std::wstring& text, Image image)
 
 void DiagResultsList::addPairLine(const ZtPairInfo& pair)
 {
-    const std::wstring name = pair.pairName();
-    const std::wstring status = pair.statusString();
-    std::wstring line = formatString(L"Pair %s: %s", name.c_str(), status.c_str());
-    if (pair.status != ZtPairInfo::good) {
-        line += formatString(L", distance %d meters", static_cast<int>(pair.distance));
-    }
-    addLine(line, pair.status == ZtPairInfo::good ? ImageOk : ImageError);
+    addLine(pairResultText(pair), pair.status == ZtPairInfo::good ? ImageOk : ImageError);
 }
 
 void DiagResultsList::setCableLength(std::uint32_t meters, bool reportFailure)
@@ -92,9 +88,9 @@ void DiagResultsList::setCableLength(std::uint32_t meters, bool reportFailure)
     std::wstring text;
     Image image = ImageOk;
     if (meters != 0) {
-        text = formatString(L"Approx cable length: %d meters", static_cast<int>(meters));
+        text = cableLengthText(meters);
     } else if (reportFailure) {
-        text = L"Unable to determine cable length";
+        text = cableLengthUnknownText;
         image = ImageWarning;
     } else {
         return;

@@ -1,6 +1,6 @@
 // The page's list of result and status lines: a one-column list view with a
-// small image before each line. Owns its image list; used on the dialog's
-// thread only.
+// small image before each line. Owns its image list until attach() hands it
+// to the list view; used on the dialog's thread only.
 #pragma once
 
 #include <cstdint>

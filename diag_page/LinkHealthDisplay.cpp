@@ -1,15 +1,13 @@
 // The link and health groups, and the line that tells why an adapter isn't ready.
 #include "diag_page/ZethoriaDiagPage.h"
 #include "installer/ModuleRecord.h"
+#include "nic/AdapterTexts.h"
 #include "nic/ZtNic.h"
 #include "resources/resource.h"
-#include "trace/FormatString.h"
 #include "trace/Trace.h"
 
 namespace {
 
-constexpr double temperatureLimit = 100.0;
-constexpr DWORD problemDisabled = 22;  // CM_PROB_DISABLED
 constexpr int problemCodeReads = 20;
 constexpr DWORD problemCodeWait = 20;
 
@@ -28,11 +26,6 @@ bool chordDown()
     return isDown(chordLetter) && isDown(chordModifier) && GetKeyState(chordSecondModifier) != 0;
 }
 
-std::wstring temperatureText(bool present, double value)
-{
-    return present ? formatString(L"%g\u00B0C", value) : std::wstring(L"<?>\u00B0C");
-}
-
 DWORD problemCode()
 {
     const std::shared_ptr<DevPropertiesReader> reader = moduleRecord.currentReader();
@@ -41,33 +34,16 @@ DWORD problemCode()
 
 }  // namespace
 
-const wchar_t* linkSpeedText(std::uint64_t speed)
-{
-    static constexpr struct {
-        std::uint64_t speed;
-        const wchar_t* text;
-    } speeds[] = {
-        {10000000ULL, L"10.0 Mbps"},  {100000000ULL, L"100.0 Mbps"}, {1000000000ULL, L"1.0 Gbps"},
-        {2500000000ULL, L"2.5 Gbps"}, {5000000000ULL, L"5.0 Gbps"},  {10000000000ULL, L"10.0 Gbps"},
-    };
-    for (const auto& entry : speeds) {
-        if (entry.speed == speed) {
-            return entry.text;
-        }
-    }
-    return L"<unknown>";
-}
-
 void ZethoriaDiagPage::updateLinkInfo_()
 {
     std::wstring speedText = L"Speed ";
     const HWND icon = GetDlgItem(hwnd_, IDC_LINK_ICON);
     if (nic_ && nic_->mediaState() == MediaConnectState::Connected) {
-        SetDlgItemTextW(hwnd_, IDC_LINK_STATUS, L"Connected");
+        SetDlgItemTextW(hwnd_, IDC_LINK_STATUS, mediaStateText(MediaConnectState::Connected));
         SendMessageW(icon, STM_SETICON, reinterpret_cast<WPARAM>(iconOk_), 0);
         speedText += linkSpeedText(nic_->linkSpeed());
     } else {
-        SetDlgItemTextW(hwnd_, IDC_LINK_STATUS, L"Disconnected");
+        SetDlgItemTextW(hwnd_, IDC_LINK_STATUS, mediaStateText(MediaConnectState::Disconnected));
         SendMessageW(icon, STM_SETICON, reinterpret_cast<WPARAM>(iconUnknown_), 0);
         speedText += L"<unknown>";
     }
@@ -85,16 +61,14 @@ void ZethoriaDiagPage::updateHealth_()
     if (ready_()) {
         thermal = nic_->getThermalInfo();
     }
-    if ((thermal.flags & (ZtThermalInfo::phyValid | ZtThermalInfo::macValid)) == 0) {
-        // Not ready, or the read failed: nothing is known, which isn't "high".
-        SetDlgItemTextW(hwnd_, IDC_TEMPERATURE, L"Temperature <unknown>");
+    const TemperatureHealth health = temperatureHealth(thermal);
+    if (health == TemperatureHealth::Unknown) {
+        SetDlgItemTextW(hwnd_, IDC_TEMPERATURE, temperatureHealthText(health));
         SendMessageW(icon, STM_SETICON, reinterpret_cast<WPARAM>(iconUnknown_), 0);
-    } else if (thermal.macTemperature <= temperatureLimit || thermal.phyTemperature <= temperatureLimit) {
-        SendMessageW(icon, STM_SETICON, reinterpret_cast<WPARAM>(iconOk_), 0);
-        SetDlgItemTextW(hwnd_, IDC_TEMPERATURE, L"Temperature is ok");
     } else {
-        SendMessageW(icon, STM_SETICON, reinterpret_cast<WPARAM>(iconHigh_), 0);
-        SetDlgItemTextW(hwnd_, IDC_TEMPERATURE, L"Temperature is high");
+        SendMessageW(icon, STM_SETICON,
+                     reinterpret_cast<WPARAM>(health == TemperatureHealth::Ok ? iconOk_ : iconHigh_), 0);
+        SetDlgItemTextW(hwnd_, IDC_TEMPERATURE, temperatureHealthText(health));
     }
     if (showTemperatures_) {
         const std::wstring line = L"PHY: "
@@ -111,13 +85,5 @@ void ZethoriaDiagPage::showDeviceStatus_()
     for (int reads = 1; problemCode() == 0 && reads < problemCodeReads; ++reads) {
         Sleep(problemCodeWait);
     }
-    const DWORD code = problemCode();
-    if (code == problemDisabled) {
-        resultsList_.addLine(L"Device is disabled", DiagResultsList::ImageWarning);
-    } else if (code == 0) {
-        resultsList_.addLine(L"Unable to query device", DiagResultsList::ImageWarning);
-    } else {
-        resultsList_.addLine(formatString(L"Device has a problem (code %d)", static_cast<int>(code)),
-                             DiagResultsList::ImageWarning);
-    }
+    resultsList_.addLine(deviceStatusText(problemCode()), DiagResultsList::ImageWarning);
 }

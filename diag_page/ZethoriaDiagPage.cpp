@@ -1,6 +1,7 @@
 #include "diag_page/ZethoriaDiagPage.h"
 
 #include "installer/ModuleRecord.h"
+#include "nic/AdapterTexts.h"
 #include "nic/ZtNic.h"
 #include "resources/resource.h"
 #include "trace/Trace.h"
@@ -32,6 +33,13 @@ ZethoriaDiagPage::~ZethoriaDiagPage()
     if (diagThread_.registered()) {
         ZT_TRACE(3, "~ZethoriaDiagPage(): waiting diagnostics thread to complete");
         diagThread_.join();
+    }
+    // Loaded unshared for this page; the sheet has destroyed the dialog, so no
+    // static shows them any more.
+    for (HICON icon : {iconOk_, iconUnknown_, iconHigh_}) {
+        if (icon != nullptr) {
+            DestroyIcon(icon);
+        }
     }
 }
 
@@ -84,15 +92,16 @@ void ZethoriaDiagPage::refreshDevice_()
     enable_(IDC_CABLE_CATEGORY, false);
     updateLinkInfo_();
     updateHealth_();
+    offersCableTest_ = false;
     if (ready_()) {
         SetTimer(hwnd_, TEMPERATURE_TIMER_ID, temperaturePeriod, nullptr);
         if (cableDiagSupported_()) {
+            offersCableTest_ = true;
             enable_(IDC_RUN_DIAG, true);
             updateCableControls_();
             return;
         }
-        resultsList_.addLine(L"Current version of firmware doesn't support cable diagnostics",
-                             DiagResultsList::ImageWarning);
+        resultsList_.addLine(firmwareUnsupportedText, DiagResultsList::ImageWarning);
         return;
     }
     showDeviceStatus_();
@@ -154,11 +163,10 @@ void ZethoriaDiagPage::onNicMediaStateChanged_(MediaConnectState /*state*/)
     if (mediaChangeCount_ > 1) {
         resultsList_.clear();
     }
-    // Only Idle and Results shown (the run button enabled) offer the cable
-    // controls. The adapter object can't tell: a not-ready one may report
-    // supporting firmware, and an arriving one is ready before its arrival
-    // reaches the page.
-    if (IsWindowEnabled(GetDlgItem(hwnd_, IDC_RUN_DIAG)) != FALSE && cableDiagSupported_()) {
+    // Only Idle and Results shown offer the cable controls. The adapter object
+    // can't tell: a not-ready one may report supporting firmware, and an
+    // arriving one is ready before its arrival reaches the page.
+    if (offersCableTest_ && cableDiagSupported_()) {
         updateCableControls_();
     }
 }

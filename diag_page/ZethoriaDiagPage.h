@@ -1,8 +1,9 @@
 // The "ZT Diagnostics" page: link and health groups, the cable test with its
 // category choice, and the results list. Made by the page factory, deleted at
 // PSPCB_RELEASE; every operation but the worker's body runs on the dialog's
-// thread. Its mode is never stored: it follows from the adapter, the worker's
-// registration, the media event count and the list.
+// thread. Its mode follows from the adapter, the worker's registration, the
+// media event count and the list; of it the page keeps only whether it offers
+// the cable test.
 #pragma once
 
 #include <cstdint>
@@ -19,9 +20,6 @@
 // Posted by the worker at the end of a run: wParam 1 success, 0 failure.
 constexpr UINT WM_CABLE_DIAG_DONE = WM_USER + 1;
 constexpr UINT_PTR TEMPERATURE_TIMER_ID = 1101;
-
-// The text of a link speed in bits per second; "<unknown>" for any other value.
-const wchar_t* linkSpeedText(std::uint64_t speed);
 
 class ZethoriaDiagPage : public PropertyPageBase {
 public:
@@ -68,6 +66,10 @@ private:
     HICON iconUnknown_ = nullptr;
     HICON iconHigh_ = nullptr;
     bool showTemperatures_ = false;
+    // The mode the page last settled in is Idle or Results shown (or Running
+    // from there): the run button is the page's to offer. Not read back from
+    // the button, whose state another program may change.
+    bool offersCableTest_ = false;
     // An arrival or removal that came during a run, carried out after it.
     bool refreshOwed_ = false;
 };

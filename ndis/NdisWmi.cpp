@@ -110,16 +110,26 @@ void NdisWmi::invoke_(const Callback& callback, const Args&... args)
     }
 }
 
-void NdisWmi::onAdapterArrived_(const std::wstring& instanceName)
+void NdisWmi::onAdapterArrived(const std::wstring& instanceName)
 {
     ZT_TRACE(3, "NdisWmi: adapter arrived '%S'", instanceName.c_str());
     invoke_(adapterArrivedCallback_, instanceName);
 }
 
-void NdisWmi::onAdapterRemoved_(const std::wstring& instanceName)
+void NdisWmi::onAdapterRemoved(const std::wstring& instanceName)
 {
     ZT_TRACE(3, "NdisWmi: adapter removed '%S'", instanceName.c_str());
     invoke_(adapterRemovedCallback_, instanceName);
+}
+
+void NdisWmi::onMediaConnected(const std::wstring& instanceName)
+{
+    onMediaStateChanged_(instanceName, MediaConnectState::Connected);
+}
+
+void NdisWmi::onMediaDisconnected(const std::wstring& instanceName)
+{
+    onMediaStateChanged_(instanceName, MediaConnectState::Disconnected);
 }
 
 void NdisWmi::onMediaStateChanged_(const std::wstring& instanceName, MediaConnectState state)

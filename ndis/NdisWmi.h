@@ -9,13 +9,15 @@
 #include <mutex>
 #include <string>
 
-#include "ndis/CallGate.h"
 #include "ndis/MediaConnectState.h"
+#include "wmi/CallGate.h"
+#include "wmi/NdisEventsOwner.h"
 #include "wmi/NdisEventsSink.h"
 #include "wmi/WbemClassObject.h"
 #include "wmi/com_ptr.h"
 
-class NdisWmi {
+// Its sink calls the NdisEventsOwner handlers; nothing else is to.
+class NdisWmi : public NdisEventsOwner {
 public:
     using AdapterCallback = std::function<void(const std::wstring& instanceName)>;
     using MediaCallback = std::function<void(const std::wstring& instanceName, MediaConnectState state)>;
@@ -23,7 +25,7 @@ public:
     explicit NdisWmi(const wchar_t* instance);
     NdisWmi(const NdisWmi&) = delete;
     NdisWmi& operator=(const NdisWmi&) = delete;
-    ~NdisWmi();
+    virtual ~NdisWmi();
 
     // Binds the three callbacks; events before this find none and are dropped.
     // Safe while deliveries run.
@@ -37,10 +39,10 @@ public:
     MediaConnectState mediaConnectState() const;
 
 private:
-    friend class NdisEventsSink;
-
-    void onAdapterArrived_(const std::wstring& instanceName);
-    void onAdapterRemoved_(const std::wstring& instanceName);
+    void onAdapterArrived(const std::wstring& instanceName) override;
+    void onAdapterRemoved(const std::wstring& instanceName) override;
+    void onMediaConnected(const std::wstring& instanceName) override;
+    void onMediaDisconnected(const std::wstring& instanceName) override;
     void onMediaStateChanged_(const std::wstring& instanceName, MediaConnectState state);
     void registerForNotifications_();
     WbemClassObject getLinkStateData_() const;

@@ -41,10 +41,13 @@ bool ZtNic::cableDiag_(std::vector<ZtPairInfo>& results)
         ZT_TRACE(1, "result type %d", static_cast<int>(returnValue.vartype()));
     }
     const variant& diagRes = out[L"diagRes"];
+    IUnknown* const unknown = diagRes.vartype() == VT_UNKNOWN ? diagRes.get().punkVal : nullptr;
     IWbemClassObject* embedded = nullptr;
-    if (diagRes.vartype() != VT_UNKNOWN || diagRes.get().punkVal == nullptr
-        || FAILED(diagRes.get().punkVal->QueryInterface(IID_IWbemClassObject,
-                                                        reinterpret_cast<void**>(&embedded)))) {
+    // An object that holds no interface is one with no properties: the parse
+    // finds no "pairs" in its empty wrapper.
+    if (diagRes.vartype() != VT_UNKNOWN
+        || (unknown != nullptr
+            && FAILED(unknown->QueryInterface(IID_IWbemClassObject, reinterpret_cast<void**>(&embedded))))) {
         ZT_TRACE(0, "[!] 'diagRes' property not found or has invalid type");
         return false;
     }
@@ -142,9 +145,11 @@ ZtThermalInfo ZtNic::getThermalInfo()
     }
     IUnknown* thermalUnknown = nullptr;
     IWbemClassObject* thermalObject = nullptr;
-    if (!diagnostics.getObjectProperty(L"thermalInfo", &thermalUnknown) || thermalUnknown == nullptr
-        || FAILED(
-            thermalUnknown->QueryInterface(IID_IWbemClassObject, reinterpret_cast<void**>(&thermalObject)))) {
+    // No interface is an object with no properties: the reads below say so.
+    if (!diagnostics.getObjectProperty(L"thermalInfo", &thermalUnknown)
+        || (thermalUnknown != nullptr
+            && FAILED(thermalUnknown->QueryInterface(IID_IWbemClassObject,
+                                                     reinterpret_cast<void**>(&thermalObject))))) {
         ZT_TRACE(0, "[!] Couldn't get thermalInfo object");
         return {};
     }

@@ -22,6 +22,9 @@ struct ZtPairInfo {
     std::wstring pairName() const;
     // The status in words, e.g. "open circuit" or "connected to another pair (B)".
     std::wstring statusString() const;
+    // The letter of the pair this one is connected to (status 1 to 3 on pairs
+    // A to D); empty for any other status or pair.
+    std::wstring partnerName() const;
 
     std::int32_t pairIndex;
     std::uint8_t status;

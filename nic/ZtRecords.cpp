@@ -48,6 +48,12 @@ const wchar_t* const otherPairLetters[4][4] = {
     {L"D", L"A", L"B", L"C"},
 };
 
+std::wstring ZtPairInfo::partnerName() const
+{
+    const bool crossed = status >= 1 && status <= 3;
+    return crossed && pairIndex >= 0 && pairIndex < 4 ? otherPairLetters[pairIndex][status] : L"";
+}
+
 std::wstring ZtPairInfo::statusString() const
 {
     std::int32_t index = pairIndex;

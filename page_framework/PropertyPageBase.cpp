@@ -1,5 +1,7 @@
 #include "page_framework/PropertyPageBase.h"
 
+#include <cstddef>
+
 #include "installer/ModuleRecord.h"
 #include "installer/PropSheetPageProc.h"
 #include "nic/ZtNic.h"
@@ -8,14 +10,29 @@
 #include "trace/Trace.h"
 
 namespace {
+
 constexpr WORD diagnosticsDialog = 107;
-}
+
+// The platform's full description since Windows Vista: the fields up to the
+// activation context, then the header bitmap, 104 bytes on x64. Headers that
+// declare less (mingw-w64's ends with the context, at 96) get the rest as zeroes.
+constexpr std::size_t pageDescriptionSize = offsetof(PROPSHEETPAGEW, hActCtx) + 2 * sizeof(HANDLE);
+constexpr std::size_t tailSize
+    = pageDescriptionSize > sizeof(PROPSHEETPAGEW) ? pageDescriptionSize - sizeof(PROPSHEETPAGEW) : 1;
+struct PageDescription {
+    PROPSHEETPAGEW page;
+    BYTE tail[tailSize];
+};
+static_assert(sizeof(PageDescription) >= pageDescriptionSize, "the description's bytes are all there");
+
+}  // namespace
 
 PropertyPageBase::PropertyPageBase()
 {
     ZT_TRACE(1, "Initializing the property page");
-    PROPSHEETPAGEW page{};
-    page.dwSize = sizeof page;
+    PageDescription description{};
+    PROPSHEETPAGEW& page = description.page;
+    page.dwSize = pageDescriptionSize;
     page.dwFlags = PSP_USECALLBACK;  // the tab's title comes from the template
     page.hInstance = moduleRecord.moduleInstance;
     page.pszTemplate = MAKEINTRESOURCEW(diagnosticsDialog);
@@ -66,6 +83,17 @@ void PropertyPageBase::onInit_(HWND window)
 }
 
 INT_PTR CALLBACK PropertyPageBase::dialogProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam)
+{
+    try {
+        return dispatch_(window, message, wParam, lParam);
+    } catch (...) {
+        // Only allocation can throw (texts, subscriptions); the sheet must not see it.
+        ZT_TRACE(0, "[!] PropertyPageBase: out of memory handling message %u", message);
+        return FALSE;
+    }
+}
+
+INT_PTR PropertyPageBase::dispatch_(HWND window, UINT message, WPARAM wParam, LPARAM lParam)
 {
     auto* page = reinterpret_cast<PropertyPageBase*>(GetWindowLongPtrW(window, DWLP_USER));
     switch (message) {

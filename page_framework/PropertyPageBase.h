@@ -30,6 +30,7 @@ public:
     // The adapter object this page shows; set once the sheet builds the page.
     void setNic(std::shared_ptr<ZtNic> nic) { nic_ = std::move(nic); }
 
+    // Lets no exception out: one ends the message with FALSE and a trace line.
     static INT_PTR CALLBACK dialogProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
 
 protected:
@@ -47,6 +48,7 @@ protected:
     std::shared_ptr<ZtNic> nic_;
 
 private:
+    static INT_PTR dispatch_(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
     void onInit_(HWND window);
 
     HPROPSHEETPAGE pageHandle_ = nullptr;

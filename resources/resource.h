@@ -2,6 +2,12 @@
 // Plain #defines only, so that the resource compiler reads this file as well.
 #pragma once
 
+// The version block's version, for ztprop.rc, ztdiag.rc and ztdiag --version.
+#define ZTPROP_VERSION_NUMBERS 2, 2, 3, 0
+#define ZTPROP_VERSION_TEXT "2.2.3.0"
+#define ZTPROP_COMPANY "Norvalis Corporation"
+#define ZTPROP_PRODUCT "Norvalis Kestrune Network Adapter"
+
 // Icons.
 #define IDI_RESULT_OK 102
 #define IDI_RESULT_ERROR 104

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "RecordingPage.h"
 #include "TraceCapture.h"
 #include "host/HostPlatform.h"
 #include "installer/ModuleRecord.h"
@@ -13,30 +14,14 @@ using Messages = std::vector<std::string>;
 const wchar_t* const listedId = L"PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_E4363C91&REV_02";
 const wchar_t* const lastListedId = L"PCI\\VEN_7E5C&DEV_93F4&SUBSYS_0B217E5C&REV_02";
 
-// A page object on the real page base: its sheet page's release callback
-// deletes it, as with the diagnostics page. Counts the live objects.
-class TestPage : public PropertyPageBase {
-public:
-    static inline int live = 0;
-    TestPage() { ++live; }
-    ~TestPage() override { --live; }
-
-protected:
-    void onSize_(int, int) override { }
-    void onCommandClicked_(WPARAM) override { }
-    INT_PTR onUserMessage_(UINT, WPARAM, LPARAM) override { return 0; }
-    void onInitDialog_() override { }
-    void onCommandNotify_(WPARAM) override { }
-};
-
 std::unique_ptr<PropertyPageBase> pageWithSheetPage()
 {
-    return std::make_unique<TestPage>();
+    return std::make_unique<RecordingPage>();
 }
 std::unique_ptr<PropertyPageBase> pageWithoutSheetPage()
 {
     host::failCreatePropertySheetPage(ERROR_NOT_ENOUGH_MEMORY);
-    auto page = std::make_unique<TestPage>();
+    auto page = std::make_unique<RecordingPage>();
     host::failCreatePropertySheetPage(0);
     return page;
 }
@@ -57,7 +42,7 @@ protected:
 
     void SetUp() override
     {
-        TestPage::live = 0;
+        RecordingPage::live = 0;
         moduleRecord.deviceReader.reset();
         givePages(0);
         host::setDeviceUint32(device_, DEVPKEY_Device_ProblemCode, 0);
@@ -65,7 +50,7 @@ protected:
     void TearDown() override
     {
         host::destroyAllPropertySheetPages();
-        EXPECT_EQ(TestPage::live, 0) << "every page object is owned by exactly one sheet page";
+        EXPECT_EQ(RecordingPage::live, 0) << "every page object is owned by exactly one sheet page";
         moduleRecord.deviceReader.reset();
     }
 
@@ -116,18 +101,18 @@ TEST_F(CoDeviceInstallTest, hardwareIdDecidesWhetherTheDeviceGetsThePage)
     const Case cases[] = {
         {"listed id alone", {listedId}, true},
         {"last row of the table", {lastListedId}, true},
-        {"listed id behind others", {L"PCI\\VEN_1234&DEV_0001", L"PCI\\VEN_7E5C&DEV_C3E1", listedId}, true},
+        {"listed id behind others", {L"PCI\\VEN_3A9D&DEV_0001", L"PCI\\VEN_7E5C&DEV_C3E1", listedId}, true},
         {"lower case", {L"pci\\ven_7e5c&dev_c3e1&subsys_e4363c91&rev_02"}, false},
         {"without revision", {L"PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_E4363C91"}, false},
         {"without subsystem", {L"PCI\\VEN_7E5C&DEV_C3E1&REV_02"}, false},
         {"other revision", {L"PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_E4363C91&REV_03"}, false},
         {"listed id with a tail", {std::wstring(listedId) + L"&X"}, false},
-        {"other vendor", {L"PCI\\VEN_8086&DEV_15B8&SUBSYS_00008086&REV_02"}, false},
+        {"other vendor", {L"PCI\\VEN_6E3A&DEV_0F41&SUBSYS_00006E3A&REV_02"}, false},
         {"no hardware ids", {}, false},
     };
     for (const auto& c : cases) {
         host::reset();
-        TestPage::live = 0;
+        RecordingPage::live = 0;
         givePages(2);
         host::setDeviceUint32(device_, DEVPKEY_Device_ProblemCode, 0);
         if (!c.ids.empty()) {
@@ -140,7 +125,7 @@ TEST_F(CoDeviceInstallTest, hardwareIdDecidesWhetherTheDeviceGetsThePage)
         EXPECT_EQ(data.DynamicPages[0], earlierPage(0)) << c.what;
         EXPECT_EQ(data.DynamicPages[1], earlierPage(1)) << c.what;
         EXPECT_EQ(data.DynamicPages[2] != nullptr, c.listed) << c.what;
-        EXPECT_EQ(TestPage::live, c.listed ? 1 : 0) << c.what;
+        EXPECT_EQ(RecordingPage::live, c.listed ? 1 : 0) << c.what;
         const auto messages = tracedMessages();
         const bool toldUnsupported
             = std::find(messages.begin(), messages.end(), "NIC doesn't support cable diagnostics feature")
@@ -227,6 +212,7 @@ TEST_F(CoDeviceInstallTest, listedDeviceGetsTheDiagnosticsPage)
     ASSERT_EQ(data.NumDynamicPages, 2U);
     const PROPSHEETPAGEW* page = host::pageDescription(data.DynamicPages[1]);
     ASSERT_NE(page, nullptr);
+    EXPECT_EQ(page->dwSize, 104U);
     EXPECT_EQ(page->pszTemplate, MAKEINTRESOURCEW(107));
     EXPECT_NE(page->dwFlags & PSP_USECALLBACK, 0U);
 }
@@ -237,7 +223,7 @@ TEST_F(CoDeviceInstallTest, pageObjectWithoutSheetPageIsDeleted)
     for (const PageFactory factory : {pageWithoutSheetPage, noPage}) {
         host::clearDebugOutput();
         EXPECT_EQ(addPage(factory), ERROR_OUTOFMEMORY);
-        EXPECT_EQ(TestPage::live, 0);
+        EXPECT_EQ(RecordingPage::live, 0);
         EXPECT_EQ(tracedMessages().back(), "[!] Failed to create/init diagnostics property page object");
     }
     EXPECT_EQ(host::setClassInstallParamsCalls(), 0);
@@ -250,7 +236,7 @@ TEST_F(CoDeviceInstallTest, pageThatCannotBeStoredIsReleasedWithItsObject)
     host::failSetClassInstallParams(ERROR_NOT_ENOUGH_MEMORY);
     EXPECT_EQ(addPage(pageWithSheetPage), ERROR_NOT_ENOUGH_MEMORY);
     EXPECT_EQ(host::livePropertySheetPages(), 0);
-    EXPECT_EQ(TestPage::live, 0);
+    EXPECT_EQ(RecordingPage::live, 0);
     const auto messages = tracedMessages();
     const auto failed
         = std::find(messages.begin(), messages.end(), "[!] SetupDiSetClassInstallParams() failed, code 8");
@@ -263,7 +249,7 @@ TEST_F(CoDeviceInstallTest, pageThatCannotBeStoredIsReleasedWithItsObject)
 
 TEST_F(CoDeviceInstallTest, failedStoreForAnUnlistedDeviceIsReportedToo)
 {
-    host::setDeviceStringList(device_, DEVPKEY_Device_HardwareIds, {L"PCI\\VEN_1234"});
+    host::setDeviceStringList(device_, DEVPKEY_Device_HardwareIds, {L"PCI\\VEN_3A9D"});
     host::failSetClassInstallParams(ERROR_INVALID_USER_BUFFER);
     EXPECT_EQ(install(), ERROR_INVALID_USER_BUFFER);
     const auto messages = tracedMessages();
@@ -286,7 +272,7 @@ TEST_F(CoDeviceInstallTest, eachRequestReplacesTheReaderWithOneForItsDevice)
     EXPECT_EQ(addPage(pageWithSheetPage), NO_ERROR);
     EXPECT_EQ(moduleRecord.deviceReader->getAdapterName(), L"first");
     EXPECT_EQ(addPage(pageWithSheetPage), NO_ERROR);
-    EXPECT_EQ(TestPage::live, 2) << "two requests, two page objects";
+    EXPECT_EQ(RecordingPage::live, 2) << "two requests, two page objects";
     EXPECT_EQ(addPropertyPageAdvanced(host::deviceInfoSet(), &second, pageWithSheetPage), NO_ERROR);
     EXPECT_EQ(moduleRecord.deviceReader->getAdapterName(), L"second");
 }

@@ -360,6 +360,23 @@ TEST_F(NdisWmiTest, sinkTracesTheClassesItHasNoRowForAndCallsNothing)
     EXPECT_TRUE(seen.get().empty());
 }
 
+TEST_F(NdisWmiTest, anExceptionInAHandlerStaysInTheSink)
+{
+    onNewThread([&] {
+        NdisWmi monitor(adapter);
+        monitor.bindCallbacks(nullptr, nullptr, [](const std::wstring&, MediaConnectState) {
+            throw std::bad_alloc();  // as an allocation in a callback does
+        });
+        const com_ptr<NdisEventsSink> sink(new NdisEventsSink(&monitor), false);
+        com_ptr<IWbemClassObject> event = threadWbemServices().createInstance(L"MSNdis_StatusMediaConnect");
+        IWbemClassObject* batch[] = {event.get()};
+        host::clearDebugOutput();
+        EXPECT_EQ(sink->Indicate(1, batch), WBEM_S_NO_ERROR);
+        const auto messages = tracedMessages();
+        EXPECT_EQ(messages.back(), "[!] NdisEventSink: out of memory, batch dropped");
+    });
+}
+
 TEST_F(NdisWmiTest, batchStopsAtAnObjectWithoutClass)
 {
     Seen seen;

@@ -1,41 +1,16 @@
-// A property sheet with the diagnostics page on a simulated adapter, driven and
-// read back the way a user would: clicks, picks, timer ticks, and what the
-// controls show. Runs on the thread that makes it (the dialog's thread).
+// A property sheet with the diagnostics page on a simulated adapter, driven the
+// way a user would (clicks, picks, timer ticks) and read back by the page reader.
+// Runs on the thread that makes it (the dialog's thread).
 #pragma once
 
 #include <chrono>
 #include <functional>
 #include <memory>
-#include <optional>
-#include <string>
-#include <vector>
 
 #include "host/HostWindows.h"
 #include "platform.h"
-
-// One line of the results list: its text and the image before it.
-struct ListLine {
-    std::wstring text;
-    int image;
-    bool operator==(const ListLine& other) const { return text == other.text && image == other.image; }
-};
-std::ostream& operator<<(std::ostream& out, const ListLine& line);
-
-// Everything the page shows, read through the platform's own calls.
-struct PageScreen {
-    std::wstring linkStatus;
-    std::wstring speed;
-    int linkIcon = 0;  // resource id of the icon shown, 0 for none
-    std::wstring temperature;
-    int healthIcon = 0;
-    std::wstring detail;
-    bool detailVisible = false;
-    std::vector<ListLine> lines;
-    bool runEnabled = false;
-    bool categoryLabelEnabled = false;
-    bool categoryEnabled = false;
-    std::wstring category;  // the selected row's text, empty for none
-};
+#include "tools/page_reader/PageScreen.h"
+#include "tools/page_reader/PageText.h"
 
 class PageSheet {
 public:

@@ -30,15 +30,6 @@ bool isResultLine(const ListLine& line)
         || startsWith(line.text, L"Pair ");
 }
 
-std::string narrow(const std::wstring& text)
-{
-    std::string out;
-    for (const wchar_t c : text) {
-        out += c < 0x80 ? static_cast<char>(c) : '?';
-    }
-    return out;
-}
-
 }  // namespace
 
 bool temperatureTimerRunning(HWND page)
@@ -62,8 +53,7 @@ std::string modeViolation(const PageScreen& s, bool timerRunning)
     const ListLine& first = s.lines.front();
     const auto only = [&](bool run, bool timer, const char* mode) -> std::string {
         if (s.lines.size() != 1) {
-            return std::string(mode) + ": more than its one line, last \"" + narrow(s.lines.back().text)
-                + "\"";
+            return std::string(mode) + ": more than its one line, last " + quoted(s.lines.back().text);
         }
         if (s.runEnabled != run) {
             return std::string(mode) + ": run button " + (s.runEnabled ? "enabled" : "disabled");
@@ -87,10 +77,10 @@ std::string modeViolation(const PageScreen& s, bool timerRunning)
     }
     // Idle or Results shown: the button is back, the timer runs.
     if (!s.runEnabled) {
-        return "\"" + narrow(first.text) + "\" shown with the run button disabled";
+        return quoted(first.text) + " shown with the run button disabled";
     }
     if (!timerRunning) {
-        return "\"" + narrow(first.text) + "\" shown without the timer";
+        return quoted(first.text) + " shown without the timer";
     }
     if (first.text == L"Failed to start cable diagnostics") {
         return s.lines.size() == 1 ? std::string() : "lines after the failed start";
@@ -98,7 +88,7 @@ std::string modeViolation(const PageScreen& s, bool timerRunning)
     const auto results = std::find_if_not(s.lines.begin(), s.lines.end(), isResultLine);
     const auto rest = static_cast<std::size_t>(s.lines.end() - results);
     if (rest > 1 || (rest == 1 && !isLengthLine(*results))) {
-        return "unexpected line \"" + narrow(results->text) + "\"";
+        return "unexpected line " + quoted(results->text);
     }
     return {};
 }

@@ -1,14 +1,13 @@
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <thread>
 
+#include "RecordingPage.h"
 #include "WmiFixture.h"
 #include "host/HostWindows.h"
 #include "installer/ModuleRecord.h"
 #include "installer/PropSheetPageProc.h"
 #include "nic/ZtNic.h"
-#include "page_framework/PropertyPageBase.h"
 #include "sim/Ndis.h"
 #include "sim/ZtDriver.h"
 #include "wmi/WbemServices.h"
@@ -16,48 +15,9 @@
 namespace {
 
 using namespace std::chrono_literals;
-using Calls = std::vector<std::string>;
+using Calls = RecordingPage::Calls;
 
 const wchar_t* const adapter = L"ZT 10G Network Adapter #2";
-
-// A page that records which operation the dialog procedure called.
-class RecordingPage : public PropertyPageBase {
-public:
-    static inline std::atomic<int> live{0};
-    static inline thread_local Calls* calls = nullptr;
-
-    RecordingPage() { ++live; }
-    ~RecordingPage() override { --live; }
-    ZtNic* nic() const { return nic_.get(); }
-
-protected:
-    void onSize_(int width, int height) override
-    {
-        record_("size " + std::to_string(width) + "x" + std::to_string(height));
-    }
-    void onCommandClicked_(WPARAM wParam) override { record_("clicked " + std::to_string(wParam)); }
-    void onCommandNotify_(WPARAM wParam) override { record_("notify " + std::to_string(wParam)); }
-    INT_PTR onUserMessage_(UINT message, WPARAM, LPARAM) override
-    {
-        record_("user " + std::to_string(message));
-        return message == 0x466 ? 0 : 42;
-    }
-    void onInitDialog_() override { record_("init"); }
-    void onTimer_(UINT_PTR id) override { record_("timer " + std::to_string(id)); }
-    void onNicChanged_(bool added) override { record_(added ? "nic added" : "nic removed"); }
-    void onNicMediaStateChanged_(MediaConnectState state) override
-    {
-        record_("media " + std::to_string(static_cast<int>(state)));
-    }
-
-private:
-    static void record_(std::string call)
-    {
-        if (calls != nullptr) {
-            calls->push_back(std::move(call));
-        }
-    }
-};
 
 // What a property sheet does with one page: build it, run its dialog, pump the
 // posted messages, release it.
@@ -168,13 +128,16 @@ TEST_F(PropertyPageTest, dialogProcedureDispatch)
             {0x400, 0, 0, 0, {}},
             {0x401, 0, 0, 42, {"user 1025"}},
             {0x466, 0, 0, 0, {"user 1126"}},
+            {0x4FF, 0, 0, 0, {"user 1279"}},  // throws
             {0x0200, 0, 0, 0, {}},
         };
+        host::clearDebugOutput();
         for (const auto& c : live) {
             calls.clear();
             EXPECT_EQ(sheet.send(c.message, c.wParam, c.lParam), c.result) << "message " << c.message;
             EXPECT_EQ(calls, c.calls) << "message " << c.message;
         }
+        EXPECT_EQ(tracedMessages(), Calls{"[!] PropertyPageBase: out of memory handling message 1279"});
         sheet.release();
         endThreadWbemServices();
     });

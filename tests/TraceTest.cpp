@@ -35,6 +35,22 @@ public:
         ZT_TRACE(5, "call operator");
         return true;
     }
+    // Returned function and member-function pointers wrap the name in the signature.
+    void (*resolve(int))(int)
+    {
+        [] { ZT_TRACE(3, "lambda in resolve"); }();
+        return nullptr;
+    }
+    bool (Traced::*pick() const)(int) const
+    {
+        ZT_TRACE(3, "pick");
+        return &Traced::operator();
+    }
+    template <typename T> Traced& operator<<(T)
+    {
+        ZT_TRACE(3, "shift");
+        return *this;
+    }
 
 private:
     int field_ = 1;
@@ -51,6 +67,9 @@ TEST(Trace, suffixNamesTheEnclosingFunction)
         traced.member(7);
         traced.withLambda();
         traced(0);
+        traced.resolve(0);
+        (traced.*traced.pick())(0);
+        traced << 1;
     }
     const auto lines = tracedLines();
     struct Expected {
@@ -63,6 +82,10 @@ TEST(Trace, suffixNamesTheEnclosingFunction)
         {"member 7", "Traced::member"},
         {"lambda 2", "Traced::withLambda"},
         {"call operator", "Traced::operator()"},
+        {"lambda in resolve", "Traced::resolve"},
+        {"pick", "Traced::pick"},
+        {"call operator", "Traced::operator()"},
+        {"shift", "Traced::operator<<"},
         {"~Traced()", "Traced::~Traced"},
     };
     ASSERT_EQ(lines.size(), std::size(expected));
@@ -70,6 +93,41 @@ TEST(Trace, suffixNamesTheEnclosingFunction)
         EXPECT_EQ(lines[i].message, expected[i].message) << "line " << i;
         EXPECT_EQ(lines[i].function, expected[i].function) << "line " << i;
         EXPECT_GT(lines[i].line, 0) << "line " << i;
+    }
+}
+
+// The other compilers' signatures (GCC and Clang __PRETTY_FUNCTION__, MSVC
+// __FUNCTION__) name the function as the host's compiler does.
+TEST(Trace, suffixNamesTheFunctionInEveryCompilersSignature)
+{
+    const struct {
+        const char* signature;
+        const char* function;
+    } cases[] = {
+        {"long long int (* {anonymous}::Cc::resolve_(Cc::Slot))()", "Cc::resolve_"},
+        {"{anonymous}::Cc::resolve_(Cc::Slot)::<lambda(int)>", "Cc::resolve_"},
+        {"int ({anonymous}::S::* {anonymous}::S::pick(int))(int) const", "S::pick"},
+        {"{anonymous}::S& {anonymous}::S::operator<<(int)", "S::operator<<"},
+        {"bool S::operator<(const S&) const", "S::operator<"},
+        {"S::operator bool() const", "S::operator bool"},
+        {"S::operator()(int) const::<lambda()>", "S::operator()"},
+        {"std::vector<T> S::make(T) [with T = int]", "S::make"},
+        {"S::make<int>(int)::<lambda()>", "S::make"},
+        {"Holder<void (*)(int)>::run()::<lambda(void (*)(int))>", "Holder::run"},
+        {"int ((anonymous namespace)::S::*(anonymous namespace)::S::pick(int))(int) const", "S::pick"},
+        {"void (*(anonymous namespace)::resolve(int))(int)", "resolve"},
+        {"(anonymous namespace)::S &(anonymous namespace)::S::operator<<(int)", "S::operator<<"},
+        {"auto (anonymous namespace)::S::pick(int)::(anonymous class)::operator()() const", "S::pick"},
+        {"auto Holder<int>::run()::(anonymous class)::operator()(T) const [T = int]", "Holder::run"},
+        {"Cc::resolve_", "Cc::resolve_"},
+        {"`anonymous-namespace'::S::pick::<lambda_1>::operator ()", "S::pick"},
+        {"S::operator <<", "S::operator<<"},
+        {"S::operator ()", "S::operator()"},
+        {"Holder<void (__cdecl*)(int)>::run", "Holder::run"},
+    };
+    for (const auto& c : cases) {
+        const auto format = trace_format::makeFormat<256>("m", c.signature, 7);
+        EXPECT_EQ(std::string(format.text), std::string("m @") + c.function + "+7\n") << c.signature;
     }
 }
 

@@ -42,6 +42,14 @@ Messages levelZeroAndTwo(const Messages& messages)
     return out;
 }
 
+// An embedded object property whose VT_UNKNOWN holds a null pointer.
+sim::Value noInterface()
+{
+    VARIANT v{};
+    v.vt = VT_UNKNOWN;
+    return sim::Value::raw(v);
+}
+
 // What subscribers of the adapter object were told, in order.
 using Told = EventLog<std::string>;
 
@@ -341,6 +349,9 @@ TEST_F(ZtNicTest, cableTestRefusesWhatItCannotTrust)
         {"diagRes absent",
          absent(ZtField::diagRes),
          {"[!] 'diagRes' property not found or has invalid type"}},
+        {"diagRes holding no interface",
+         field(ZtField::diagRes, noInterface()),
+         {"[!] 'pairs' property not found"}},
         {"the method fails",
          [&] {
              service_.injectFault(sim::Fault::on("ExecMethod", static_cast<HRESULT>(0x80041001))
@@ -490,6 +501,11 @@ TEST_F(ZtNicTest, temperaturesOrTheDefaultRecord)
          inf,
          inf,
          {"[!] property 'thermalInfo' not found", "[!] Couldn't get thermalInfo object"}},
+        {"thermalInfo holding no interface",
+         field(ZtField::thermalInfo, noInterface()),
+         inf,
+         inf,
+         {"[!] property 'flags' not found"}},
         {"diagnostics object missing",
          [&] {
              service_.injectFault(sim::Fault::on("GetObject", static_cast<HRESULT>(0x80041002))

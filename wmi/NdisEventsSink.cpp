@@ -1,6 +1,5 @@
 #include "wmi/NdisEventsSink.h"
 
-#include "ndis/NdisWmi.h"
 #include "trace/Trace.h"
 #include "wmi/WbemServices.h"
 #include "wmi/variant.h"
@@ -23,6 +22,17 @@ HRESULT STDMETHODCALLTYPE NdisEventsSink::Indicate(LONG objectCount, IWbemClassO
     // The handlers may query the service on this thread, which belongs to the
     // service: their connection ends with this delivery.
     const BorrowedThreadScope borrowed;
+    try {
+        return indicate_(objectCount, objects);
+    } catch (...) {
+        // Only allocation can throw (names, callbacks); the service must not see it.
+        ZT_TRACE(0, "[!] NdisEventSink: out of memory, batch dropped");
+        return WBEM_S_NO_ERROR;
+    }
+}
+
+HRESULT NdisEventsSink::indicate_(LONG objectCount, IWbemClassObject** objects)
+{
     for (LONG i = 0; i < objectCount; ++i) {
         IWbemClassObject* object = objects[i];
         if (object == nullptr) {
@@ -72,13 +82,13 @@ void NdisEventsSink::dispatch_(const std::wstring& className, const std::wstring
         return;  // the owner is gone or going
     }
     if (className == L"MSNdis_StatusMediaDisconnect") {
-        owner_->onMediaStateChanged_(instanceName, MediaConnectState::Disconnected);
+        owner_->onMediaDisconnected(instanceName);
     } else if (className == L"MSNdis_StatusMediaConnect") {
-        owner_->onMediaStateChanged_(instanceName, MediaConnectState::Connected);
+        owner_->onMediaConnected(instanceName);
     } else if (className == L"MSNdis_NotifyAdapterRemoval") {
-        owner_->onAdapterRemoved_(instanceName);
+        owner_->onAdapterRemoved(instanceName);
     } else if (className == L"MSNdis_NotifyAdapterArrival") {
-        owner_->onAdapterArrived_(instanceName);
+        owner_->onAdapterArrived(instanceName);
     }
 }
 

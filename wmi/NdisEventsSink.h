@@ -1,21 +1,21 @@
-// The event sink of one NdisWmi: turns NDIS event objects into calls of the
-// owner's handlers on the delivering thread. Deliveries may run on several
+// The event sink of one NDIS monitor: turns NDIS event objects into calls of
+// its owner's handlers on the delivering thread. Deliveries may run on several
 // threads at once; after detachOwner() none reaches the owner any more.
 #pragma once
 
 #include <string>
 
-#include "ndis/CallGate.h"
 #include "platform.h"
+#include "wmi/CallGate.h"
+#include "wmi/NdisEventsOwner.h"
 #include "wmi/WbemSinkBase.h"
-
-class NdisWmi;
 
 // NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): only Release ends it
 class NdisEventsSink : public WbemSinkBase {
 public:
-    explicit NdisEventsSink(NdisWmi* owner) : owner_(owner) { }
+    explicit NdisEventsSink(NdisEventsOwner* owner) : owner_(owner) { }
 
+    // Lets no exception out: one drops the rest of the batch, with a trace line.
     HRESULT STDMETHODCALLTYPE Indicate(LONG objectCount, IWbemClassObject** objects) override;
     HRESULT STDMETHODCALLTYPE SetStatus(LONG flags, HRESULT result, BSTR param,
                                         IWbemClassObject* object) override;
@@ -26,8 +26,9 @@ public:
 
 private:
     ~NdisEventsSink() override = default;
+    HRESULT indicate_(LONG objectCount, IWbemClassObject** objects);
     void dispatch_(const std::wstring& className, const std::wstring& instanceName, IWbemClassObject* object);
 
-    NdisWmi* const owner_;
+    NdisEventsOwner* const owner_;
     CallGate ownerGate_;
 };

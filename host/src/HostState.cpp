@@ -34,6 +34,9 @@ void reset()
     const std::lock_guard<std::mutex> guard(s.lock);
     s.debugOutput.clear();
     s.properties.clear();
+    s.devices.clear();
+    s.deviceSets.clear();
+    s.getClassDevsError = 0;
     s.propertyHook = nullptr;
     s.propertyCalls = 0;
     s.classInstallParams.clear();

@@ -26,12 +26,26 @@ struct StoredProperty {
     std::vector<BYTE> bytes;
 };
 
+// A device the stand-in's device manager knows: its setup class and whether
+// it is present. Its properties are kept by devInst in State::properties.
+struct HostDevice {
+    DWORD devInst;
+    GUID classGuid;
+    bool present;
+};
+
 class ClassRegistration;  // ole32.cpp
 
 struct State {
     std::mutex lock;
     std::vector<std::string> debugOutput;
     std::map<PropertyKey, StoredProperty> properties;
+    std::vector<HostDevice> devices;  // in the order they were added
+    // Device information sets made by SetupDiGetClassDevsW and not destroyed:
+    // their devices, by the set's token.
+    std::map<std::uintptr_t, std::vector<DWORD>> deviceSets;
+    std::uintptr_t nextDeviceSet = 1;
+    DWORD getClassDevsError = 0;
     std::function<void(const DEVPROPKEY&, int)> propertyHook;
     int propertyCalls = 0;
     std::map<DWORD, std::vector<BYTE>> classInstallParams;

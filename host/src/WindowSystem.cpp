@@ -187,13 +187,29 @@ BOOL destroyWindowTree(HWND window)
     for (auto each = tree.rbegin(); each != tree.rend(); ++each) {
         deliver(*each, WM_NCDESTROY, 0, 0, true);
     }
-    const std::lock_guard<std::mutex> guard(s.lock);
-    for (HWND each : tree) {
-        s.windows.erase(each);
+    std::vector<HIMAGELIST> imageLists;
+    {
+        const std::lock_guard<std::mutex> guard(s.lock);
+        for (HWND each : tree) {
+            // A list view destroys its image lists with itself, unless told they are shared.
+            Window& record = *s.windows.at(each);
+            const auto* list = dynamic_cast<const ListViewControl*>(record.control.get());
+            if (list != nullptr && (record.style & LVS_SHAREIMAGELISTS) == 0) {
+                for (const auto& [which, images] : list->imageLists) {
+                    if (images != nullptr) {
+                        imageLists.push_back(images);
+                    }
+                }
+            }
+            s.windows.erase(each);
+        }
+        for (auto& [handle, record] : s.windows) {
+            auto& children = record->children;
+            children.erase(std::remove(children.begin(), children.end(), window), children.end());
+        }
     }
-    for (auto& [handle, record] : s.windows) {
-        auto& children = record->children;
-        children.erase(std::remove(children.begin(), children.end(), window), children.end());
+    for (HIMAGELIST images : imageLists) {
+        ImageList_Destroy(images);
     }
     return TRUE;
 }

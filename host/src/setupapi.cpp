@@ -1,5 +1,6 @@
-// Device properties and class install parameters, with SetupAPI's protocol:
-// size queries, ERROR_INSUFFICIENT_BUFFER, and errors through GetLastError.
+// Devices of a setup class, device properties and class install parameters,
+// with SetupAPI's protocol: size queries, ERROR_INSUFFICIENT_BUFFER, and
+// errors through GetLastError.
 #include <cstring>
 
 #include "HostState.h"
@@ -13,10 +14,24 @@ const DEVPROPKEY DEVPKEY_Device_FriendlyName
     = {{0xa45c254e, 0xdf1c, 0x4efd, {0x80, 0x20, 0x67, 0xd1, 0x46, 0xa8, 0x50, 0xe0}}, 14};
 const DEVPROPKEY DEVPKEY_Device_ProblemCode
     = {{0x4340a6c5, 0x93fa, 0x4706, {0x97, 0x2c, 0x7b, 0x64, 0x80, 0x08, 0xa5, 0xa7}}, 3};
+const GUID GUID_DEVCLASS_NET = {0x4d36e972, 0xe325, 0x11ce, {0xbf, 0xc1, 0x08, 0x00, 0x2b, 0xe1, 0x03, 0x18}};
 
 namespace {
 
-int setOnlyInfoSet;  // its address is the one valid HDEVINFO
+int setOnlyInfoSet;  // its address is the installer's HDEVINFO
+// Sets of SetupDiGetClassDevsW: tokens from this address on, never dereferenced.
+char classSetTokens[1];
+
+std::uintptr_t tokenOf(HDEVINFO set)
+{
+    return reinterpret_cast<std::uintptr_t>(set) - reinterpret_cast<std::uintptr_t>(classSetTokens);
+}
+
+// Under the state's lock: the installer's set, or one made and not yet destroyed.
+bool liveSet(const host::State& s, HDEVINFO set)
+{
+    return set == &setOnlyInfoSet || (set != nullptr && s.deviceSets.count(tokenOf(set)) != 0);
+}
 
 host::PropertyKey keyOf(const SP_DEVINFO_DATA& device, const DEVPROPKEY& key)
 {
@@ -29,15 +44,18 @@ BOOL fail(DWORD error)
     return FALSE;
 }
 
-bool validDevice(HDEVINFO set, const SP_DEVINFO_DATA* device)
+// Under the state's lock.
+bool validDevice(const host::State& s, HDEVINFO set, const SP_DEVINFO_DATA* device)
 {
-    return set == &setOnlyInfoSet && device != nullptr && device->cbSize == sizeof(SP_DEVINFO_DATA);
+    return liveSet(s, set) && device != nullptr && device->cbSize == sizeof(SP_DEVINFO_DATA);
 }
 
 BOOL readProperty(HDEVINFO set, PSP_DEVINFO_DATA device, const DEVPROPKEY* key, DEVPROPTYPE* type,
                   PBYTE buffer, DWORD bufferSize, PDWORD requiredSize, DWORD flags)
 {
-    if (!validDevice(set, device)) {
+    auto& s = host::state();
+    const std::lock_guard<std::mutex> guard(s.lock);
+    if (!validDevice(s, set, device)) {
         return fail(ERROR_INVALID_HANDLE);
     }
     if (key == nullptr || type == nullptr || (buffer == nullptr && bufferSize != 0)) {
@@ -46,8 +64,6 @@ BOOL readProperty(HDEVINFO set, PSP_DEVINFO_DATA device, const DEVPROPKEY* key, 
     if (flags != 0) {
         return fail(ERROR_INVALID_FLAGS);
     }
-    auto& s = host::state();
-    const std::lock_guard<std::mutex> guard(s.lock);
     const auto found = s.properties.find(keyOf(*device, *key));
     if (found == s.properties.end()) {
         return fail(ERROR_NOT_FOUND);
@@ -68,6 +84,62 @@ BOOL readProperty(HDEVINFO set, PSP_DEVINFO_DATA device, const DEVPROPKEY* key, 
 }
 
 }  // namespace
+
+HDEVINFO SetupDiGetClassDevsW(const GUID* classGuid, PCWSTR enumerator, HWND parent, DWORD flags)
+{
+    if (classGuid == nullptr || enumerator != nullptr || parent != nullptr || (flags & ~DIGCF_PRESENT) != 0) {
+        SetLastError(ERROR_INVALID_PARAMETER);  // beyond what the stand-in models
+        return INVALID_HANDLE_VALUE;
+    }
+    auto& s = host::state();
+    const std::lock_guard<std::mutex> guard(s.lock);
+    if (s.getClassDevsError != 0) {
+        SetLastError(s.getClassDevsError);
+        return INVALID_HANDLE_VALUE;
+    }
+    std::vector<DWORD> members;
+    for (const host::HostDevice& device : s.devices) {
+        if (device.classGuid == *classGuid && (device.present || (flags & DIGCF_PRESENT) == 0)) {
+            members.push_back(device.devInst);
+        }
+    }
+    const std::uintptr_t token = s.nextDeviceSet++;
+    s.deviceSets[token] = std::move(members);
+    return classSetTokens + token;
+}
+
+BOOL SetupDiEnumDeviceInfo(HDEVINFO set, DWORD index, PSP_DEVINFO_DATA device)
+{
+    auto& s = host::state();
+    const std::lock_guard<std::mutex> guard(s.lock);
+    const auto found = set == nullptr ? s.deviceSets.end() : s.deviceSets.find(tokenOf(set));
+    if (found == s.deviceSets.end()) {
+        return fail(ERROR_INVALID_HANDLE);
+    }
+    if (device == nullptr || device->cbSize != sizeof(SP_DEVINFO_DATA)) {
+        return fail(ERROR_INVALID_USER_BUFFER);
+    }
+    if (index >= found->second.size()) {
+        return fail(ERROR_NO_MORE_ITEMS);
+    }
+    *device = host::makeDevice(found->second[index]);
+    for (const host::HostDevice& known : s.devices) {
+        if (known.devInst == device->DevInst) {
+            device->ClassGuid = known.classGuid;
+        }
+    }
+    return TRUE;
+}
+
+BOOL SetupDiDestroyDeviceInfoList(HDEVINFO set)
+{
+    auto& s = host::state();
+    const std::lock_guard<std::mutex> guard(s.lock);
+    if (set == nullptr || s.deviceSets.erase(tokenOf(set)) == 0) {
+        return fail(ERROR_INVALID_HANDLE);
+    }
+    return TRUE;
+}
 
 BOOL SetupDiGetDevicePropertyW(HDEVINFO set, PSP_DEVINFO_DATA device, const DEVPROPKEY* key,
                                DEVPROPTYPE* type, PBYTE buffer, DWORD bufferSize, PDWORD requiredSize,
@@ -96,7 +168,7 @@ BOOL SetupDiGetClassInstallParamsW(HDEVINFO set, PSP_DEVINFO_DATA device, PSP_CL
     auto& s = host::state();
     const std::lock_guard<std::mutex> guard(s.lock);
     ++s.getParamsCalls;
-    if (!validDevice(set, device)) {
+    if (!validDevice(s, set, device)) {
         return fail(ERROR_INVALID_HANDLE);
     }
     if (s.getParamsError != 0) {
@@ -126,7 +198,7 @@ BOOL SetupDiSetClassInstallParamsW(HDEVINFO set, PSP_DEVINFO_DATA device, PSP_CL
     auto& s = host::state();
     const std::lock_guard<std::mutex> guard(s.lock);
     ++s.setParamsCalls;
-    if (!validDevice(set, device)) {
+    if (!validDevice(s, set, device)) {
         return fail(ERROR_INVALID_HANDLE);
     }
     if (s.setParamsError != 0) {
@@ -154,6 +226,33 @@ SP_DEVINFO_DATA makeDevice(DWORD devInst)
     device.cbSize = sizeof device;
     device.DevInst = devInst;
     return device;
+}
+
+void addDevice(DWORD devInst, const GUID& classGuid, bool present)
+{
+    auto& s = state();
+    const std::lock_guard<std::mutex> guard(s.lock);
+    for (HostDevice& device : s.devices) {
+        if (device.devInst == devInst) {
+            device = {devInst, classGuid, present};
+            return;
+        }
+    }
+    s.devices.push_back({devInst, classGuid, present});
+}
+
+void failGetClassDevs(DWORD error)
+{
+    auto& s = state();
+    const std::lock_guard<std::mutex> guard(s.lock);
+    s.getClassDevsError = error;
+}
+
+int liveDeviceInfoSets()
+{
+    auto& s = state();
+    const std::lock_guard<std::mutex> guard(s.lock);
+    return static_cast<int>(s.deviceSets.size());
 }
 
 void setDeviceProperty(const SP_DEVINFO_DATA& device, const DEVPROPKEY& key, DEVPROPTYPE type,

@@ -22,11 +22,15 @@ struct ThreadRecord {
     DWORD exitCode = STILL_ACTIVE;
 };
 
+// What GetLocalTime answers after reset: Tuesday, 14 May 2024, 09:30.
+constexpr SYSTEMTIME resetLocalTime = {2024, 5, 2, 14, 9, 30, 0, 0};
+
 struct Threads {
     std::mutex lock;
     std::map<HANDLE, std::shared_ptr<ThreadRecord>> handles;
     DWORD createFailure = 0;
     int createCalls = 0;
+    SYSTEMTIME localTime = resetLocalTime;
 };
 
 Threads& threads()
@@ -172,7 +176,21 @@ void Sleep(DWORD milliseconds)
     }
 }
 
+void GetLocalTime(SYSTEMTIME* time)
+{
+    auto& t = threads();
+    const std::lock_guard<std::mutex> guard(t.lock);
+    *time = t.localTime;
+}
+
 namespace host {
+
+void setLocalTime(const SYSTEMTIME& time)
+{
+    auto& t = threads();
+    const std::lock_guard<std::mutex> guard(t.lock);
+    t.localTime = time;
+}
 
 void failCreateThread(DWORD error)
 {
@@ -188,12 +206,20 @@ int createThreadCalls()
     return t.createCalls;
 }
 
+int liveThreadHandles()
+{
+    auto& t = threads();
+    const std::lock_guard<std::mutex> guard(t.lock);
+    return static_cast<int>(t.handles.size());
+}
+
 void resetThreads()
 {
     auto& t = threads();
     const std::lock_guard<std::mutex> guard(t.lock);
     t.createFailure = 0;
     t.createCalls = 0;
+    t.localTime = resetLocalTime;
 }
 
 }  // namespace host

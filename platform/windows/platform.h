@@ -9,6 +9,7 @@
 #include <devpropdef.h>
 #include <prsht.h>
 #include <setupapi.h>
+#include <devguid.h>
 #include <devpkey.h>
 #include <objbase.h>
 #include <oleauto.h>

@@ -1,5 +1,6 @@
 # Fails unless the DLL exports exactly CoDeviceInstall, imports only system
-# DLLs and not comctl32.dll, and is marked for ASLR (high entropy) and DEP.
+# DLLs and not comctl32.dll, is marked for ASLR (high entropy) and DEP, and
+# is at most 450 KiB.
 execute_process(COMMAND ${OBJDUMP} -p ${DLL} OUTPUT_VARIABLE dump RESULT_VARIABLE rc)
 if(NOT rc EQUAL 0)
   message(FATAL_ERROR "objdump failed on ${DLL}")
@@ -47,4 +48,10 @@ foreach(flag HIGH_ENTROPY_VA DYNAMIC_BASE NX_COMPAT)
     message(FATAL_ERROR "DllCharacteristics lack ${flag}")
   endif()
 endforeach()
-message(STATUS "exports: ${exports}")
+# With the C++ runtime linked in; the icons' 256-pixel images are PNG files.
+file(SIZE ${DLL} size)
+math(EXPR limit "450 * 1024")
+if(size GREATER limit)
+  message(FATAL_ERROR "the DLL has ${size} bytes, more than 450 KiB (${limit})")
+endif()
+message(STATUS "exports: ${exports}, ${size} bytes")

@@ -1,9 +1,11 @@
-// The .ico container: ICONDIR, one ICONDIRENTRY per image, then each image as a headerless DIB.
+// The .ico container: ICONDIR, one ICONDIRENTRY per image, then each image as a headerless DIB or a PNG.
 #include "IcoFile.h"
 
 #include <algorithm>
 #include <cstddef>
 #include <fstream>
+
+#include "PngFile.h"
 
 namespace icongen {
 
@@ -109,7 +111,7 @@ std::vector<std::uint8_t> encodeIco(const std::vector<IcoImage>& images)
         if (!valid(image)) {
             return {};
         }
-        encoded.push_back(encodeImage(image));
+        encoded.push_back(image.width == 256 ? encodePng(image) : encodeImage(image));
     }
 
     std::vector<std::uint8_t> out;

@@ -1,4 +1,5 @@
-// Writes Windows .ico files: each image a BITMAPINFOHEADER, a bottom-up colour bitmap and a 1-bit AND mask.
+// Writes Windows .ico files: each image a BITMAPINFOHEADER, a bottom-up colour bitmap and a 1-bit AND mask,
+// but for 256-pixel images a PNG file, as Windows has read them since Vista and as they are normally stored.
 // 32-bit images carry their alpha; 4- and 8-bit images may only be fully transparent (the blank icon).
 #pragma once
 

@@ -1,21 +1,8 @@
 #include "tools/sheet_host/IconCatalog.h"
 
-#include "resources/resource.h"
+#include "tools/page_reader/PageText.h"
 
 namespace {
-
-struct Entry {
-    int id;
-    const char* name;
-};
-
-const Entry entries[] = {
-    {IDI_LAMP_OK, "lamp_ok"},        {IDI_LAMP_UNKNOWN, "lamp_unknown"},
-    {IDI_LAMP_HIGH, "lamp_high"},    {IDI_BANNER, "banner"},
-    {IDI_RESULT_OK, "ok"},           {IDI_RESULT_ERROR, "error"},
-    {IDI_RESULT_WARNING, "warning"}, {IDI_RESULT_INFO, "info"},
-    {IDI_RESULT_BLANK, "blank"},
-};
 
 bool bitsOf(HBITMAP bitmap, int width, int height, std::vector<std::uint32_t>& out)
 {
@@ -65,18 +52,18 @@ bool IconCatalog::pixelsOf_(HICON icon, Pixels& out)
     return ok;
 }
 
-std::string IconCatalog::name(HICON icon) const
+int IconCatalog::resourceId(HICON icon) const
 {
     if (icon == nullptr) {
-        return "none";
+        return 0;
     }
     Pixels shown;
     if (!pixelsOf_(icon, shown)) {
-        return "other";
+        return -1;
     }
-    for (const Entry& entry : entries) {
-        HANDLE loaded
-            = LoadImageW(module_, MAKEINTRESOURCEW(entry.id), IMAGE_ICON, shown.width, shown.height, 0);
+    for (const IconName& entry : moduleIcons()) {
+        HANDLE loaded = LoadImageW(module_, MAKEINTRESOURCEW(entry.resourceId), IMAGE_ICON, shown.width,
+                                   shown.height, 0);
         if (loaded == nullptr) {
             continue;
         }
@@ -85,8 +72,8 @@ std::string IconCatalog::name(HICON icon) const
             && candidate.height == shown.height && candidate.colour == shown.colour;
         DestroyIcon(static_cast<HICON>(loaded));
         if (same) {
-            return entry.name;
+            return entry.resourceId;
         }
     }
-    return "other";
+    return -1;
 }

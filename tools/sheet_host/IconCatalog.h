@@ -1,9 +1,8 @@
-// Names an icon a control shows by comparing its pixels with the module's icon
+// Knows an icon a control shows by comparing its pixels with the module's icon
 // resources loaded at the same size; the handles the page loaded are its own.
 #pragma once
 
 #include <cstdint>
-#include <string>
 #include <vector>
 
 #include "tools/sheet_host/Win32.h"
@@ -12,8 +11,8 @@ class IconCatalog {
 public:
     explicit IconCatalog(HMODULE module);
 
-    // The resource's name ("lamp_ok", ...), "none" for a null icon, "other" for no match.
-    std::string name(HICON icon) const;
+    // The resource id of the module's icon it shows: 0 for a null icon, -1 for no match.
+    int resourceId(HICON icon) const;
 
 private:
     struct Pixels {

@@ -1,8 +1,10 @@
 #include "tools/sheet_host/ModuleSpy.h"
 
+#include <algorithm>
 #include <cstring>
 #include <map>
 #include <mutex>
+#include <set>
 
 namespace {
 
@@ -16,6 +18,8 @@ struct SpyState {
     CreatePage realCreatePage = nullptr;
     std::map<LPARAM, LPFNPSPCALLBACKW> callbacks;  // by the page's lParam
     ModuleSpy::PageCounts counts;
+    ModuleSpy::IconCounts icons;
+    std::set<HANDLE> liveIcons;
 };
 
 // Lives as long as the process: the module keeps the page function it was
@@ -76,6 +80,10 @@ HPROPSHEETPAGE WINAPI spyCreatePropertySheetPage(LPCPROPSHEETPAGEW page)
     {
         const std::lock_guard<std::mutex> guard(spyState().lock);
         spyState().callbacks[page->lParam] = page->pfnCallback;
+        std::vector<UINT>& sizes = spyState().counts.descriptionSizes;
+        if (std::find(sizes.begin(), sizes.end(), page->dwSize) == sizes.end()) {
+            sizes.push_back(page->dwSize);
+        }
     }
     description->pfnCallback = spyPageCallback;
     HPROPSHEETPAGE handle = spyState().realCreatePage(description);
@@ -101,6 +109,27 @@ FARPROC WINAPI spyGetProcAddress(HMODULE module, LPCSTR name)
     return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&spyCreatePropertySheetPage));
 }
 
+HANDLE WINAPI spyLoadImage(HINSTANCE instance, LPCWSTR name, UINT type, int cx, int cy, UINT flags)
+{
+    HANDLE image = LoadImageW(instance, name, type, cx, cy, flags);
+    if (image != nullptr && type == IMAGE_ICON && (flags & LR_SHARED) == 0) {
+        const std::lock_guard<std::mutex> guard(spyState().lock);
+        ++spyState().icons.loaded;
+        spyState().liveIcons.insert(image);
+    }
+    return image;
+}
+
+BOOL WINAPI spyDestroyIcon(HICON icon)
+{
+    const BOOL destroyed = DestroyIcon(icon);
+    const std::lock_guard<std::mutex> guard(spyState().lock);
+    if (destroyed != FALSE && spyState().liveIcons.erase(icon) != 0) {
+        ++spyState().icons.destroyed;
+    }
+    return destroyed;
+}
+
 }  // namespace
 
 ModuleSpy::ModuleSpy(HMODULE module)
@@ -110,16 +139,24 @@ ModuleSpy::ModuleSpy(HMODULE module)
         spyState().lines.clear();
         spyState().partial.clear();
         spyState().counts = {};
+        spyState().icons = {};
+        spyState().liveIcons.clear();
     }
     patch_ = std::make_unique<ImportPatch>(
         module, "kernel32.dll",
         std::vector<ImportPatch::Replacement>{
             {"OutputDebugStringA", reinterpret_cast<const void*>(&spyOutputDebugString)},
             {"GetProcAddress", reinterpret_cast<const void*>(&spyGetProcAddress)}});
+    user32_
+        = std::make_unique<ImportPatch>(module, "user32.dll",
+                                        std::vector<ImportPatch::Replacement>{
+                                            {"LoadImageW", reinterpret_cast<const void*>(&spyLoadImage)},
+                                            {"DestroyIcon", reinterpret_cast<const void*>(&spyDestroyIcon)}});
 }
 
 ModuleSpy::~ModuleSpy()
 {
+    user32_.reset();
     patch_.reset();
 }
 
@@ -135,4 +172,10 @@ ModuleSpy::PageCounts ModuleSpy::pageCounts() const
 {
     const std::lock_guard<std::mutex> guard(spyState().lock);
     return spyState().counts;
+}
+
+ModuleSpy::IconCounts ModuleSpy::iconCounts() const
+{
+    const std::lock_guard<std::mutex> guard(spyState().lock);
+    return spyState().icons;
 }

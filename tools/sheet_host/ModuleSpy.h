@@ -1,8 +1,9 @@
-// What the host sees of the module through two of its kernel32 imports, for
-// the output only: the lines it hands to OutputDebugStringA, and the life of
-// the sheet pages it creates through the late-bound CreatePropertySheetPageW
-// (each page's callback is wrapped to count PSPCB_CREATE and PSPCB_RELEASE
-// before the module's own callback runs).
+// What the host sees of the module through some of its imports, for the
+// output only: the lines it hands to OutputDebugStringA; the life of the sheet
+// pages it creates through the late-bound CreatePropertySheetPageW (the size
+// of each description, and each page's callback wrapped to count PSPCB_CREATE
+// and PSPCB_RELEASE before the module's own callback runs); the icons it loads
+// with LoadImageW and gives back with DestroyIcon.
 #pragma once
 
 #include <memory>
@@ -18,10 +19,17 @@ public:
         int made = 0;  // sheet pages the module created
         int created = 0;  // PSPCB_CREATE seen
         int released = 0;  // PSPCB_RELEASE seen
+        std::vector<UINT> descriptionSizes;  // each size the module gave, in the order first seen
     };
 
-    // Patches `module`'s imports of OutputDebugStringA and GetProcAddress. One
-    // spy at a time; it must end before the module is unloaded.
+    struct IconCounts {
+        int loaded = 0;  // icons of its own (not LR_SHARED) that LoadImageW gave
+        int destroyed = 0;  // of those, the ones DestroyIcon took back
+    };
+
+    // Patches `module`'s imports of OutputDebugStringA, GetProcAddress,
+    // LoadImageW and DestroyIcon. One spy at a time; it must end before the
+    // module is unloaded.
     explicit ModuleSpy(HMODULE module);
     ~ModuleSpy();
     ModuleSpy(const ModuleSpy&) = delete;
@@ -31,7 +39,9 @@ public:
     // Trace lines since the last call, in order, without the " @function+line" suffix.
     std::vector<std::string> takeTraceLines();
     PageCounts pageCounts() const;
+    IconCounts iconCounts() const;
 
 private:
     std::unique_ptr<ImportPatch> patch_;
+    std::unique_ptr<ImportPatch> user32_;
 };

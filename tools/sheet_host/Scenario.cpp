@@ -41,6 +41,7 @@ const StepShape stepShapes[] = {
     {"heat", 2, 2},  // PHY and MAC temperatures in degrees
     {"chord", 2, 2},  // keys such as ctrl+shift+t, held until the detail line changes, at most ms
     {"await-line", 1, 2},  // a list line containing the text appears, within ms (default 20000)
+    {"list-images", 0, 0},  // the results list's images, named by their pixels
     {"select-page", 1, 1},  // a sheet page by index
     {"close", 0, 0},  // OK on the sheet
 };
@@ -290,5 +291,5 @@ const char* scenarioUsage()
            "settings: dll hwid no-hwids name problem pages dif link speed firmware temperatures\n"
            "          thermal-flags pairs cable-length cable-test-ms no-driver interactive\n"
            "steps:    wait settle dump screenshot click-run category unplug plug renegotiate disable\n"
-           "          enable remove arrive heat chord await-line select-page close\n";
+           "          enable remove arrive heat chord await-line list-images select-page close\n";
 }

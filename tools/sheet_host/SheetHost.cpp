@@ -161,6 +161,7 @@ bool SheetHost::install_()
              reinterpret_cast<const void*>(&DeviceInstaller::setupDiGetDeviceProperty)}});
     spy_ = std::make_unique<ModuleSpy>(module_->handle());
     reader_ = std::make_unique<PageReader>(module_->handle());
+    icons_ = std::make_unique<IconCatalog>(module_->handle());
     std::string patched;
     for (const auto& name : setupApi_->patched()) {
         patched += " " + name;
@@ -415,8 +416,8 @@ void SheetHost::runStep_(const Step& step)
         const DWORD limit = args.size() > 1 ? millisecondsOf(args[1]) : awaitLimitMs;
         const auto start = std::chrono::steady_clock::now();
         while (pumpQueued_()) {
-            for (const auto& line : PageReader::listLines(diagPage_())) {
-                if (line.find(args[0]) != std::wstring::npos) {
+            for (const ListLine& line : reader_->screen(diagPage_()).lines) {
+                if (line.text.find(args[0]) != std::wstring::npos) {
                     settle_();
                     say("await-line " + quoted(args[0]) + ": seen");
                     return;
@@ -428,6 +429,17 @@ void SheetHost::runStep_(const Step& step)
             }
             MsgWaitForMultipleObjects(0, nullptr, FALSE, 20, QS_ALLINPUT);
         }
+    } else if (name == "list-images") {
+        // Each image of the results list's image list, named by its pixels.
+        HWND list = page != nullptr ? GetDlgItem(page, IDC_RESULTS_LIST) : nullptr;
+        auto* images = reinterpret_cast<HIMAGELIST>(SendMessageW(list, LVM_GETIMAGELIST, LVSIL_SMALL, 0));
+        std::string text = "list images:";
+        for (int i = 0; images != nullptr && i < ImageList_GetImageCount(images); ++i) {
+            HICON icon = ImageList_GetIcon(images, i, ILD_NORMAL);
+            text += " " + iconName(icons_->resourceId(icon));
+            DestroyIcon(icon);
+        }
+        say(text);
     } else if (name == "select-page") {
         PropSheet_SetCurSel(sheet_, nullptr, static_cast<int>(millisecondsOf(args[0])));
         settle_();
@@ -470,6 +482,14 @@ void SheetHost::teardown_()
         const ModuleSpy::PageCounts counts = spy_->pageCounts();
         say("dll pages: made " + std::to_string(counts.made) + ", created " + std::to_string(counts.created)
             + ", released " + std::to_string(counts.released));
+        std::string sizes;
+        for (const UINT size : counts.descriptionSizes) {
+            sizes += " " + std::to_string(size);
+        }
+        const ModuleSpy::IconCounts icons = spy_->iconCounts();
+        say("dll: page descriptions" + (sizes.empty() ? std::string(" none") : sizes + " bytes")
+            + "; icons loaded " + std::to_string(icons.loaded) + ", destroyed "
+            + std::to_string(icons.destroyed));
     }
     sim::WmiService& service = adapter_->service();
     service.drain(std::chrono::seconds(10));
@@ -503,6 +523,7 @@ void SheetHost::teardown_()
     spy_.reset();
     setupApi_.reset();
     reader_.reset();
+    icons_.reset();
     // The service's delivery threads ran the module's code, and such a thread
     // keeps the module loaded until it ends (its thread-exit clean-up lives in
     // the module). Letting that last reference go at a thread's exit

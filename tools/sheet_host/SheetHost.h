@@ -12,6 +12,7 @@
 #include "tools/sheet_host/CoInstallerModule.h"
 #include "tools/sheet_host/DeviceInstaller.h"
 #include "tools/sheet_host/HostPages.h"
+#include "tools/sheet_host/IconCatalog.h"
 #include "tools/sheet_host/ImportPatch.h"
 #include "tools/sheet_host/ModuleSpy.h"
 #include "tools/sheet_host/PageReader.h"
@@ -57,6 +58,7 @@ private:
     std::unique_ptr<ImportPatch> setupApi_;
     std::unique_ptr<ModuleSpy> spy_;
     std::unique_ptr<PageReader> reader_;
+    std::unique_ptr<IconCatalog> icons_;
     std::vector<HPROPSHEETPAGE> sheetPages_;  // General, then the record's pages
     int diagIndex_ = -1;  // the module's page in the sheet
     HWND sheet_ = nullptr;

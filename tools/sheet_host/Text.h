@@ -1,10 +1,9 @@
 // Text conversions of the sheet host: UTF-8 for its output and scenario files,
-// and the quoted form in which it prints a control's text.
+// and the quoted form in which it prints a control's text (the page reader's).
 #pragma once
 
 #include <string>
 
-std::string narrow(const std::wstring& text);
+#include "tools/page_reader/PageText.h"
+
 std::wstring widen(const std::string& text);
-// "text" with backslash, quote, tab and line breaks escaped, in UTF-8.
-std::string quoted(const std::wstring& text);

@@ -22,11 +22,21 @@ void clearDebugOutput();
 // Calls of the C runtime's counted wide formatter since the process started.
 long wideFormatterCalls();
 
-// ---- Device properties (SetupDiGetDevicePropertyW) -----------------------------
-// The one device information set the stand-in knows; any other handle is
-// answered with ERROR_INVALID_HANDLE.
+// ---- Devices and their properties (SetupDiGetClassDevsW, SetupDiGetDevicePropertyW) ----
+// The device information set the installer hands a co-installer. The other
+// valid sets are those SetupDiGetClassDevsW made and nobody destroyed; any
+// other handle is answered with ERROR_INVALID_HANDLE.
 HDEVINFO deviceInfoSet();
 SP_DEVINFO_DATA makeDevice(DWORD devInst);
+
+// A device of a setup class, listed by SetupDiGetClassDevsW in the order of
+// adding (adding it again changes its class and presence, not its place).
+// Its properties are set below, by its devInst, as for any device.
+void addDevice(DWORD devInst, const GUID& classGuid, bool present = true);
+// A non-zero error makes every later SetupDiGetClassDevsW fail with it.
+void failGetClassDevs(DWORD error);
+// Sets SetupDiGetClassDevsW made and SetupDiDestroyDeviceInfoList didn't end.
+int liveDeviceInfoSets();
 
 void setDeviceProperty(const SP_DEVINFO_DATA& device, const DEVPROPKEY& key, DEVPROPTYPE type,
                        std::vector<BYTE> bytes);

@@ -6,7 +6,8 @@
 // per 4 x 8 units (an 8 point shell font at 96 dpi): x' = MulDiv(x, 6, 4),
 // y' = MulDiv(y, 13, 8). Windows have no non-client area except a 1-pixel
 // border for WS_BORDER and 2 pixels for WS_EX_CLIENTEDGE on controls. An SS_ICON
-// static without SS_CENTERIMAGE or SS_REALSIZECONTROL takes its icon's size.
+// static without SS_CENTERIMAGE or SS_REALSIZECONTROL takes its icon's size. A
+// list view without LVS_SHAREIMAGELISTS destroys its image lists with itself.
 #pragma once
 
 #include <chrono>
@@ -56,6 +57,10 @@ std::uint64_t clockNow();
 // windows: at most one pending per timer, the next period counted from then.
 void advanceClock(std::uint64_t milliseconds);
 
+// What GetLocalTime answers from now on; Tuesday, 14 May 2024, 09:30:00.000
+// after reset. The test clock doesn't move it.
+void setLocalTime(const SYSTEMTIME& time);
+
 struct TimerInfo {
     UINT_PTR id;
     UINT period;
@@ -78,6 +83,8 @@ void setKeyState(int virtualKey, SHORT state);
 // A non-zero error makes every later CreateThread fail with it (0: normal).
 void failCreateThread(DWORD error);
 int createThreadCalls();
+// Thread handles CreateThread gave and CloseHandle has not closed.
+int liveThreadHandles();
 
 // ---- Resources and icons ------------------------------------------------------------------
 // An instance handle for the module; the host's resource functions take any

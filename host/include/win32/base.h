@@ -28,6 +28,7 @@ using LRESULT = std::intptr_t;
 using LPVOID = void*;
 using LPCSTR = const char*;
 using LPCWSTR = const wchar_t*;
+using PCWSTR = const wchar_t*;
 using LPWSTR = wchar_t*;
 using PDWORD = DWORD*;
 using LPDWORD = DWORD*;
@@ -49,6 +50,7 @@ using HMODULE = HINSTANCE;
 struct HWND__;
 using HWND = HWND__*;
 using HANDLE = void*;
+#define INVALID_HANDLE_VALUE (reinterpret_cast<HANDLE>(static_cast<LONG_PTR>(-1)))
 struct HICON__;
 using HICON = HICON__*;
 
@@ -87,6 +89,7 @@ constexpr DWORD ERROR_NOT_ENOUGH_MEMORY = 8;
 constexpr DWORD ERROR_OUTOFMEMORY = 14;
 constexpr DWORD ERROR_INVALID_PARAMETER = 87;
 constexpr DWORD ERROR_INSUFFICIENT_BUFFER = 122;
+constexpr DWORD ERROR_NO_MORE_ITEMS = 259;
 constexpr DWORD ERROR_INVALID_FLAGS = 1004;
 constexpr DWORD ERROR_NOT_FOUND = 1168;
 constexpr DWORD ERROR_INVALID_USER_BUFFER = 1784;

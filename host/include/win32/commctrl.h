@@ -64,6 +64,7 @@ BOOL ImageList_Destroy(HIMAGELIST list);
 
 // ---- List view ---------------------------------------------------------------------------
 constexpr DWORD LVS_REPORT = 0x0001;
+constexpr DWORD LVS_SHAREIMAGELISTS = 0x0040;
 constexpr DWORD LVS_ALIGNLEFT = 0x0800;
 constexpr DWORD LVS_NOCOLUMNHEADER = 0x4000;
 constexpr DWORD LVS_NOSORTHEADER = 0x8000;

@@ -11,6 +11,10 @@ using DEVPROPTYPE = ULONG;
 using DEVPROPID = ULONG;
 
 constexpr DI_FUNCTION DIF_ADDPROPERTYPAGE_ADVANCED = 0x23;
+constexpr DWORD DIGCF_PRESENT = 0x2;
+
+// The device setup class of network adapters (devguid.h).
+extern const GUID GUID_DEVCLASS_NET;
 constexpr UINT MAX_INSTALLWIZARD_DYNAPAGES = 20;
 
 constexpr DEVPROPTYPE DEVPROP_TYPE_UINT32 = 0x7;
@@ -60,6 +64,13 @@ struct COINSTALLER_CONTEXT_DATA {
 };
 using PCOINSTALLER_CONTEXT_DATA = COINSTALLER_CONTEXT_DATA*;
 
+// A new set of the devices of one setup class, in the order they were added
+// (host::addDevice); DIGCF_PRESENT leaves out those that aren't present. Only
+// a class and DIGCF_PRESENT are supported: no enumerator, no other flags.
+HDEVINFO SetupDiGetClassDevsW(const GUID* classGuid, PCWSTR enumerator, HWND parent, DWORD flags);
+// The set's device at `index`; ERROR_NO_MORE_ITEMS past the last.
+BOOL SetupDiEnumDeviceInfo(HDEVINFO set, DWORD index, PSP_DEVINFO_DATA device);
+BOOL SetupDiDestroyDeviceInfoList(HDEVINFO set);
 BOOL SetupDiGetDevicePropertyW(HDEVINFO set, PSP_DEVINFO_DATA device, const DEVPROPKEY* key,
                                DEVPROPTYPE* type, PBYTE buffer, DWORD bufferSize, PDWORD requiredSize,
                                DWORD flags);

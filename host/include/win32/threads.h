@@ -28,3 +28,16 @@ BOOL CloseHandle(HANDLE handle);
 DWORD GetCurrentThreadId();
 // Does not wait: advances the host's test clock (host/HostWindows.h).
 void Sleep(DWORD milliseconds);
+
+struct SYSTEMTIME {
+    WORD wYear;
+    WORD wMonth;
+    WORD wDayOfWeek;
+    WORD wDay;
+    WORD wHour;
+    WORD wMinute;
+    WORD wSecond;
+    WORD wMilliseconds;
+};
+// The time a test set (host/HostWindows.h); it doesn't move by itself.
+void GetLocalTime(SYSTEMTIME* time);

@@ -1,0 +1,90 @@
+#include "installer/DeviceClassSet.h"
+
+#include <gtest/gtest.h>
+
+#include "TraceCapture.h"
+#include "host/HostPlatform.h"
+
+namespace {
+
+const wchar_t* const listedId = L"PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_0B217E5C&REV_02";
+const GUID displayClass = {0x4d36e968, 0xe325, 0x11ce, {0xbf, 0xc1, 0x08, 0x00, 0x2b, 0xe1, 0x03, 0x18}};
+
+struct DeviceSetting {
+    const GUID& classGuid;
+    std::vector<std::wstring> hardwareIds;
+    const wchar_t* friendlyName;  // null: absent
+    const wchar_t* description;
+    DWORD devInst;
+    DWORD problemCode;
+    bool present;
+    bool hasProblemCode;
+};
+
+void addDevice(const DeviceSetting& setting)
+{
+    host::addDevice(setting.devInst, setting.classGuid, setting.present);
+    const SP_DEVINFO_DATA device = host::makeDevice(setting.devInst);
+    host::setDeviceStringList(device, DEVPKEY_Device_HardwareIds, setting.hardwareIds);
+    if (setting.friendlyName != nullptr) {
+        host::setDeviceString(device, DEVPKEY_Device_FriendlyName, setting.friendlyName);
+    }
+    if (setting.description != nullptr) {
+        host::setDeviceString(device, DEVPKEY_Device_DeviceDesc, setting.description);
+    }
+    if (setting.hasProblemCode) {
+        host::setDeviceUint32(device, DEVPKEY_Device_ProblemCode, setting.problemCode);
+    }
+}
+
+TEST(DeviceClassSet, findsThePresentListedNetworkAdaptersInTheDeviceManagersOrder)
+{
+    const TraceAll capture;
+    const DeviceSetting devices[] = {
+        // class, hardware ids, friendly name, description, devInst, problem code, present, has a code
+        {GUID_DEVCLASS_NET, {L"PCI\\VEN_1234&DEV_0001", listedId}, L"Uplink", L"ZT", 7, 0, true, true},
+        {GUID_DEVCLASS_NET, {L"PCI\\VEN_8086&DEV_15F3"}, L"Onboard", nullptr, 2, 0, true, true},
+        {GUID_DEVCLASS_NET, {listedId}, L"Unplugged ZT", nullptr, 3, 0, false, true},
+        {displayClass, {listedId}, L"Not a network device", nullptr, 4, 0, true, true},
+        {GUID_DEVCLASS_NET, {listedId}, nullptr, L"ZT 10G Adapter", 5, 22, true, true},
+        {GUID_DEVCLASS_NET, {listedId}, L"No code", nullptr, 1, 0, true, false},
+    };
+    for (const DeviceSetting& device : devices) {
+        addDevice(device);
+    }
+
+    std::vector<ZtAdapterDevice> found;
+    DWORD error = 1;
+    ASSERT_TRUE(findZtAdapters(found, error));
+    EXPECT_EQ(error, 0U);
+    ASSERT_EQ(found.size(), 3U);
+    EXPECT_EQ(found[0].name, L"Uplink");
+    EXPECT_EQ(found[0].problemCode, 0U);
+    EXPECT_EQ(found[1].name, L"ZT 10G Adapter") << "named by its description without a friendly name";
+    EXPECT_EQ(found[1].problemCode, 22U);
+    EXPECT_EQ(found[2].name, L"No code");
+    EXPECT_EQ(found[2].problemCode, 0xFFFFFFFFU) << "an unreadable code";
+    EXPECT_EQ(host::liveDeviceInfoSets(), 0) << "the set is destroyed";
+
+    DeviceClassSet network(GUID_DEVCLASS_NET);
+    EXPECT_EQ(network.size(), 4U) << "present network devices, listed or not";
+}
+
+TEST(DeviceClassSet, aSetThatCantBeMadeIsAFailureWithItsCode)
+{
+    const TraceAll capture;
+    host::failGetClassDevs(ERROR_NOT_ENOUGH_MEMORY);
+    std::vector<ZtAdapterDevice> found;
+    DWORD error = 0;
+    EXPECT_FALSE(findZtAdapters(found, error));
+    EXPECT_EQ(error, ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_TRUE(found.empty());
+    EXPECT_EQ(tracedMessages(), std::vector<std::string>{"[!] SetupDiGetClassDevs() failed, code 8"});
+
+    host::failGetClassDevs(0);
+    EXPECT_TRUE(findZtAdapters(found, error)) << "no network device at all is no failure";
+    EXPECT_TRUE(found.empty());
+    EXPECT_EQ(host::liveDeviceInfoSets(), 0);
+}
+
+}  // namespace

@@ -1,0 +1,35 @@
+# Fails unless the program is a 64-bit console program that imports only
+# system DLLs (the C++ runtime is linked in) and is marked for ASLR (high
+# entropy) and DEP.
+execute_process(COMMAND ${OBJDUMP} -p ${EXE} OUTPUT_VARIABLE dump RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "objdump failed on ${EXE}")
+endif()
+
+string(FIND "${dump}" "file format pei-x86-64" at)
+if(at EQUAL -1)
+  message(FATAL_ERROR "${EXE} is not an x86-64 image")
+endif()
+string(REGEX MATCH "Subsystem[ \t]+0*([0-9a-f]+)" subsystem "${dump}")
+if(NOT CMAKE_MATCH_1 STREQUAL "3")
+  message(FATAL_ERROR "subsystem ${CMAKE_MATCH_1}, expected 3 (Windows console)")
+endif()
+
+string(REGEX MATCHALL "DLL Name: [A-Za-z0-9_.-]+" names "${dump}")
+set(allowed kernel32.dll msvcrt.dll setupapi.dll ole32.dll oleaut32.dll advapi32.dll)
+foreach(entry IN LISTS names)
+  string(REPLACE "DLL Name: " "" dll "${entry}")
+  string(TOLOWER "${dll}" dll)
+  list(FIND allowed "${dll}" found)
+  if(found EQUAL -1)
+    message(FATAL_ERROR "imports ${dll}, which is not a system DLL the tool needs")
+  endif()
+  message(STATUS "imports ${dll}")
+endforeach()
+
+foreach(flag HIGH_ENTROPY_VA DYNAMIC_BASE NX_COMPAT)
+  string(FIND "${dump}" "${flag}" at)
+  if(at EQUAL -1)
+    message(FATAL_ERROR "DllCharacteristics lack ${flag}")
+  endif()
+endforeach()

@@ -1,0 +1,170 @@
+// `ztdiag cable-test`: the driver's cable test on one adapter, as the page's
+// worker runs it, then the cable length for the category once the link is back.
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+
+#include "nic/AdapterTexts.h"
+#include "nic/ZtNic.h"
+#include "wmi/WbemServices.h"
+#include "ztdiag/Commands.h"
+#include "ztdiag/JsonOutput.h"
+#include "ztdiag/ServiceThread.h"
+#include "ztdiag/TextOutput.h"
+
+namespace {
+
+constexpr std::uint64_t speed2500M = 2500000000ULL;
+constexpr std::uint64_t speed5G = 5000000000ULL;
+
+struct CableRun {
+    enum Outcome {
+        Done,
+        ServiceDown,
+        NotReady,
+        Unsupported,
+        Failed,
+        Gone,  // the adapter went away during the test
+    };
+    Outcome outcome = Done;
+    ZtFwVersion firmware;
+    CableTestReport report;
+};
+
+// Wakes a waiter when the adapter's media state changes.
+struct LinkSignal {
+    std::mutex lock;
+    std::condition_variable changed;
+};
+
+// On the service thread.
+void cableTest(CableRun& run, const std::wstring& name, const ZtdiagLimits& limits)
+{
+    if (!threadWbemServices().isConnected()) {
+        run.outcome = CableRun::ServiceDown;
+        return;
+    }
+    ZtNic nic(name, true);
+    run.firmware = nic.fwVersion();
+    if (!nic.isReady()) {
+        run.outcome = CableRun::NotReady;
+        return;
+    }
+    if (!nic.isCableDiagSupported()) {
+        run.outcome = CableRun::Unsupported;
+        return;
+    }
+    auto signal = std::make_shared<LinkSignal>();
+    const std::wstring key = L"ztdiag cable-test";
+    nic.nicMediaChanged.add(key, [signal](MediaConnectState) {
+        {
+            const std::lock_guard<std::mutex> guard(signal->lock);
+        }
+        signal->changed.notify_all();
+    });
+    const bool wasConnected = nic.mediaState() == MediaConnectState::Connected;
+    CableTestReport& report = run.report;
+    if (!nic.performCableDiag(report.pairs)) {
+        nic.nicMediaChanged.remove(key);
+        run.outcome = nic.isReady() ? CableRun::Failed : CableRun::Gone;
+        return;
+    }
+    if (wasConnected) {
+        // The test takes the link down; the length needs it back.
+        std::unique_lock<std::mutex> guard(signal->lock);
+        signal->changed.wait_for(guard, limits.linkReturn,
+                                 [&nic] { return nic.mediaState() == MediaConnectState::Connected; });
+    }
+    nic.nicMediaChanged.remove(key);
+    report.media = nic.mediaState();
+    report.linkSpeed = nic.linkSpeed();
+    if (report.media == MediaConnectState::Connected) {
+        report.cableLength = nic.estimateCableLength(report.category);
+        report.corrected = report.linkSpeed == speed2500M || report.linkSpeed == speed5G;
+    }
+}
+
+// The running line, rewritten in place each second; on a terminal only.
+class RunningLine {
+public:
+    RunningLine(Console& console, const std::wstring& adapter, bool shown)
+        : console_(console), adapter_(adapter), shown_(shown)
+    {
+    }
+    void show(long seconds)
+    {
+        if (shown_ && seconds != seconds_) {
+            seconds_ = seconds;
+            const std::wstring line
+                = L"Running the cable test on " + adapter_ + L"... " + std::to_wstring(seconds) + L" s";
+            console_.out(L"\r" + line);
+            width_ = line.size();
+        }
+    }
+    void erase()
+    {
+        if (shown_ && width_ != 0) {
+            console_.out(L"\r" + std::wstring(width_, L' ') + L"\r");
+            width_ = 0;
+        }
+    }
+
+private:
+    Console& console_;
+    const std::wstring adapter_;
+    const bool shown_;
+    long seconds_ = -1;
+    std::size_t width_ = 0;
+};
+
+}  // namespace
+
+int runCableTest(const CommandContext& context, const ZtAdapterDevice& adapter)
+{
+    if (adapter.problemCode != 0) {
+        return context.fail(exitNotTestable, adapter.name + L": " + deviceStatusText(adapter.problemCode));
+    }
+    auto run = std::make_shared<CableRun>();
+    run->report.adapter = adapter.name;
+    run->report.category = context.command.category;
+    const ZtdiagLimits limits = context.limits;
+    ServiceThread thread([run, name = adapter.name, limits] { cableTest(*run, name, limits); });
+
+    RunningLine running(context.console, adapter.name, context.console.isTerminal() && !context.command.json);
+    const auto start = std::chrono::steady_clock::now();
+    for (;;) {
+        const auto elapsed
+            = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+        if (elapsed >= limits.cableTest) {
+            running.erase();
+            return context.timedOut(limits.cableTest);
+        }
+        running.show(static_cast<long>(elapsed.count() / 1000));
+        const auto slice = std::min(limits.cableTest - elapsed, std::chrono::milliseconds(200));
+        if (thread.waitFor(slice)) {
+            break;
+        }
+    }
+    running.erase();
+    if (!thread.succeeded()) {
+        return context.fail(exitServiceFailed, L"out of memory");
+    }
+    switch (run->outcome) {
+    case CableRun::ServiceDown:
+        return context.fail(exitServiceFailed, L"can't connect to the management service (root\\wmi)");
+    case CableRun::NotReady:
+        return context.fail(exitNotTestable, adapter.name + L": " + deviceStatusText(0));
+    case CableRun::Unsupported:
+        return context.fail(exitNotTestable,
+                            adapter.name + L": " + firmwareUnsupportedText + L" (firmware "
+                                + run->firmware.toString() + L", cable tests need 1.5.66)");
+    case CableRun::Failed:
+        return context.fail(exitServiceFailed, adapter.name + L": the driver's cable test failed");
+    case CableRun::Gone:
+        return context.fail(exitNotTestable, adapter.name + L": the adapter went away during the cable test");
+    case CableRun::Done:
+        break;
+    }
+    context.console.out(context.command.json ? cableTestJson(run->report) : cableTestText(run->report));
+    return hasFaultyPair(run->report.pairs) ? exitCableFault : exitOk;
+}

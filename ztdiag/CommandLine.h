@@ -1,0 +1,36 @@
+// The tool's command line: a command, its adapter, the cable category and
+// the output form, or the reason it can't be read.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "nic/CableCategory.h"
+
+enum class CommandKind {
+    List,  // no command word: every adapter
+    CableTest,
+    Watch,
+    Help,
+    Version,
+};
+
+struct Command {
+    CommandKind kind = CommandKind::List;
+    std::wstring adapter;  // empty: the only one (cable-test), or all (watch)
+    CableCategory category = Cat5e;  // the page's first offer
+    bool json = false;
+};
+
+// Reads `args` (without the program's name). False, with a one-line
+// `error`, for a usage error; --help and --version win over everything else.
+bool parseCommandLine(const std::vector<std::wstring>& args, Command& command, std::wstring& error);
+
+// Equal but for the case of letters (adapter names, categories).
+bool sameIgnoringCase(const std::wstring& a, const std::wstring& b);
+
+// The category's name as the page's combo box shows it: "5e", "6", "6a".
+const wchar_t* categoryName(CableCategory category);
+
+// The one-line usage hint.
+extern const wchar_t* const usageLine;

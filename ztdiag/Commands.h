@@ -1,0 +1,27 @@
+// The three commands, each from the adapters the device manager lists to the
+// exit code: the service work on a ServiceThread, the printing on the
+// calling thread.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "installer/DeviceClassSet.h"
+#include "ztdiag/CommandLine.h"
+#include "ztdiag/Console.h"
+#include "ztdiag/Ztdiag.h"
+
+struct CommandContext {
+    Console& console;
+    const ZtdiagLimits& limits;
+    const Command& command;
+
+    // "ztdiag: <message>" on the error stream; gives `code`.
+    int fail(int code, const std::wstring& message) const;
+    // The line for a service that didn't answer within `limit`; gives exitServiceFailed.
+    int timedOut(std::chrono::milliseconds limit) const;
+};
+
+int listAdapters(const CommandContext& context, const std::vector<ZtAdapterDevice>& adapters);
+int runCableTest(const CommandContext& context, const ZtAdapterDevice& adapter);
+int watchAdapters(const CommandContext& context, const std::vector<ZtAdapterDevice>& adapters);

@@ -1,0 +1,79 @@
+// `ztdiag`: every listed adapter with its state, link, health, firmware and
+// whether it can run a cable test.
+#include <memory>
+
+#include "nic/ZtNic.h"
+#include "wmi/WbemServices.h"
+#include "ztdiag/Commands.h"
+#include "ztdiag/JsonOutput.h"
+#include "ztdiag/ServiceThread.h"
+#include "ztdiag/TextOutput.h"
+
+namespace {
+
+struct Survey {
+    std::vector<AdapterReport> reports;
+    bool serviceDown = false;
+};
+
+// On the service thread. A device that isn't working isn't asked: its driver
+// has nothing to say, as on the page.
+AdapterReport surveyAdapter(const ZtAdapterDevice& device)
+{
+    AdapterReport report;
+    report.name = device.name;
+    report.problemCode = device.problemCode;
+    if (device.problemCode != 0) {
+        return report;
+    }
+    ZtNic nic(device.name, true);
+    report.ready = nic.isReady();
+    report.media = nic.mediaState();
+    report.linkSpeed = nic.linkSpeed();
+    report.firmware = nic.fwVersion();
+    report.cableTestSupported = nic.isCableDiagSupported();
+    if (report.ready) {
+        report.thermal = nic.getThermalInfo();
+    }
+    return report;
+}
+
+void survey(Survey& survey, const std::vector<ZtAdapterDevice>& adapters)
+{
+    bool serviceNeeded = false;
+    for (const ZtAdapterDevice& device : adapters) {
+        serviceNeeded = serviceNeeded || device.problemCode == 0;
+    }
+    if (serviceNeeded && !threadWbemServices().isConnected()) {
+        survey.serviceDown = true;
+        return;
+    }
+    for (const ZtAdapterDevice& device : adapters) {
+        survey.reports.push_back(surveyAdapter(device));
+    }
+}
+
+}  // namespace
+
+int listAdapters(const CommandContext& context, const std::vector<ZtAdapterDevice>& adapters)
+{
+    if (adapters.empty()) {
+        if (context.command.json) {
+            context.console.out(listingJson({}));
+        }
+        return context.fail(exitNotTestable, L"no ZT adapter found");
+    }
+    auto result = std::make_shared<Survey>();
+    ServiceThread thread([result, adapters] { survey(*result, adapters); });
+    if (!thread.waitFor(context.limits.service)) {
+        return context.timedOut(context.limits.service);
+    }
+    if (!thread.succeeded()) {
+        return context.fail(exitServiceFailed, L"out of memory");
+    }
+    if (result->serviceDown) {
+        return context.fail(exitServiceFailed, L"can't connect to the management service (root\\wmi)");
+    }
+    context.console.out(context.command.json ? listingJson(result->reports) : listingText(result->reports));
+    return exitOk;
+}

@@ -1,0 +1,55 @@
+// What a command's service work hands to the main thread, which prints it:
+// plain copies of what the adapter model said, no object of the service.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "ndis/MediaConnectState.h"
+#include "nic/CableCategory.h"
+#include "nic/ZtFwVersion.h"
+#include "nic/ZtPairInfo.h"
+#include "nic/ZtThermalInfo.h"
+#include "platform.h"
+
+// One adapter of the listing.
+struct AdapterReport {
+    std::wstring name;
+    std::uint32_t problemCode = 0;  // as found by the device manager
+    bool ready = false;  // the device works and its driver answers
+    MediaConnectState media = MediaConnectState::Unknown;
+    std::uint64_t linkSpeed = 0;  // bits per second; the last known while connected
+    ZtThermalInfo thermal;  // read only from a ready adapter
+    ZtFwVersion firmware;  // all zero: unknown
+    bool cableTestSupported = false;
+};
+
+// A cable test that ran.
+struct CableTestReport {
+    std::wstring adapter;
+    std::vector<ZtPairInfo> pairs;
+    MediaConnectState media = MediaConnectState::Unknown;  // once the link is back (or not)
+    std::uint64_t linkSpeed = 0;
+    std::uint32_t cableLength = 0;  // meters; 0: none could be determined
+    bool corrected = false;  // the length is corrected for `category` (2.5 and 5 Gbps)
+    CableCategory category = Cat5e;
+};
+
+// One line of `watch`.
+struct WatchEvent {
+    enum Kind {
+        State,  // where the adapter stands when the watch begins
+        Connected,
+        Disconnected,
+        Speed,  // connected again, at another speed
+        Removed,
+        Arrived,
+    };
+    Kind kind = State;
+    SYSTEMTIME time{};
+    std::wstring adapter;
+    MediaConnectState media = MediaConnectState::Unknown;  // State
+    std::uint64_t linkSpeed = 0;  // State, Connected, Speed
+    std::uint32_t problemCode = 0;  // State: a device that isn't working is told as such
+};

@@ -1,0 +1,69 @@
+#include "ztdiag/ServiceThread.h"
+
+#include <atomic>
+#include <exception>
+
+#include "trace/Trace.h"
+#include "wmi/WbemServices.h"
+
+namespace {
+std::atomic<int> runningThreads{0};
+}  // namespace
+
+ServiceThread::ServiceThread(std::function<void()> work) : status_(std::make_shared<Status>())
+{
+    ++runningThreads;
+    try {
+        thread_ = std::thread([status = status_, work = std::move(work)] {
+            bool succeeded = true;
+            try {
+                work();
+            } catch (const std::exception&) {
+                ZT_TRACE(0, "[!] ztdiag service thread: out of memory");
+                succeeded = false;
+            }
+            endThreadWbemServices();
+            {
+                const std::lock_guard<std::mutex> guard(status->lock);
+                status->ended = true;
+                status->succeeded = succeeded;
+                status->changed.notify_all();
+            }
+            --runningThreads;
+        });
+    } catch (...) {
+        --runningThreads;
+        throw;
+    }
+}
+
+int ServiceThread::running()
+{
+    return runningThreads;
+}
+
+ServiceThread::~ServiceThread()
+{
+    bool ended = false;
+    {
+        const std::lock_guard<std::mutex> guard(status_->lock);
+        ended = status_->ended;
+    }
+    if (ended) {
+        thread_.join();
+    } else {
+        thread_.detach();  // the service didn't answer: the work finishes, or not, on its own
+    }
+}
+
+bool ServiceThread::waitFor(std::chrono::milliseconds limit)
+{
+    std::unique_lock<std::mutex> guard(status_->lock);
+    return status_->changed.wait_for(guard, limit, [this] { return status_->ended; });
+}
+
+bool ServiceThread::succeeded()
+{
+    const std::lock_guard<std::mutex> guard(status_->lock);
+    return status_->ended && status_->succeeded;
+}

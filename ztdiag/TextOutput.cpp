@@ -1,0 +1,130 @@
+#include "ztdiag/TextOutput.h"
+
+#include "nic/AdapterTexts.h"
+#include "trace/FormatString.h"
+#include "ztdiag/CommandLine.h"
+
+namespace {
+
+void addField(std::wstring& text, const wchar_t* label, const std::wstring& value)
+{
+    text += formatString(L"%-11s: %s\n", label, value.c_str());
+}
+
+std::wstring healthText(const AdapterReport& adapter)
+{
+    const ZtThermalInfo& thermal = adapter.thermal;
+    const TemperatureHealth health = temperatureHealth(thermal);
+    std::wstring text = temperatureHealthText(health);
+    if (health != TemperatureHealth::Unknown) {
+        text += L" (PHY "
+            + temperatureText((thermal.flags & ZtThermalInfo::phyValid) != 0, thermal.phyTemperature)
+            + L", MAC "
+            + temperatureText((thermal.flags & ZtThermalInfo::macValid) != 0, thermal.macTemperature) + L")";
+    }
+    return text;
+}
+
+std::wstring cableTestAbility(const AdapterReport& adapter)
+{
+    if (!adapter.ready) {
+        return L"No, the device isn't ready";
+    }
+    return adapter.cableTestSupported ? L"Yes" : L"No, firmware older than 1.5.66";
+}
+
+}  // namespace
+
+std::wstring adapterStateText(const AdapterReport& adapter)
+{
+    return adapter.ready ? L"Ready" : deviceStatusText(adapter.problemCode);
+}
+
+std::wstring linkText(MediaConnectState media, std::uint64_t linkSpeed)
+{
+    std::wstring text = mediaStateText(media);
+    if (media == MediaConnectState::Connected) {
+        text += L", ";
+        text += linkSpeedText(linkSpeed);
+    }
+    return text;
+}
+
+std::wstring timestampText(const SYSTEMTIME& time, bool iso)
+{
+    return formatString(iso ? L"%04u-%02u-%02uT%02u:%02u:%02u.%03u" : L"%04u-%02u-%02u %02u:%02u:%02u.%03u",
+                        static_cast<unsigned>(time.wYear), static_cast<unsigned>(time.wMonth),
+                        static_cast<unsigned>(time.wDay), static_cast<unsigned>(time.wHour),
+                        static_cast<unsigned>(time.wMinute), static_cast<unsigned>(time.wSecond),
+                        static_cast<unsigned>(time.wMilliseconds));
+}
+
+std::wstring listingText(const std::vector<AdapterReport>& adapters)
+{
+    std::wstring text;
+    for (const AdapterReport& adapter : adapters) {
+        if (!text.empty()) {
+            text += L"\n";
+        }
+        addField(text, L"Name", adapter.name);
+        addField(text, L"State", adapterStateText(adapter));
+        addField(text, L"Link", linkText(adapter.media, adapter.linkSpeed));
+        addField(text, L"Health", healthText(adapter));
+        addField(text, L"Firmware", adapter.firmware.major != 0 ? adapter.firmware.toString() : L"<unknown>");
+        addField(text, L"Cable test", cableTestAbility(adapter));
+    }
+    return text;
+}
+
+std::wstring cableTestText(const CableTestReport& report)
+{
+    std::wstring text = L"Cable test on " + report.adapter + L"\n";
+    for (const ZtPairInfo& pair : report.pairs) {
+        text += pairResultText(pair) + L"\n";
+    }
+    if (!hasFaultyPair(report.pairs)) {
+        text += cableGoodText;
+        text += L"\n";
+    }
+    if (report.media != MediaConnectState::Connected) {
+        text += cableLengthUnknownText;
+        text += L": no link\n";
+    } else if (report.cableLength == 0) {
+        text += cableLengthUnknownText;
+        text += L"\n";
+    } else if (report.corrected) {
+        text += cableLengthText(report.cableLength)
+            + formatString(L" (category %s at %s)\n", categoryName(report.category),
+                           linkSpeedText(report.linkSpeed));
+    } else {
+        text += cableLengthText(report.cableLength) + L"\n";
+    }
+    return text;
+}
+
+std::wstring watchText(const WatchEvent& event)
+{
+    std::wstring what;
+    switch (event.kind) {
+    case WatchEvent::State:
+        what = event.problemCode != 0 ? deviceStatusText(event.problemCode)
+                                      : linkText(event.media, event.linkSpeed);
+        break;
+    case WatchEvent::Connected:
+        what = linkText(MediaConnectState::Connected, event.linkSpeed);
+        break;
+    case WatchEvent::Disconnected:
+        what = mediaStateText(MediaConnectState::Disconnected);
+        break;
+    case WatchEvent::Speed:
+        what = std::wstring(L"Speed ") + linkSpeedText(event.linkSpeed);
+        break;
+    case WatchEvent::Removed:
+        what = L"Removed";
+        break;
+    case WatchEvent::Arrived:
+        what = L"Arrived";
+        break;
+    }
+    return timestampText(event.time, false) + L"  " + event.adapter + L"  " + what + L"\n";
+}

@@ -1,0 +1,20 @@
+// The tool's text output, in the words the page uses: the listing as blocks
+// of "Label : value" lines, the cable test's lines, one line per watch event.
+// Each text ends with a line break.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "ztdiag/Reports.h"
+
+std::wstring listingText(const std::vector<AdapterReport>& adapters);
+std::wstring cableTestText(const CableTestReport& report);
+std::wstring watchText(const WatchEvent& event);
+
+// "Ready", or why the device isn't (the page's line for it).
+std::wstring adapterStateText(const AdapterReport& adapter);
+// "Connected, 2.5 Gbps" or "Disconnected".
+std::wstring linkText(MediaConnectState media, std::uint64_t linkSpeed);
+// "2024-05-14 09:30:00.250", or with `iso` "2024-05-14T09:30:00.250"; local time.
+std::wstring timestampText(const SYSTEMTIME& time, bool iso);

@@ -1,0 +1,164 @@
+#include "ztdiag/Ztdiag.h"
+
+#include <exception>
+
+#include "resources/resource.h"
+#include "trace/FormatString.h"
+#include "ztdiag/Commands.h"
+
+namespace {
+
+const wchar_t* const version = L"" ZTPROP_VERSION_TEXT;
+
+int seconds(std::chrono::milliseconds limit)
+{
+    return static_cast<int>(std::chrono::duration_cast<std::chrono::seconds>(limit).count());
+}
+
+// "20 seconds", or "250 ms" for a limit below a second.
+std::wstring durationText(std::chrono::milliseconds limit)
+{
+    return limit < std::chrono::seconds(1) ? formatString(L"%d ms", static_cast<int>(limit.count()))
+                                           : formatString(L"%d seconds", seconds(limit));
+}
+
+std::wstring helpText(const ZtdiagLimits& limits)
+{
+    return formatString(
+        L"ztdiag %s: link, health and cable test of ZT network adapters\n"
+        L"\n"
+        L"  ztdiag [--json]\n"
+        L"      Lists every ZT adapter: its device state, link state and speed, temperature\n"
+        L"      health with both temperatures, firmware version and whether it can run a\n"
+        L"      cable test.\n"
+        L"  ztdiag cable-test [ADAPTER] [--category 5e|6|6a] [--json]\n"
+        L"      Runs the driver's cable test (up to 8 seconds; the link goes down meanwhile)\n"
+        L"      and gives each wire pair's verdict, the distance to a fault, and the cable\n"
+        L"      length, corrected for the cable category at 2.5 and 5 Gbps (default 5e).\n"
+        L"  ztdiag watch [ADAPTER] [--json]\n"
+        L"      Prints a timestamped line for each link change, removal and arrival of the\n"
+        L"      adapter (of every ZT adapter, without a name) until Ctrl+C.\n"
+        L"  ztdiag --help | --version\n"
+        L"\n"
+        L"ADAPTER is a name as the listing shows it, in quotes if it has blanks; with one\n"
+        L"adapter on the machine it may be left out. --json prints one JSON document\n"
+        L"(watch: one JSON object per line).\n"
+        L"\n"
+        L"Exit codes:\n"
+        L"  0   all good\n"
+        L"  1   the cable test found a fault on a pair\n"
+        L"  2   the adapter isn't there or can't be tested (not found, not ready,\n"
+        L"      firmware too old)\n"
+        L"  3   the management service failed, or didn't answer within %s\n"
+        L"      (the cable test: %s)\n"
+        L"  64  usage error\n",
+        version, durationText(limits.service).c_str(), durationText(limits.cableTest).c_str());
+}
+
+// The adapter of that name: spelled exactly, else the one spelled so but for case.
+const ZtAdapterDevice* findAdapter(const std::vector<ZtAdapterDevice>& adapters, const std::wstring& name)
+{
+    const ZtAdapterDevice* found = nullptr;
+    for (const ZtAdapterDevice& device : adapters) {
+        if (device.name == name) {
+            return &device;
+        }
+        if (found == nullptr && sameIgnoringCase(device.name, name)) {
+            found = &device;
+        }
+    }
+    return found;
+}
+
+std::wstring nameList(const std::vector<ZtAdapterDevice>& adapters)
+{
+    std::wstring names;
+    for (const ZtAdapterDevice& device : adapters) {
+        names += (names.empty() ? L"'" : L", '") + device.name + L"'";
+    }
+    return names;
+}
+
+int unknownAdapter(const CommandContext& context, const std::vector<ZtAdapterDevice>& adapters)
+{
+    const std::wstring& name = context.command.adapter;
+    if (adapters.empty()) {
+        return context.fail(exitNotTestable, L"no ZT adapter named '" + name + L"': there is no ZT adapter");
+    }
+    return context.fail(exitNotTestable,
+                        L"no ZT adapter named '" + name + L"'; the ZT adapters are " + nameList(adapters));
+}
+
+int dispatch(const CommandContext& context)
+{
+    const Command& command = context.command;
+    if (command.kind == CommandKind::Help) {
+        context.console.out(helpText(context.limits));
+        return exitOk;
+    }
+    if (command.kind == CommandKind::Version) {
+        context.console.out(std::wstring(L"ztdiag ") + version + L"\n");
+        return exitOk;
+    }
+    std::vector<ZtAdapterDevice> adapters;
+    DWORD error = 0;
+    if (!findZtAdapters(adapters, error)) {
+        return context.fail(exitServiceFailed,
+                            formatString(L"can't list the network adapters (SetupAPI error %u)",
+                                         static_cast<unsigned>(error)));
+    }
+    if (command.kind == CommandKind::List) {
+        return listAdapters(context, adapters);
+    }
+    if (!command.adapter.empty()) {
+        const ZtAdapterDevice* chosen = findAdapter(adapters, command.adapter);
+        if (chosen == nullptr) {
+            return unknownAdapter(context, adapters);
+        }
+        return command.kind == CommandKind::CableTest ? runCableTest(context, *chosen)
+                                                      : watchAdapters(context, {*chosen});
+    }
+    if (adapters.empty()) {
+        return context.fail(exitNotTestable, L"no ZT adapter found");
+    }
+    if (command.kind == CommandKind::Watch) {
+        return watchAdapters(context, adapters);
+    }
+    if (adapters.size() > 1) {
+        context.console.err(L"ztdiag: " + std::to_wstring(adapters.size())
+                            + L" ZT adapters: name the one to test: " + nameList(adapters) + L"\n" + usageLine
+                            + L"\n");
+        return exitUsage;
+    }
+    return runCableTest(context, adapters.front());
+}
+
+}  // namespace
+
+int CommandContext::fail(int code, const std::wstring& message) const
+{
+    console.err(L"ztdiag: " + message + L"\n");
+    return code;
+}
+
+int CommandContext::timedOut(std::chrono::milliseconds limit) const
+{
+    return fail(exitServiceFailed, L"the management service didn't answer within " + durationText(limit));
+}
+
+int ztdiagMain(const std::vector<std::wstring>& args, Console& console, const ZtdiagLimits& limits)
+{
+    try {
+        Command command;
+        std::wstring error;
+        if (!parseCommandLine(args, command, error)) {
+            console.err(L"ztdiag: " + error + L"\n" + usageLine + L"\n");
+            return exitUsage;
+        }
+        return dispatch(CommandContext{console, limits, command});
+    } catch (const std::exception&) {
+        // Only allocation fails this way, or a thread that can't be made.
+        console.err(L"ztdiag: out of memory or threads\n");
+        return exitServiceFailed;
+    }
+}

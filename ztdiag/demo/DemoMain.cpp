@@ -1,0 +1,184 @@
+// ztdiag_demo.exe: the console tool's code on the simulated adapter, for
+// scripts/run-ztdiag and the Wine test; never shipped. Its own settings come
+// first, as --sim-NAME=VALUE; every other argument is the tool's. With the
+// command `watch` it plays a few link changes, a removal and an arrival, then
+// presses Ctrl+C.
+#include <atomic>
+#include <chrono>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "sim/ZtDriver.h"
+#include "ztdiag/Ztdiag.h"
+#include "ztdiag/demo/DemoWorld.h"
+#include "ztdiag/windows/WindowsConsole.h"
+
+namespace {
+
+const wchar_t* const demoUsage
+    = L"ztdiag_demo [--sim-NAME=VALUE...] [ztdiag arguments]\n"
+      L"  --sim-second-adapter      a second ZT adapter, disabled\n"
+      L"  --sim-link=down           no cable in\n"
+      L"  --sim-speed=BPS           link speed in bits per second (2500000000)\n"
+      L"  --sim-pairs=S[:D],...     the cable test's pair words: status and distance (0,0,0,0)\n"
+      L"  --sim-cable-length=M      the driver's raw cable length in meters (100)\n"
+      L"  --sim-cable-test-ms=MS    how long the driver's cable test takes (1500)\n"
+      L"  --sim-firmware=X.Y.Z      firmware version (1.5.66)\n"
+      L"  --sim-temperatures=P,M    PHY and MAC temperature in hundredths of a degree (5425,6100)\n";
+
+std::vector<std::wstring> split(const std::wstring& text, wchar_t separator)
+{
+    std::vector<std::wstring> parts;
+    std::size_t start = 0;
+    for (;;) {
+        const std::size_t end = text.find(separator, start);
+        parts.push_back(text.substr(start, end - start));
+        if (end == std::wstring::npos) {
+            return parts;
+        }
+        start = end + 1;
+    }
+}
+
+unsigned long long number(const std::wstring& text)
+{
+    std::size_t used = 0;
+    const unsigned long long value = std::stoull(text, &used);
+    if (used != text.size()) {
+        throw std::invalid_argument("not a number");
+    }
+    return value;
+}
+
+// Takes the --sim- settings out of `args`; throws std::invalid_argument or std::out_of_range.
+DemoSettings takeSettings(std::vector<std::wstring>& args)
+{
+    DemoSettings settings;
+    std::vector<std::wstring> rest;
+    for (const std::wstring& arg : args) {
+        if (arg.rfind(L"--sim-", 0) != 0) {
+            rest.push_back(arg);
+            continue;
+        }
+        const std::size_t equals = arg.find(L'=');
+        const std::wstring name = arg.substr(0, equals);
+        const std::wstring value = equals == std::wstring::npos ? L"" : arg.substr(equals + 1);
+        if (name == L"--sim-second-adapter") {
+            settings.secondAdapter = true;
+        } else if (name == L"--sim-link") {
+            settings.linkUp = value != L"down";
+        } else if (name == L"--sim-speed") {
+            settings.linkSpeed = number(value);
+        } else if (name == L"--sim-pairs") {
+            settings.pairs.clear();
+            for (const std::wstring& pair : split(value, L',')) {
+                const std::vector<std::wstring> parts = split(pair, L':');
+                const auto status = static_cast<std::uint8_t>(number(parts[0]));
+                const auto distance = static_cast<std::uint8_t>(parts.size() > 1 ? number(parts[1]) : 0);
+                settings.pairs.push_back(sim::ZtDriver::pairWord(status, distance));
+            }
+        } else if (name == L"--sim-cable-length") {
+            settings.cableLength = static_cast<std::uint32_t>(number(value));
+        } else if (name == L"--sim-cable-test-ms") {
+            settings.cableTestMs = static_cast<std::uint32_t>(number(value));
+        } else if (name == L"--sim-firmware") {
+            const std::vector<std::wstring> parts = split(value, L'.');
+            if (parts.size() != 3) {
+                throw std::invalid_argument("firmware");
+            }
+            settings.firmwareMajor = static_cast<std::uint8_t>(number(parts[0]));
+            settings.firmwareMinor = static_cast<std::uint8_t>(number(parts[1]));
+            settings.firmwareRevision = static_cast<std::uint16_t>(number(parts[2]));
+        } else if (name == L"--sim-temperatures") {
+            const std::vector<std::wstring> parts = split(value, L',');
+            if (parts.size() != 2) {
+                throw std::invalid_argument("temperatures");
+            }
+            settings.phyTemperature = std::stoi(parts[0]);
+            settings.macTemperature = std::stoi(parts[1]);
+        } else {
+            throw std::invalid_argument("unknown setting");
+        }
+    }
+    args = rest;
+    return settings;
+}
+
+bool isWatch(const std::vector<std::wstring>& args)
+{
+    for (const std::wstring& arg : args) {
+        if (arg == L"watch") {
+            return true;
+        }
+    }
+    return false;
+}
+
+// What `watch` sees: a cable pulled and put back, a faster link, the adapter
+// removed and back, then Ctrl+C. Each step stops early once `done` is set.
+void playWatch(DemoWorld& world, const std::atomic<bool>& done)
+{
+    const auto pause = [&done] {
+        for (int slice = 0; slice < 8 && !done; ++slice) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        return !done;
+    };
+    if (!world.awaitSubscriptions() || !pause()) {
+        return;
+    }
+    world.unplug();
+    if (!pause()) {
+        return;
+    }
+    world.plug(1000000000);
+    if (!pause()) {
+        return;
+    }
+    world.plug(2500000000);
+    if (!pause()) {
+        return;
+    }
+    world.remove();
+    if (!pause()) {
+        return;
+    }
+    world.arrive();
+    if (pause()) {
+        WindowsConsole::controlEvent(CTRL_C_EVENT);
+    }
+}
+
+}  // namespace
+
+int wmain(int argc, wchar_t** argv)
+{
+    std::vector<std::wstring> args(argv + 1, argv + argc);
+    WindowsConsole console;
+    DemoSettings settings;
+    try {
+        settings = takeSettings(args);
+    } catch (const std::exception&) {
+        console.err(demoUsage);
+        ExitProcess(exitUsage);
+    }
+    DemoWorld world(settings);
+    if (!world.ready()) {
+        console.err(L"ztdiag_demo: the simulated adapter couldn't be set up\n");
+        ExitProcess(exitServiceFailed);
+    }
+    std::atomic<bool> done{false};
+    std::thread script;
+    if (isWatch(args)) {
+        script = std::thread([&world, &done] { playWatch(world, done); });
+    }
+    const int code = ztdiagMain(args, console);
+    done = true;
+    if (script.joinable()) {
+        script.join();
+    }
+    world.stop();
+    ExitProcess(static_cast<UINT>(code));
+}

@@ -1,0 +1,87 @@
+#include "ztdiag/windows/WindowsConsole.h"
+
+#include <mutex>
+
+#include "ztdiag/Utf8.h"
+
+namespace {
+
+// The handler onInterrupt set, for the console's thread.
+std::mutex interruptLock;
+std::function<void()> interruptHandler;
+
+}  // namespace
+
+WindowsConsole::WindowsConsole() : out_(open_(STD_OUTPUT_HANDLE)), err_(open_(STD_ERROR_HANDLE))
+{
+    SetConsoleCtrlHandler(&WindowsConsole::controlEvent, TRUE);
+}
+
+WindowsConsole::~WindowsConsole()
+{
+    SetConsoleCtrlHandler(&WindowsConsole::controlEvent, FALSE);
+    const std::lock_guard<std::mutex> guard(interruptLock);
+    interruptHandler = nullptr;
+}
+
+WindowsConsole::Stream WindowsConsole::open_(DWORD which)
+{
+    const HANDLE handle = GetStdHandle(which);
+    DWORD mode = 0;
+    const bool console
+        = handle != nullptr && handle != INVALID_HANDLE_VALUE && GetConsoleMode(handle, &mode) != 0;
+    return {handle, console};
+}
+
+void WindowsConsole::write_(const Stream& stream, const std::wstring& text)
+{
+    if (stream.handle == nullptr || stream.handle == INVALID_HANDLE_VALUE || text.empty()) {
+        return;
+    }
+    if (stream.console) {
+        DWORD written = 0;
+        WriteConsoleW(stream.handle, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
+        return;
+    }
+    // A file or a pipe gets text as Windows programs write it: UTF-8, CR LF.
+    std::wstring lines;
+    lines.reserve(text.size() + text.size() / 32);
+    for (const wchar_t c : text) {
+        if (c == L'\n') {
+            lines += L'\r';
+        }
+        lines += c;
+    }
+    const std::string bytes = toUtf8(lines);
+    DWORD written = 0;
+    WriteFile(stream.handle, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
+}
+
+void WindowsConsole::out(const std::wstring& text)
+{
+    write_(out_, text);
+}
+
+void WindowsConsole::err(const std::wstring& text)
+{
+    write_(err_, text);
+}
+
+void WindowsConsole::onInterrupt(std::function<void()> handler)
+{
+    const std::lock_guard<std::mutex> guard(interruptLock);
+    interruptHandler = std::move(handler);
+}
+
+BOOL WINAPI WindowsConsole::controlEvent(DWORD type)
+{
+    if (type != CTRL_C_EVENT && type != CTRL_BREAK_EVENT) {
+        return FALSE;
+    }
+    const std::lock_guard<std::mutex> guard(interruptLock);
+    if (!interruptHandler) {
+        return FALSE;
+    }
+    interruptHandler();
+    return TRUE;
+}

@@ -1,0 +1,35 @@
+// The tool's Console on Windows: WriteConsoleW on a console, UTF-8 with CR LF
+// through WriteFile when a stream is redirected, Ctrl+C and Ctrl+Break through
+// SetConsoleCtrlHandler. One per process.
+#pragma once
+
+#include "platform.h"
+#include "ztdiag/Console.h"
+
+class WindowsConsole : public Console {
+public:
+    WindowsConsole();
+    ~WindowsConsole() override;
+    WindowsConsole(const WindowsConsole&) = delete;
+    WindowsConsole& operator=(const WindowsConsole&) = delete;
+
+    void out(const std::wstring& text) override;
+    void err(const std::wstring& text) override;
+    bool isTerminal() const override { return out_.console; }
+    void onInterrupt(std::function<void()> handler) override;
+
+    // The handler the console calls on its own thread: TRUE (handled) while an
+    // interrupt handler is set, else FALSE, and the process ends as usual.
+    static BOOL WINAPI controlEvent(DWORD type);
+
+private:
+    struct Stream {
+        HANDLE handle;
+        bool console;
+    };
+    static Stream open_(DWORD which);
+    static void write_(const Stream& stream, const std::wstring& text);
+
+    Stream out_;
+    Stream err_;
+};
