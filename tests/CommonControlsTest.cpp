@@ -264,20 +264,6 @@ TEST_F(CommonControlsTest, withoutAManifestContextCallsRunUnderTheProcessDefault
     EXPECT_TRUE(host::activationsBalanced());
 }
 
-TEST_F(CommonControlsTest, anImageListHoldsTheIconsItIsGiven)
-{
-    HIMAGELIST list = controls_->imageListCreate(16, 16, ILC_COLOR32 | ILC_MASK, 2, 2);
-    ASSERT_NE(list, nullptr);
-    EXPECT_EQ(controls_->imageListReplaceIcon(list, -1, icon(0x10)), 0);
-    EXPECT_EQ(controls_->imageListReplaceIcon(list, -1, icon(0x20)), 1);
-    EXPECT_EQ(controls_->imageListReplaceIcon(list, 0, icon(0x30)), 0);
-    EXPECT_EQ(controls_->imageListReplaceIcon(list, 2, icon(0x40)), -1);
-    EXPECT_EQ(host::imageListIcons(list), (std::vector<HICON>{icon(0x30), icon(0x20)}));
-    EXPECT_TRUE(controls_->imageListDestroy(list));
-    EXPECT_EQ(host::liveImageLists(), 0);
-    EXPECT_FALSE(controls_->imageListDestroy(list));
-}
-
 TEST_F(CommonControlsTest, threadsShareOneLibraryReferenceAndBalanceTheirOwnActivations)
 {
     std::vector<std::thread> threads;

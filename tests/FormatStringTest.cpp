@@ -59,15 +59,4 @@ TEST(FormatString, growsByTheFormattersAnswer)
     }
 }
 
-TEST(FormatString, pointerKeysAreUniquePerAddress)
-{
-    int a = 0;
-    int b = 0;
-    const std::wstring ka = formatString(L"ppb_%p_nic_changed", static_cast<void*>(&a));
-    const std::wstring kb = formatString(L"ppb_%p_nic_changed", static_cast<void*>(&b));
-    EXPECT_NE(ka, kb);
-    EXPECT_EQ(ka, formatString(L"ppb_%p_nic_changed", static_cast<void*>(&a)));
-    EXPECT_EQ(ka.rfind(L"ppb_", 0), 0U);
-}
-
 }  // namespace

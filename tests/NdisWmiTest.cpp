@@ -487,35 +487,6 @@ TEST_F(NdisWmiTest, destructionWaitsForACallbackThatIsRunning)
     EXPECT_FALSE(destroyedWhileInside) << "the destructor returned while a callback still ran";
 }
 
-TEST_F(NdisWmiTest, monitorsComeAndGoWhileTheServiceKeepsDelivering)
-{
-    std::atomic<bool> stop{false};
-    std::vector<std::thread> firers;
-    firers.reserve(2);
-    for (int i = 0; i < 2; ++i) {
-        firers.emplace_back([&] {
-            while (!stop) {
-                ndis_->connect(adapter);
-                ndis_->disconnect(adapter);
-                service_.drain(1s);
-            }
-        });
-    }
-    std::atomic<long> calls{0};
-    for (int round = 0; round < 30; ++round) {
-        onNewThread([&] {
-            NdisWmi monitor(adapter);
-            monitor.bindCallbacks({}, {}, [&](const std::wstring&, MediaConnectState) { ++calls; });
-            std::this_thread::sleep_for(2ms);
-        });
-    }
-    stop = true;
-    for (auto& t : firers) {
-        t.join();
-    }
-    EXPECT_TRUE(service_.subscriptions().empty());
-}
-
 }  // namespace
 
 namespace {

@@ -40,7 +40,10 @@ sim::AdapterSettings adapterOf(const DemoSettings& settings)
 }  // namespace
 
 DemoWorld::DemoWorld(const DemoSettings& settings)
-    : settings_(settings), devices_(devicesOf(settings)), adapter_(adapterOf(settings)), linkUp_(settings.linkUp)
+    : settings_(settings),
+      devices_(devicesOf(settings)),
+      adapter_(adapterOf(settings)),
+      linkUp_(settings.linkUp)
 {
 }
 
@@ -88,8 +91,8 @@ void DemoWorld::plug(std::uint64_t linkSpeed)
 {
     if (linkUp_) {
         // Another speed on a link that stays up: NDIS reports it as a connect.
-        adapter_.ndis().setLinkState(settings_.name,
-                                     {sim::ndis::mediaConnected, sim::ndis::duplexFull, linkSpeed, linkSpeed});
+        adapter_.ndis().setLinkState(
+            settings_.name, {sim::ndis::mediaConnected, sim::ndis::duplexFull, linkSpeed, linkSpeed});
         adapter_.ndis().connect(settings_.name).wait();
         return;
     }
