@@ -6,12 +6,12 @@
 #include <optional>
 
 #include "PageHarness.h"
+#include "PageModes.h"
 #include "WmiFixture.h"
 #include "diag_page/DiagResultsList.h"
 #include "host/HostActivation.h"
 #include "installer/ModuleRecord.h"
 #include "nic/ZtNic.h"
-#include "page_framework/PropertyPageBase.h"
 #include "resources/resource.h"
 #include "sim/Ndis.h"
 #include "sim/ZtDriver.h"
@@ -52,21 +52,6 @@ sim::LinkState link(std::uint64_t speed, bool up = true)
 sim::Fault driverSilent()
 {
     return sim::Fault::on("GetObject", WBEM_E_NOT_FOUND).forTarget(ZtDriver::adapterClass);
-}
-
-bool timerRunning(HWND page)
-{
-    for (const host::TimerInfo& timer : host::liveTimers(page)) {
-        if (timer.id == 1101 && timer.period == 1500) {
-            return true;
-        }
-    }
-    return false;
-}
-
-bool has(const std::vector<std::string>& messages, const std::string& line)
-{
-    return std::find(messages.begin(), messages.end(), line) != messages.end();
 }
 
 class DiagPageTest : public WmiFixture {
@@ -122,7 +107,7 @@ TEST_F(DiagPageTest, opensOnAReadyAdapter)
         EXPECT_FALSE(s.categoryLabelEnabled);
         EXPECT_FALSE(s.categoryEnabled);
         EXPECT_EQ(s.category, L"");
-        EXPECT_TRUE(timerRunning(sheet.page()));
+        EXPECT_TRUE(temperatureTimerRunning(sheet.page()));
         for (const std::string& line : tracedMessages()) {
             // Later threads are told the process's security is set already.
             const bool security = line.rfind("[!] CoInitializeSecurity()", 0) == 0;
@@ -169,7 +154,7 @@ TEST_F(DiagPageTest, modesOfAnAdapterThatIsNotReadyOrTooOld)
             EXPECT_EQ(s.runEnabled, c.runEnabled);
             EXPECT_FALSE(s.categoryEnabled);
             EXPECT_FALSE(s.categoryLabelEnabled);
-            EXPECT_EQ(timerRunning(sheet.page()), c.timer);
+            EXPECT_EQ(temperatureTimerRunning(sheet.page()), c.timer);
             const std::vector<DWORD> sleeps = host::sleepCalls();
             EXPECT_EQ(sleeps.size(), c.sleeps);
             for (DWORD ms : sleeps) {
@@ -212,7 +197,7 @@ TEST_F(DiagPageTest, cableRunWithAFaultyPairWhileTheDriverTakesTheLinkDown)
         EXPECT_EQ(s.linkIcon, IDI_LAMP_UNKNOWN);
         EXPECT_EQ(s.lines, Lines{started()}) << "the run's own media event changes only the link group";
         EXPECT_FALSE(s.runEnabled);
-        EXPECT_TRUE(has(tracedMessages(), "Media state changed because of diagnostics -> do nothing"));
+        EXPECT_TRUE(traced("Media state changed because of diagnostics -> do nothing"));
 
         sheet.click(IDC_RUN_DIAG);  // disabled: nothing happens
         driver_->releaseCableTest(adapter);
@@ -320,7 +305,7 @@ TEST_F(DiagPageTest, aWorkerThatCannotStartLeavesTheButtonForAnotherTry)
         const PageScreen s = sheet.screen();
         EXPECT_EQ(s.lines, (Lines{{L"Failed to start cable diagnostics", error}}));
         EXPECT_TRUE(s.runEnabled);
-        EXPECT_TRUE(has(tracedMessages(), "[!] Failed to start cable diagnostics worker thread"));
+        EXPECT_TRUE(traced("[!] Failed to start cable diagnostics worker thread"));
 
         sheet.click(IDC_RUN_DIAG);
         ASSERT_TRUE(sheet.pumpUntil([&] { return sheet.screen().runEnabled; }));
@@ -382,7 +367,7 @@ TEST_F(DiagPageTest, anAdapterDisabledDuringARunIsShownAfterIt)
         waitRunning();
         host::setDeviceUint32(device_, DEVPKEY_Device_ProblemCode, 22);
         ndis_->remove(adapter).wait();
-        ASSERT_TRUE(sheet.pumpUntil([&] { return has(tracedMessages(), "ZtNic: adapter removed"); }));
+        ASSERT_TRUE(sheet.pumpUntil([&] { return traced("ZtNic: adapter removed"); }));
         sheet.pump();
         PageScreen s = sheet.screen();
         EXPECT_EQ(s.lines, Lines{started()}) << "the run still owns the page";
@@ -394,7 +379,7 @@ TEST_F(DiagPageTest, anAdapterDisabledDuringARunIsShownAfterIt)
         s = sheet.screen();
         EXPECT_EQ(s.lines, (Lines{{L"Device is disabled", warning}}));
         EXPECT_FALSE(s.runEnabled);
-        EXPECT_FALSE(timerRunning(sheet.page()));
+        EXPECT_FALSE(temperatureTimerRunning(sheet.page()));
         EXPECT_EQ(s.temperature, L"Temperature <unknown>");
 
         // Back again: the page is usable as before.
@@ -403,7 +388,7 @@ TEST_F(DiagPageTest, anAdapterDisabledDuringARunIsShownAfterIt)
         ndis_->arrive(adapter, link(gbps)).wait();
         ASSERT_TRUE(sheet.pumpUntil([&] { return sheet.screen().runEnabled; }));
         EXPECT_EQ(sheet.screen().lines, Lines{});
-        EXPECT_TRUE(timerRunning(sheet.page()));
+        EXPECT_TRUE(temperatureTimerRunning(sheet.page()));
     });
     EXPECT_EQ(driver_->cableTests(adapter), 1);
 }
@@ -711,25 +696,6 @@ TEST_F(DiagPageTest, layoutSharesTheWidthAndGivesTheListTheFreeHeight)
                                     IDC_LINK_ICON, IDC_LINK_STATUS, IDC_HEALTH_ICON, IDC_TEMPERATURE,
                                     IDC_LINK_SPEED, IDC_TEMPERATURE_DETAIL, IDC_DIAG_LINE, IDC_RUN_DIAG,
                                     IDC_RESULTS_LIST}));
-    });
-}
-
-TEST_F(DiagPageTest, otherTimersClicksAndMessagesChangeNothing)
-{
-    withPage([&](PageSheet& sheet) {
-        const PageScreen before = sheet.screen();
-        const HWND page = sheet.page();
-        const auto send = [page](UINT message, WPARAM wParam) {
-            return PropertyPageBase::dialogProc(page, message, wParam, 0);
-        };
-        EXPECT_EQ(send(WM_TIMER, 1102), TRUE);
-        EXPECT_EQ(send(WM_COMMAND, MAKEWPARAM(IDC_CABLE_CATEGORY_LABEL, 0)), TRUE);
-        EXPECT_EQ(send(WM_USER + 2, 0), 0);
-        EXPECT_EQ(send(WM_USER + 150, 0), 0);
-        const PageScreen after = sheet.screen();
-        EXPECT_EQ(after.lines, before.lines);
-        EXPECT_EQ(after.runEnabled, before.runEnabled);
-        EXPECT_EQ(after.temperature, before.temperature);
     });
 }
 

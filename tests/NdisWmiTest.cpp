@@ -120,41 +120,14 @@ TEST_F(NdisWmiTest, aFailedRegistrationIsTracedAndTheOthersGoOn)
         Messages{"[!] NdisWmi: register 'MSNdis_NotifyAdapterRemoval' notification failed -> 0x80041010"});
 }
 
-TEST_F(NdisWmiTest, linkStateQuerySendsTheFixedRecordsInOrder)
+TEST_F(NdisWmiTest, linkStateQuerySendsTheFixedRecords)
 {
     ndis_->setLinkState(adapter,
                         {sim::ndis::mediaConnected, sim::ndis::duplexFull, 2500000000ULL, 2500000000ULL});
     onNewThread([&] {
         const NdisWmi monitor(adapter);
-        service_.clearCalls();
         EXPECT_EQ(monitor.linkSpeed(), 2500000000ULL);
     });
-    std::vector<std::wstring> order;
-    for (const auto& call : service_.calls()) {
-        if (call.call == "Put" || call.call == "GetObject" || call.call == "ExecMethod"
-            || call.call == "GetMethod") {
-            order.push_back(std::wstring(call.call.begin(), call.call.end()) + L" " + call.target);
-        }
-    }
-    const std::vector<std::wstring> expected = {
-        L"GetObject MSNdis_ObjectHeader",
-        L"Put MSNdis_ObjectHeader.Revision",
-        L"Put MSNdis_ObjectHeader.Type",
-        L"Put MSNdis_ObjectHeader.Size",
-        L"GetObject MSNdis_WmiMethodHeader",
-        L"Put MSNdis_WmiMethodHeader.Header",
-        L"Put MSNdis_WmiMethodHeader.NetLuid",
-        L"Put MSNdis_WmiMethodHeader.Padding",
-        L"Put MSNdis_WmiMethodHeader.PortNumber",
-        L"Put MSNdis_WmiMethodHeader.RequestId",
-        L"Put MSNdis_WmiMethodHeader.Timeout",
-        L"GetObject MSNdis_LinkState",
-        L"GetMethod MSNdis_LinkState.WmiQueryLinkState",
-        L"Put __PARAMETERS.Header",
-        L"ExecMethod MSNdis_LinkState.WmiQueryLinkState",
-    };
-    EXPECT_EQ(order, expected);
-
     const auto requests = ndis_->requests();
     ASSERT_EQ(requests.size(), 1U);
     const auto& r = requests[0];

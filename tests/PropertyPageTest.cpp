@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <thread>
-
 #include "RecordingPage.h"
 #include "WmiFixture.h"
 #include "host/HostWindows.h"
@@ -205,35 +203,6 @@ TEST_F(PropertyPageTest, adapterNotificationsReachTheDialogThreadAsPosts)
         RecordingPage::calls = nullptr;
         endThreadWbemServices();
     });
-}
-
-TEST_F(PropertyPageTest, twoSheetsOnTwoThreads)
-{
-    SP_DEVINFO_DATA other = host::makeDevice(10);
-    host::setDeviceString(other, DEVPKEY_Device_FriendlyName, adapter);
-    host::setDeviceUint32(other, DEVPKEY_Device_ProblemCode, 0);
-    for (int round = 0; round < 10; ++round) {
-        auto sheet = [&](SP_DEVINFO_DATA* device) {
-            {
-                const std::lock_guard<std::mutex> guard(moduleRecord.lock);
-                moduleRecord.deviceReader
-                    = std::make_shared<DevPropertiesReader>(host::deviceInfoSet(), device);
-            }
-            SheetPage page;
-            page.create();
-            page.showDialog();
-            ndis_->connect(adapter);
-            page.pump();
-            page.release();
-            endThreadWbemServices();
-        };
-        std::thread a(sheet, &device_);
-        std::thread b(sheet, &other);
-        a.join();
-        b.join();
-        EXPECT_EQ(moduleRecord.pageCount, 0U);
-        EXPECT_TRUE(service_.drain(10s));
-    }
 }
 
 }  // namespace

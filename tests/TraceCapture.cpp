@@ -1,5 +1,6 @@
 #include "TraceCapture.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "host/HostPlatform.h"
@@ -29,6 +30,12 @@ std::vector<std::string> tracedMessages()
         messages.push_back(line.message);
     }
     return messages;
+}
+
+bool traced(const std::string& message)
+{
+    const std::vector<std::string> messages = tracedMessages();
+    return std::find(messages.begin(), messages.end(), message) != messages.end();
 }
 
 TraceAll::TraceAll() : saved_(traceLevel)

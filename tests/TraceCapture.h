@@ -14,6 +14,8 @@ struct TraceLine {
 std::vector<TraceLine> tracedLines();
 // Just the messages, in order.
 std::vector<std::string> tracedMessages();
+// Whether one of them is exactly `message`.
+bool traced(const std::string& message);
 
 // Writes every level for the test's life, and starts from a clean platform.
 class TraceAll {

@@ -15,12 +15,6 @@ using Messages = std::vector<std::string>;
 const wchar_t* const adapterPath = L"Test_Adapter.InstanceName=\"eth 0 #1\"";
 const HRESULT accessDenied = static_cast<HRESULT>(0x80070005);
 
-bool traced(const std::string& message)
-{
-    const auto messages = tracedMessages();
-    return std::find(messages.begin(), messages.end(), message) != messages.end();
-}
-
 class WbemServicesTest : public WmiFixture { };
 
 TEST_F(WbemServicesTest, oneConnectionPerThreadMadeAtTheFirstCall)
@@ -246,10 +240,6 @@ TEST_F(WbemServicesTest, endingTheThreadsConnectionEarlyReleasesItNow)
     EXPECT_EQ(callsOf("ConnectServer"), 2);
     EXPECT_EQ(host::coUninitializeCalls(), 2);
 }
-
-}  // namespace
-
-namespace {
 
 TEST_F(WbemServicesTest, borrowedThreadEndsOnlyTheConnectionItsScopeMade)
 {

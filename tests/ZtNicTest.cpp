@@ -23,11 +23,6 @@ using sim::ZtField;
 const wchar_t* const adapter = L"ZT 10G Network Adapter #2";
 const char* const adapterPath = "\"ZT 10G Network Adapter #2\"";
 
-bool contains(const Messages& messages, const std::string& line)
-{
-    return std::find(messages.begin(), messages.end(), line) != messages.end();
-}
-
 Messages levelZeroAndTwo(const Messages& messages)
 {
     Messages out;
@@ -82,10 +77,7 @@ TEST_F(ZtNicTest, readyAdapterIsInitialisedFromTheDriverAndNdis)
         EXPECT_EQ(nic.fwVersion().toString(), L"1.5.66");
         EXPECT_TRUE(nic.isCableDiagSupported());
     });
-    const auto messages = tracedMessages();
-    EXPECT_TRUE(contains(messages, "FW version: 1.5.66"));
-    EXPECT_TRUE(contains(messages, "ZtNic: media state 1, link speed 5000000000"));
-    EXPECT_EQ(levelZeroAndTwo(messages), Messages{});
+    EXPECT_EQ(levelZeroAndTwo(tracedMessages()), Messages{});
 }
 
 TEST_F(ZtNicTest, deviceNotReadyTouchesNoDriverObject)
@@ -202,7 +194,7 @@ TEST_F(ZtNicTest, mediaEventsKeepTheLastSpeedWhenTheLinkGoesDown)
         EXPECT_EQ(nic.linkSpeed(), 2500000000ULL) << "read anew when the link comes up";
     });
     EXPECT_EQ(told.get(), (std::vector<std::string>{"media 2", "media 1"}));
-    EXPECT_TRUE(contains(tracedMessages(), "ZtNic: media state changed 1 -> 2"));
+    EXPECT_TRUE(traced("ZtNic: media state changed 1 -> 2"));
 }
 
 TEST_F(ZtNicTest, removalClearsAndArrivalReadsAgain)
@@ -266,61 +258,33 @@ TEST_F(ZtNicTest, arrivalRetriesUntilTheDriverAnswers)
             }
         }
         EXPECT_EQ(tries, c.tries);
-        EXPECT_TRUE(contains(tracedMessages(), c.verdict));
+        EXPECT_TRUE(traced(c.verdict));
         EXPECT_EQ(told.get(), std::vector<std::string>{"added"}) << "told of the arrival either way";
     }
 }
 
 TEST_F(ZtNicTest, cableTestGivesOneRecordPerPair)
 {
-    struct Case {
-        const char* what;
-        std::vector<std::uint32_t> words;
-        Messages pairLines;
+    const std::vector<std::vector<std::uint32_t>> cases = {
+        {ZtDriver::pairWord(0, 0), ZtDriver::pairWord(1, 3, 18), ZtDriver::pairWord(7, 12, 30),
+         ZtDriver::pairWord(4, 2)},
+        {},
+        {0, 0, 0, 0, ZtDriver::pairWord(5, 1)},
     };
-    const Case cases[] = {
-        {"four pairs",
-         {ZtDriver::pairWord(0, 0), ZtDriver::pairWord(1, 3, 18), ZtDriver::pairWord(7, 12, 30),
-          ZtDriver::pairWord(4, 2)},
-         {"got pair A result: status 0, distance 0, farthest distance 0",
-          "got pair B result: status 1, distance 3, farthest distance 18",
-          "got pair C result: status 7, distance 12, farthest distance 30",
-          "got pair D result: status 4, distance 2, farthest distance 0"}},
-        {"no pairs", {}, {}},
-        {"five pairs",
-         {0, 0, 0, 0, ZtDriver::pairWord(5, 1)},
-         {"got pair A result: status 0, distance 0, farthest distance 0",
-          "got pair B result: status 0, distance 0, farthest distance 0",
-          "got pair C result: status 0, distance 0, farthest distance 0",
-          "got pair D result: status 0, distance 0, farthest distance 0",
-          "got pair <unknown> result: status 5, distance 1, farthest distance 0"}},
-    };
-    for (const auto& c : cases) {
-        driver_->setPairs(adapter, c.words);
-        host::clearDebugOutput();
+    for (const auto& words : cases) {
+        driver_->setPairs(adapter, words);
         std::vector<ZtPairInfo> results;
         onNewThread([&] {
             ZtNic nic(adapter, true);
-            host::clearDebugOutput();
-            EXPECT_TRUE(nic.performCableDiag(results)) << c.what;
+            EXPECT_TRUE(nic.performCableDiag(results)) << words.size();
         });
-        ASSERT_EQ(results.size(), c.words.size()) << c.what;
+        ASSERT_EQ(results.size(), words.size());
         for (std::size_t i = 0; i < results.size(); ++i) {
             EXPECT_EQ(results[i].pairIndex, static_cast<int>(i));
-            EXPECT_EQ(results[i].status, c.words[i] & 0xFF);
-            EXPECT_EQ(results[i].distance, (c.words[i] >> 8) & 0xFF);
+            EXPECT_EQ(results[i].status, words[i] & 0xFF);
+            EXPECT_EQ(results[i].distance, (words[i] >> 8) & 0xFF);
+            EXPECT_EQ(results[i].farthestDistance, (words[i] >> 16) & 0xFF);
         }
-        Messages pairLines;
-        for (const auto& m : tracedMessages()) {
-            if (m.rfind("got pair ", 0) == 0) {
-                pairLines.push_back(m);
-            }
-        }
-        EXPECT_EQ(pairLines, c.pairLines) << c.what;
-        const auto messages = tracedMessages();
-        EXPECT_TRUE(contains(messages, "staring cable diagnostics")) << c.what;
-        EXPECT_TRUE(contains(messages, "result type 3")) << c.what;
-        EXPECT_TRUE(contains(messages, "cable diagnostics DONE!")) << c.what;
     }
 }
 
@@ -441,18 +405,13 @@ TEST_F(ZtNicTest, cableLengthIsCorrectedAt2_5And5Gbps)
     }
 }
 
-TEST_F(ZtNicTest, cableLengthTracesTheEstimateAndItsClamp)
+TEST_F(ZtNicTest, cableLengthClampsAndRefuses)
 {
     driver_->setCableLength(adapter, 7);
     onNewThread([&] {
         ZtNic nic(adapter, true);
         host::clearDebugOutput();
-        EXPECT_EQ(nic.estimateCableLength(Cat5e), 0U);
-        const auto messages = tracedMessages();
-        EXPECT_TRUE(
-            contains(messages, "estimateCableLength(): estimated cable length -0.4 meters (raw 7 meters)"));
-        EXPECT_TRUE(
-            contains(messages, "estimateCableLength(): estimated cable length less zero. Set to zero"));
+        EXPECT_EQ(nic.estimateCableLength(Cat5e), 0U) << "-0.4 meters, clamped";
         host::clearDebugOutput();
         EXPECT_EQ(nic.estimateCableLength(3), 7U);
         EXPECT_EQ(levelZeroAndTwo(tracedMessages()),
