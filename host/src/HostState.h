@@ -61,7 +61,6 @@ struct State {
     // comGeneration makes every thread's apartment stale, i.e. uninitialised.
     unsigned comGeneration = 0;
     HRESULT coInitializeExFailure = S_OK;
-    HRESULT coInitializeSecurityFailure = S_OK;
     HRESULT coSetProxyBlanketFailure = S_OK;
     bool securityInitialized = false;
     // Shared so that a copy can be called outside the lock.
@@ -71,7 +70,6 @@ struct State {
     DWORD nextCookie = 1;
     int coInitializeExCalls = 0;
     int coUninitializeCalls = 0;
-    int coInitializeSecurityCalls = 0;
     int coCreateInstanceCalls = 0;
     int coSetProxyBlanketCalls = 0;
 

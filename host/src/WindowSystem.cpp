@@ -130,7 +130,7 @@ void queueDueTimers(WindowSystem& system, DWORD threadId)
     }
 }
 
-LRESULT deliver(HWND window, UINT message, WPARAM wParam, LPARAM lParam, bool logged)
+LRESULT deliver(HWND window, UINT message, WPARAM wParam, LPARAM lParam)
 {
     auto& s = windowSystem();
     std::unique_lock<std::mutex> guard(s.lock);
@@ -148,17 +148,11 @@ LRESULT deliver(HWND window, UINT message, WPARAM wParam, LPARAM lParam, bool lo
         if (!known) {
             result = defaultMessage(*record, message, wParam, lParam, known);
         }
-        if (logged) {
-            record->sent.push_back({message, wParam, lParam, known});
-        }
         return result;
     }
     // A dialog: its procedure first, with the lock released; what it leaves
     // (answers 0 to) gets the default handling.
     const DLGPROC procedure = record->dialogProc;
-    if (logged) {
-        record->sent.push_back({message, wParam, lParam, procedure != nullptr});
-    }
     guard.unlock();
     const INT_PTR answer = procedure != nullptr ? procedure(window, message, wParam, lParam) : 0;
     if (answer != 0) {
@@ -182,10 +176,10 @@ BOOL destroyWindowTree(HWND window)
     }
     // WM_DESTROY reaches the parent before its children, WM_NCDESTROY after them.
     for (HWND each : tree) {
-        deliver(each, WM_DESTROY, 0, 0, true);
+        deliver(each, WM_DESTROY, 0, 0);
     }
     for (auto each = tree.rbegin(); each != tree.rend(); ++each) {
-        deliver(*each, WM_NCDESTROY, 0, 0, true);
+        deliver(*each, WM_NCDESTROY, 0, 0);
     }
     std::vector<HIMAGELIST> imageLists;
     {
@@ -231,7 +225,6 @@ void resetWindows()
         s.keys.clear();
         s.clock = 0;
         s.sleeps.clear();
-        s.setLongError = 0;
     }
 }
 
@@ -272,7 +265,7 @@ int pumpMessages()
                 }
             }
         }
-        deliver(next.window, next.message, next.wParam, next.lParam, false);
+        deliver(next.window, next.message, next.wParam, next.lParam);
         ++dispatched;
     }
 }
@@ -282,14 +275,6 @@ std::chrono::nanoseconds takeLongestQueueWait()
     auto& s = windowSystem();
     const std::lock_guard<std::mutex> guard(s.lock);
     return std::exchange(s.longestQueueWait, std::chrono::nanoseconds{0});
-}
-
-int queuedMessages()
-{
-    auto& s = windowSystem();
-    const std::lock_guard<std::mutex> guard(s.lock);
-    const auto found = s.queues.find(GetCurrentThreadId());
-    return found != s.queues.end() ? static_cast<int>(found->second.size()) : 0;
 }
 
 std::uint64_t clockNow()
@@ -330,17 +315,6 @@ std::vector<DWORD> sleepCalls()
         if (call.threadId == me) {
             out.push_back(call.milliseconds);
         }
-    }
-    return out;
-}
-
-std::vector<DWORD> allSleepCalls()
-{
-    auto& s = windowSystem();
-    const std::lock_guard<std::mutex> guard(s.lock);
-    std::vector<DWORD> out;
-    for (const auto& call : s.sleeps) {
-        out.push_back(call.milliseconds);
     }
     return out;
 }

@@ -41,7 +41,6 @@ struct Window {
     DLGPROC dialogProc = nullptr;
     std::vector<HWND> children;
     std::unique_ptr<Control> control;
-    std::vector<SentMessage> sent;
     std::map<UINT_PTR, Timer> timers;
 
     Window();
@@ -78,7 +77,6 @@ struct WindowSystem {
     std::vector<SleepCall> sleeps;
     std::shared_ptr<const std::function<void(DWORD)>> sleepHook;
     std::shared_ptr<const std::function<void(HWND, UINT)>> deadPostHook;
-    DWORD setLongError = 0;
 };
 
 WindowSystem& windowSystem();
@@ -97,9 +95,8 @@ bool applyPosition(Window& window, int x, int y, int cx, int cy, UINT flags);
 // Queues WM_TIMER for each due timer of the thread's windows.
 void queueDueTimers(WindowSystem& system, DWORD threadId);
 
-// Lock released: delivers a message as SendMessageW does. `logged` adds it to
-// the window's record of sent messages (posted messages are not).
-LRESULT deliver(HWND window, UINT message, WPARAM wParam, LPARAM lParam, bool logged);
+// Lock released: delivers a message as SendMessageW does.
+LRESULT deliver(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
 // Destroys the window and its children: WM_DESTROY, WM_NCDESTROY, then gone.
 BOOL destroyWindowTree(HWND window);
 // Creates a dialog from the module's template: the dialog, WM_SIZE, its

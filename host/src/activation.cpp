@@ -34,7 +34,6 @@ struct ActivationState {
     std::set<std::string> hidden;
     int loadLibraryCalls = 0;
     int getProcAddressCalls = 0;
-    int freeLibraryCalls = 0;
     int comctl32References = 0;
     std::vector<host::ControlsCall> controlsCalls;
 };
@@ -130,7 +129,6 @@ BOOL FreeLibrary(HMODULE module)
 {
     auto& s = activationState();
     const std::lock_guard<std::mutex> guard(s.lock);
-    ++s.freeLibraryCalls;
     if (module != comctl32Handle() || s.comctl32References == 0) {
         SetLastError(ERROR_INVALID_HANDLE);
         return FALSE;
@@ -235,7 +233,6 @@ void resetActivation()
     s.hidden.clear();
     s.loadLibraryCalls = 0;
     s.getProcAddressCalls = 0;
-    s.freeLibraryCalls = 0;
     s.controlsCalls.clear();
 }
 
@@ -305,13 +302,6 @@ int getProcAddressCalls()
     auto& s = activationState();
     const std::lock_guard<std::mutex> guard(s.lock);
     return s.getProcAddressCalls;
-}
-
-int freeLibraryCalls()
-{
-    auto& s = activationState();
-    const std::lock_guard<std::mutex> guard(s.lock);
-    return s.freeLibraryCalls;
 }
 
 int comctl32References()

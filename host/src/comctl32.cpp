@@ -160,14 +160,6 @@ int liveImageLists()
     return static_cast<int>(imageLists.size());
 }
 
-std::vector<HICON> imageListIcons(HIMAGELIST list)
-{
-    auto& s = state();
-    const std::lock_guard<std::mutex> guard(s.lock);
-    const HostImageList* found = findImageList(list);
-    return found != nullptr ? found->icons : std::vector<HICON>{};
-}
-
 void resetImageLists()
 {
     auto& s = state();

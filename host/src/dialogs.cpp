@@ -103,7 +103,7 @@ HWND createDialog(WORD templateId, HWND parent, DLGPROC dialogProc, LPARAM initP
         RECT client{};
         GetClientRect(handle, &client);
         deliver(handle, WM_SIZE, SIZE_RESTORED,
-                MAKELPARAM(static_cast<WORD>(client.right), static_cast<WORD>(client.bottom)), true);
+                MAKELPARAM(static_cast<WORD>(client.right), static_cast<WORD>(client.bottom)));
     }
     HWND focus = nullptr;
     {
@@ -139,7 +139,7 @@ HWND createDialog(WORD templateId, HWND parent, DLGPROC dialogProc, LPARAM initP
             dialogRecord->children.push_back(control.handle);
         }
     }
-    deliver(handle, WM_INITDIALOG, reinterpret_cast<WPARAM>(focus), initParam, true);
+    deliver(handle, WM_INITDIALOG, reinterpret_cast<WPARAM>(focus), initParam);
     return IsWindow(handle) ? handle : nullptr;
 }
 

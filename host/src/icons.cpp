@@ -35,8 +35,6 @@ Icons& icons()
 
 std::atomic<std::uintptr_t> nextIcon{0x1C0010};
 
-char moduleObject = 0;
-
 // The group's image nearest the wanted width, the deepest colour among equals.
 const host::IconImageEntry& bestImage(const std::vector<host::IconImageEntry>& images, int wanted)
 {
@@ -109,11 +107,6 @@ BOOL DestroyIcon(HICON icon)
 }
 
 namespace host {
-
-HINSTANCE moduleInstance()
-{
-    return reinterpret_cast<HINSTANCE>(&moduleObject);
-}
 
 int iconResourceId(HICON icon)
 {

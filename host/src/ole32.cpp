@@ -119,10 +119,6 @@ HRESULT CoInitializeSecurity(PSECURITY_DESCRIPTOR /*securityDescriptor*/, LONG /
 {
     auto& s = host::state();
     const std::lock_guard<std::mutex> guard(s.lock);
-    ++s.coInitializeSecurityCalls;
-    if (FAILED(s.coInitializeSecurityFailure)) {
-        return s.coInitializeSecurityFailure;
-    }
     if (s.securityInitialized) {
         return RPC_E_TOO_LATE;
     }
@@ -231,12 +227,10 @@ void resetCom()
     hook.swap(s.coUninitializeHook);
     ++s.comGeneration;
     s.coInitializeExFailure = S_OK;
-    s.coInitializeSecurityFailure = S_OK;
     s.coSetProxyBlanketFailure = S_OK;
     s.securityInitialized = false;
     s.coInitializeExCalls = 0;
     s.coUninitializeCalls = 0;
-    s.coInitializeSecurityCalls = 0;
     s.coCreateInstanceCalls = 0;
     s.coSetProxyBlanketCalls = 0;
 }
@@ -246,13 +240,6 @@ void failCoInitializeEx(HRESULT result)
     auto& s = state();
     const std::lock_guard<std::mutex> guard(s.lock);
     s.coInitializeExFailure = scripted(result);
-}
-
-void failCoInitializeSecurity(HRESULT result)
-{
-    auto& s = state();
-    const std::lock_guard<std::mutex> guard(s.lock);
-    s.coInitializeSecurityFailure = scripted(result);
 }
 
 void failCoSetProxyBlanket(HRESULT result)
@@ -295,11 +282,6 @@ int coInitializeExCalls()
 int coUninitializeCalls()
 {
     return readLocked(&State::coUninitializeCalls);
-}
-
-int coInitializeSecurityCalls()
-{
-    return readLocked(&State::coInitializeSecurityCalls);
 }
 
 int coCreateInstanceCalls()

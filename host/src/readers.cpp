@@ -15,15 +15,6 @@ template <typename Result, typename Body> Result read(HWND window, Result none, 
     return found != s.windows.end() ? body(*found->second) : none;
 }
 
-template <typename ControlClass, typename Result, typename Body>
-Result readControl(HWND window, Result none, Body body)
-{
-    return read(window, none, [&](const Window& w) {
-        const auto* control = dynamic_cast<const ControlClass*>(w.control.get());
-        return control != nullptr ? body(*control) : none;
-    });
-}
-
 // A user reaches a control only while it is enabled and it and its parents show.
 bool reachable(HWND window)
 {
@@ -37,115 +28,6 @@ namespace host {
 std::wstring windowText(HWND window)
 {
     return read(window, std::wstring{}, [](const Window& w) { return w.text; });
-}
-
-std::wstring windowClass(HWND window)
-{
-    return read(window, std::wstring{}, [](const Window& w) { return w.className; });
-}
-
-DWORD windowStyle(HWND window)
-{
-    return read(window, DWORD{0}, [](const Window& w) { return w.style; });
-}
-
-DWORD windowExStyle(HWND window)
-{
-    return read(window, DWORD{0}, [](const Window& w) { return w.exStyle; });
-}
-
-bool isEnabled(HWND window)
-{
-    return read(window, false, [](const Window& w) { return (w.style & WS_DISABLED) == 0; });
-}
-
-bool isVisible(HWND window)
-{
-    return read(window, false, [](const Window& w) { return (w.style & WS_VISIBLE) != 0; });
-}
-
-RECT windowRect(HWND window)
-{
-    return read(window, RECT{}, [](const Window& w) { return w.rect; });
-}
-
-std::vector<HWND> children(HWND dialog)
-{
-    return read(dialog, std::vector<HWND>{}, [](const Window& w) { return w.children; });
-}
-
-std::vector<ListLine> listLines(HWND listView)
-{
-    return readControl<ListViewControl>(listView, std::vector<ListLine>{}, [](const ListViewControl& list) {
-        std::vector<ListLine> lines;
-        for (const auto& item : list.items) {
-            const auto text = item.texts.find(0);
-            lines.push_back({text != item.texts.end() ? text->second : L"", item.image});
-        }
-        return lines;
-    });
-}
-
-int listColumnWidth(HWND listView, int column)
-{
-    return readControl<ListViewControl>(listView, -1, [column](const ListViewControl& list) {
-        return column >= 0 && static_cast<std::size_t>(column) < list.columns.size()
-            ? list.columns[static_cast<std::size_t>(column)].width
-            : -1;
-    });
-}
-
-int listColumnCount(HWND listView)
-{
-    return readControl<ListViewControl>(
-        listView, 0, [](const ListViewControl& list) { return static_cast<int>(list.columns.size()); });
-}
-
-DWORD listExtendedStyle(HWND listView)
-{
-    return readControl<ListViewControl>(listView, DWORD{0},
-                                        [](const ListViewControl& list) { return list.extendedStyle; });
-}
-
-HIMAGELIST listImageList(HWND listView, int which)
-{
-    return readControl<ListViewControl>(listView, HIMAGELIST{}, [which](const ListViewControl& list) {
-        const auto found = list.imageLists.find(which);
-        return found != list.imageLists.end() ? found->second : nullptr;
-    });
-}
-
-std::vector<std::wstring> comboRows(HWND comboBox)
-{
-    return readControl<ComboBoxControl>(comboBox, std::vector<std::wstring>{},
-                                        [](const ComboBoxControl& combo) { return combo.rows; });
-}
-
-int comboSelection(HWND comboBox)
-{
-    return readControl<ComboBoxControl>(comboBox, -1,
-                                        [](const ComboBoxControl& combo) { return combo.selection; });
-}
-
-HICON staticIcon(HWND staticControl)
-{
-    return readControl<StaticControl>(staticControl, HICON{},
-                                      [](const StaticControl& picture) { return picture.icon; });
-}
-
-std::vector<SentMessage> sentMessages(HWND window)
-{
-    return read(window, std::vector<SentMessage>{}, [](const Window& w) { return w.sent; });
-}
-
-void clearSentMessages(HWND window)
-{
-    auto& s = windowSystem();
-    const std::lock_guard<std::mutex> guard(s.lock);
-    const auto found = s.windows.find(window);
-    if (found != s.windows.end()) {
-        found->second->sent.clear();
-    }
 }
 
 std::vector<DeferredMove> lastDeferredMoves()
@@ -167,7 +49,7 @@ bool click(HWND button)
 
 bool chooseComboRow(HWND comboBox, int row)
 {
-    if (!reachable(comboBox) || row < 0 || row >= static_cast<int>(comboRows(comboBox).size())) {
+    if (!reachable(comboBox) || row < 0 || row >= SendMessageW(comboBox, CB_GETCOUNT, 0, 0)) {
         return false;
     }
     // The user's choice goes straight to the control; only the parent is told.

@@ -27,7 +27,7 @@ void sendSize(HWND window)
 {
     const SIZE size = withWindow(window, SIZE{0, 0}, [](Window& w) { return host::clientSize(w); });
     host::deliver(window, WM_SIZE, SIZE_RESTORED,
-                  MAKELPARAM(static_cast<WORD>(size.cx), static_cast<WORD>(size.cy)), true);
+                  MAKELPARAM(static_cast<WORD>(size.cx), static_cast<WORD>(size.cy)));
 }
 
 }  // namespace
@@ -82,7 +82,7 @@ BOOL EnableWindow(HWND window, BOOL enable)
         return disabled ? TRUE : FALSE;
     });
     if (changed) {
-        host::deliver(window, WM_ENABLE, enable != FALSE ? TRUE : FALSE, 0, true);
+        host::deliver(window, WM_ENABLE, enable != FALSE ? TRUE : FALSE, 0);
     }
     return wasDisabled;
 }
@@ -104,7 +104,7 @@ BOOL ShowWindow(HWND window, int command)
         return visible ? TRUE : FALSE;
     });
     if (changed) {
-        host::deliver(window, WM_SHOWWINDOW, show ? TRUE : FALSE, 0, true);
+        host::deliver(window, WM_SHOWWINDOW, show ? TRUE : FALSE, 0);
     }
     return wasVisible;
 }
@@ -130,7 +130,7 @@ BOOL SetWindowTextW(HWND window, LPCWSTR text)
         SetLastError(ERROR_INVALID_WINDOW_HANDLE);
         return FALSE;
     }
-    return host::deliver(window, WM_SETTEXT, 0, reinterpret_cast<LPARAM>(text), true) != 0 ? TRUE : FALSE;
+    return host::deliver(window, WM_SETTEXT, 0, reinterpret_cast<LPARAM>(text)) != 0 ? TRUE : FALSE;
 }
 
 BOOL SetDlgItemTextW(HWND dialog, int id, LPCWSTR text)
@@ -145,8 +145,8 @@ int GetWindowTextW(HWND window, LPWSTR buffer, int maxCount)
         SetLastError(IsWindow(window) ? ERROR_INVALID_PARAMETER : ERROR_INVALID_WINDOW_HANDLE);
         return 0;
     }
-    return static_cast<int>(host::deliver(window, WM_GETTEXT, static_cast<WPARAM>(maxCount),
-                                          reinterpret_cast<LPARAM>(buffer), true));
+    return static_cast<int>(
+        host::deliver(window, WM_GETTEXT, static_cast<WPARAM>(maxCount), reinterpret_cast<LPARAM>(buffer)));
 }
 
 int GetWindowTextLengthW(HWND window)
@@ -155,12 +155,12 @@ int GetWindowTextLengthW(HWND window)
         SetLastError(ERROR_INVALID_WINDOW_HANDLE);
         return 0;
     }
-    return static_cast<int>(host::deliver(window, WM_GETTEXTLENGTH, 0, 0, true));
+    return static_cast<int>(host::deliver(window, WM_GETTEXTLENGTH, 0, 0));
 }
 
 LRESULT SendMessageW(HWND window, UINT message, WPARAM wParam, LPARAM lParam)
 {
-    return host::deliver(window, message, wParam, lParam, true);
+    return host::deliver(window, message, wParam, lParam);
 }
 
 BOOL PostMessageW(HWND window, UINT message, WPARAM wParam, LPARAM lParam)
@@ -221,14 +221,6 @@ LONG_PTR SetWindowLongPtrW(HWND window, int index, LONG_PTR value)
 
 LONG SetWindowLongW(HWND window, int index, LONG value)
 {
-    {
-        auto& s = windowSystem();
-        const std::lock_guard<std::mutex> guard(s.lock);
-        if (s.setLongError != 0) {
-            SetLastError(s.setLongError);
-            return 0;
-        }
-    }
     return static_cast<LONG>(SetWindowLongPtrW(window, index, value));
 }
 
@@ -471,13 +463,6 @@ std::vector<PostedMessage> takePosted(HWND window)
         each = queue.erase(each);
     }
     return taken;
-}
-
-void failSetWindowLong(DWORD error)
-{
-    auto& s = windowSystem();
-    const std::lock_guard<std::mutex> guard(s.lock);
-    s.setLongError = error;
 }
 
 }  // namespace host

@@ -32,7 +32,6 @@ bool activationsBalanced();
 void hideProcedure(const std::string& name);
 int loadLibraryCalls();
 int getProcAddressCalls();
-int freeLibraryCalls();
 // References to "Comctl32.dll" not yet freed: a fact of the process, which
 // reset() does not change.
 int comctl32References();
@@ -45,8 +44,7 @@ struct ControlsCall {
 };
 // Every call of the host's common controls functions since reset, in order.
 std::vector<ControlsCall> commonControlsCalls();
-// Image lists created and not yet destroyed, and the icons one holds.
+// Image lists created and not yet destroyed.
 int liveImageLists();
-std::vector<HICON> imageListIcons(HIMAGELIST list);
 
 }  // namespace host

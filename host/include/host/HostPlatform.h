@@ -81,9 +81,6 @@ void destroyAllPropertySheetPages();
 // Class object registrations are process-wide and, unlike on the platform, need
 // no CoInitializeEx on the registering thread, so tests register fakes anywhere.
 void failCoInitializeEx(HRESULT result);
-// CoInitializeSecurity answers S_OK once per process and RPC_E_TOO_LATE after,
-// unless a failure is scripted.
-void failCoInitializeSecurity(HRESULT result);
 void failCoSetProxyBlanket(HRESULT result);
 // Called inside each CoUninitialize that balances a successful CoInitializeEx,
 // before the thread's COM state is dropped: tests check what is still alive.
@@ -93,7 +90,6 @@ int comInitDepth();
 // Calls of each COM runtime function since reset, all threads together.
 int coInitializeExCalls();
 int coUninitializeCalls();
-int coInitializeSecurityCalls();
 int coCreateInstanceCalls();
 int coSetProxyBlanketCalls();
 

@@ -37,16 +37,12 @@ std::vector<PostedMessage> takePosted(HWND window);
 // PostMessageW to a window that existed and was destroyed (the post fails as
 // before). Null removes it; reset() too.
 void onPostToDestroyedWindow(std::function<void(HWND window, UINT message)> hook);
-// SetWindowLongW answers 0 with this error from now on (0: normal behaviour).
-void failSetWindowLong(DWORD error);
 
 // ---- Message pump, clock and timers -------------------------------------------------------
 // Dispatches every message queued for the calling thread's windows, those posted
 // while it runs included, and the WM_TIMER of every due timer; messages for
 // destroyed windows are dropped. Returns how many it dispatched.
 int pumpMessages();
-// Messages queued for the calling thread and not yet pumped.
-int queuedMessages();
 // The longest real time any message waited in a queue before the pump took
 // it, since the last call (all threads); starts again from 0.
 std::chrono::nanoseconds takeLongestQueueWait();
@@ -70,9 +66,8 @@ struct TimerInfo {
 std::vector<TimerInfo> liveTimers(HWND window);
 
 // ---- Sleep ------------------------------------------------------------------------------
-// The arguments of Sleep on the calling thread, and on all threads, since reset.
+// The arguments of Sleep on the calling thread since reset.
 std::vector<DWORD> sleepCalls();
-std::vector<DWORD> allSleepCalls();
 // Called on the sleeping thread after each Sleep has moved the clock, so a test
 // scripts what happens between sleeps. Null removes it.
 void onSleep(std::function<void(DWORD milliseconds)> hook);
@@ -87,9 +82,6 @@ int createThreadCalls();
 int liveThreadHandles();
 
 // ---- Resources and icons ------------------------------------------------------------------
-// An instance handle for the module; the host's resource functions take any
-// instance, null included, as the module's own.
-HINSTANCE moduleInstance();
 // The icon resource an icon was loaded from and its size in pixels (0 and {0, 0}
 // for a handle that is not a live icon).
 int iconResourceId(HICON icon);
@@ -99,44 +91,6 @@ int liveIcons();
 
 // ---- Reading the screen -------------------------------------------------------------------
 std::wstring windowText(HWND window);
-std::wstring windowClass(HWND window);
-DWORD windowStyle(HWND window);
-DWORD windowExStyle(HWND window);
-// Its own WS_DISABLED and WS_VISIBLE bits, whatever its parent's.
-bool isEnabled(HWND window);
-bool isVisible(HWND window);
-// The window rectangle relative to the parent's client area.
-RECT windowRect(HWND window);
-// The dialog's controls in creation (template) order.
-std::vector<HWND> children(HWND dialog);
-
-struct ListLine {
-    std::wstring text;
-    int image;
-    bool operator==(const ListLine& other) const { return text == other.text && image == other.image; }
-};
-std::vector<ListLine> listLines(HWND listView);
-int listColumnWidth(HWND listView, int column);
-int listColumnCount(HWND listView);
-DWORD listExtendedStyle(HWND listView);
-HIMAGELIST listImageList(HWND listView, int which);
-
-std::vector<std::wstring> comboRows(HWND comboBox);
-int comboSelection(HWND comboBox);  // -1 for none
-
-HICON staticIcon(HWND staticControl);
-
-struct SentMessage {
-    UINT message;
-    WPARAM wParam;
-    LPARAM lParam;
-    bool known;  // the window's class or procedure answers it
-};
-// Every message delivered to the window since it was created or last cleared:
-// those of SendMessageW, and those the platform's functions send (WM_SETTEXT,
-// WM_GETTEXT, WM_ENABLE, WM_SHOWWINDOW, WM_SIZE...). Posted ones are not here.
-std::vector<SentMessage> sentMessages(HWND window);
-void clearSentMessages(HWND window);
 
 struct DeferredMove {
     int controlId;
