@@ -4,6 +4,7 @@
 
 #include "RecordingPage.h"
 #include "TraceCapture.h"
+#include "host/HostActivation.h"
 #include "host/HostPlatform.h"
 #include "installer/ModuleRecord.h"
 
@@ -51,6 +52,7 @@ protected:
     {
         host::destroyAllPropertySheetPages();
         EXPECT_EQ(RecordingPage::live, 0) << "every page object is owned by exactly one sheet page";
+        EXPECT_EQ(host::liveImageLists(), 0) << "a page never shown destroys its results' images";
         moduleRecord.deviceReader.reset();
     }
 

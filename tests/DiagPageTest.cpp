@@ -113,6 +113,22 @@ TEST_F(DiagPageTest, opensOnAReadyAdapter)
             const bool security = line.rfind("[!] CoInitializeSecurity()", 0) == 0;
             EXPECT_TRUE(security || line.rfind("[!]", 0) != 0) << line;
         }
+        // The list: full-row selection, drawn double-buffered, the five 18-pixel images.
+        const HWND list = sheet.control(IDC_RESULTS_LIST);
+        EXPECT_EQ(SendMessageW(list, LVM_GETEXTENDEDLISTVIEWSTYLE, 0, 0),
+                  LVS_EX_FULLROWSELECT | LVS_EX_DOUBLEBUFFER);
+        const auto images
+            = reinterpret_cast<HIMAGELIST>(SendMessageW(list, LVM_GETIMAGELIST, LVSIL_SMALL, 0));
+        SIZE size{};
+        EXPECT_TRUE(ImageList_GetIconSize(images, reinterpret_cast<int*>(&size.cx),
+                                          reinterpret_cast<int*>(&size.cy)));
+        EXPECT_EQ(size.cx, 18);
+        EXPECT_EQ(size.cy, 18);
+        EXPECT_EQ(ImageList_GetImageCount(images), 5);
+        // Without a link there is no length to show.
+        ndis_->disconnect(adapter).wait();
+        ASSERT_TRUE(sheet.pumpUntil([&] { return sheet.screen().linkStatus == L"Disconnected"; }));
+        EXPECT_EQ(sheet.screen().lines, Lines{});
     });
 }
 

@@ -151,6 +151,27 @@ BOOL ImageList_Destroy(HIMAGELIST list)
     return TRUE;
 }
 
+BOOL ImageList_GetIconSize(HIMAGELIST list, int* cx, int* cy)
+{
+    auto& s = host::state();
+    const std::lock_guard<std::mutex> guard(s.lock);
+    const HostImageList* found = findImageList(list);
+    if (found == nullptr || cx == nullptr || cy == nullptr) {
+        return FALSE;
+    }
+    *cx = found->cx;
+    *cy = found->cy;
+    return TRUE;
+}
+
+int ImageList_GetImageCount(HIMAGELIST list)
+{
+    auto& s = host::state();
+    const std::lock_guard<std::mutex> guard(s.lock);
+    const HostImageList* found = findImageList(list);
+    return found != nullptr ? static_cast<int>(found->icons.size()) : 0;
+}
+
 namespace host {
 
 int liveImageLists()

@@ -61,6 +61,8 @@ HIMAGELIST ImageList_Create(int cx, int cy, UINT flags, int initial, int grow);
 // Index -1 appends; the result is the icon's index, or -1.
 int ImageList_ReplaceIcon(HIMAGELIST list, int index, HICON icon);
 BOOL ImageList_Destroy(HIMAGELIST list);
+BOOL ImageList_GetIconSize(HIMAGELIST list, int* cx, int* cy);
+int ImageList_GetImageCount(HIMAGELIST list);
 
 // ---- List view ---------------------------------------------------------------------------
 constexpr DWORD LVS_REPORT = 0x0001;
