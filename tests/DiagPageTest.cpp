@@ -113,6 +113,10 @@ TEST_F(DiagPageTest, opensOnAReadyAdapter)
             const bool security = line.rfind("[!] CoInitializeSecurity()", 0) == 0;
             EXPECT_TRUE(security || line.rfind("[!]", 0) != 0) << line;
         }
+        RECT page{};
+        GetWindowRect(sheet.page(), &page);
+        EXPECT_EQ(page.right - page.left, 378);
+        EXPECT_EQ(page.bottom - page.top, 354);
         // The list: full-row selection, drawn double-buffered, the five 18-pixel images.
         const HWND list = sheet.control(IDC_RESULTS_LIST);
         EXPECT_EQ(SendMessageW(list, LVM_GETEXTENDEDLISTVIEWSTYLE, 0, 0),

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <functional>
 #include <memory>
 
 #include "TraceCapture.h"
@@ -183,6 +184,19 @@ TEST(Variant, assignmentsEndTheOldValueAndHoldTheNew)
         EXPECT_FALSE(value.isByRef());
     }
     EXPECT_EQ(object.refs(), 1U) << "the destructor released the variant's reference";
+    // Each way in frees a string held before.
+    const std::function<void(variant&)> assignments[]
+        = {[](variant& v) { v = static_cast<std::int32_t>(1); },
+           [](variant& v) { v = static_cast<std::uint8_t>(2); }, [&object](variant& v) { v = &object; },
+           [](variant& v) { v.put(); }};
+    for (const auto& assign : assignments) {
+        variant value;
+        VARIANT* raw = value.put();
+        raw->vt = VT_BSTR;
+        raw->bstrVal = SysAllocString(L"text");
+        assign(value);
+        EXPECT_EQ(host::liveBstrs(), 0);
+    }
 }
 
 }  // namespace

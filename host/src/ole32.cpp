@@ -112,11 +112,14 @@ void CoUninitialize()
     }
 }
 
-HRESULT CoInitializeSecurity(PSECURITY_DESCRIPTOR /*securityDescriptor*/, LONG /*authServiceCount*/,
+HRESULT CoInitializeSecurity(PSECURITY_DESCRIPTOR /*securityDescriptor*/, LONG authServiceCount,
                              SOLE_AUTHENTICATION_SERVICE* /*authServices*/, void* /*reserved1*/,
                              DWORD /*authnLevel*/, DWORD /*impLevel*/, void* /*authList*/,
                              DWORD /*capabilities*/, void* /*reserved3*/)
 {
+    if (authServiceCount < -1) {
+        return E_INVALIDARG;  // -1: COM chooses; else the count of the list
+    }
     auto& s = host::state();
     const std::lock_guard<std::mutex> guard(s.lock);
     if (s.securityInitialized) {

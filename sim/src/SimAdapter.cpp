@@ -74,8 +74,9 @@ SimAdapter::SimAdapter(AdapterSettings settings)
         // A cable test takes the link down and, with a cable in, brings it back.
         driver_->onLinkDrop([this](const std::wstring& name) {
             ++startedRuns_;
+            // Delivered before the test goes on: events keep no order of their own.
             if (settings_.cableTestDropsLink && plugged_) {
-                ndis_.disconnect(name);
+                ndis_.disconnect(name).wait();
             }
         });
         driver_->onLinkRestore([this](const std::wstring& name) {
