@@ -178,7 +178,11 @@ TEST(Ztdiag, printsWhatTheUserAskedForAndExitsWithItsCode)
                L"Health     : Temperature is high (PHY 102.5\u00B0C, MAC 105\u00B0C)\nFirmware   : 1.5.10\n"
                L"Cable test : No, firmware older than 1.5.66\n",
          L""},
-        {args(), 0, 0, [](Machine& m) { m.device(disabled, 22); },
+        {args(), 0, 0,
+         [](Machine& m) {
+             m.device(disabled, 22);
+             m.sim.revokeLocator();  // a device that isn't working needs no service
+         },
          L"Name       : ZT Ethernet Adapter #2\nState      : Device is disabled\nLink       : Disconnected\n"
          L"Health     : Temperature <unknown>\nFirmware   : <unknown>\n"
          L"Cable test : No, the device isn't ready\n",
