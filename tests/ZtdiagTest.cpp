@@ -1,0 +1,394 @@
+// The console tool as its user sees it: what ztdiagMain prints, on which
+// stream, and its exit code, on a machine of listed network devices with the
+// simulated adapter behind them.
+#include "ztdiag/Ztdiag.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <thread>
+
+#include "TraceCapture.h"
+#include "host/HostPlatform.h"
+#include "host/HostWindows.h"
+#include "resources/resource.h"
+#include "sim/SimAdapter.h"
+#include "ztdiag/ServiceThread.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using nlohmann::json;
+using sim::ZtDriver;
+
+const wchar_t* const first = L"ZT Ethernet Adapter";
+const wchar_t* const disabled = L"ZT Ethernet Adapter #2";
+constexpr std::uint64_t gbps1 = 1000000000;
+constexpr std::uint64_t gbps5 = 5000000000;
+
+// Records what the tool writes and the handler it leaves for Ctrl+C.
+class RecordingConsole : public Console {
+public:
+    void out(const std::wstring& text) override { outText += text; }
+    void err(const std::wstring& text) override { errText += text; }
+    bool isTerminal() const override { return false; }
+    void onInterrupt(std::function<void()> handler) override
+    {
+        const std::lock_guard<std::mutex> guard(lock_);
+        interrupt_ = std::move(handler);
+    }
+    std::function<void()> interruptHandler()
+    {
+        const std::lock_guard<std::mutex> guard(lock_);
+        return interrupt_;
+    }
+
+    std::wstring outText;
+    std::wstring errText;
+
+private:
+    std::mutex lock_;
+    std::function<void()> interrupt_;
+};
+
+// The machine: the simulated adapter `first` (2.5 Gbps, four good pairs, 100 m
+// of cable as the driver measures it), listed with `devices` 1, and with 2 also
+// `disabled` (problem code 22). A cable test takes the link down and, with a
+// cable in, back up; the drop is delivered first (the service keeps no order).
+class Machine {
+public:
+    // 1.5.66 firmware, PHY at 54.25 and MAC at 61 degrees.
+    explicit Machine(int devices = 0)
+        : sim({first, true, true, 2500000000, true, {1, 5, 66, 5425, 6100, 12, {0, 0, 0, 0}, 100}})
+    {
+        sim.driver().onLinkDrop([this](const std::wstring& name) {
+            if (cableIn_) {
+                sim.ndis().disconnect(name).wait();
+            }
+        });
+        sim.driver().onLinkRestore([this](const std::wstring& name) {
+            if (cableIn_) {
+                sim.ndis().connect(name);
+            }
+        });
+        for (int i = 0; i < devices; ++i) {
+            device(i == 0 ? first : disabled, i == 0 ? 0 : 22);
+        }
+    }
+    ~Machine()
+    {
+        // The tool's service thread ends before the service does.
+        for (int wait = 0; wait < 1000 && ServiceThread::running() != 0; ++wait) {
+            std::this_thread::sleep_for(10ms);
+        }
+        EXPECT_EQ(ServiceThread::running(), 0);
+        EXPECT_TRUE(sim.service().drain(10s));
+        EXPECT_EQ(sim.service().references().references, 0)
+            << testing::PrintToString(sim.service().liveObjects());
+    }
+    // A network device with a listed hardware id.
+    void device(const std::wstring& name, DWORD problemCode = 0)
+    {
+        host::addDevice(++devices_, GUID_DEVCLASS_NET);
+        const SP_DEVINFO_DATA device = host::makeDevice(devices_);
+        host::setDeviceStringList(device, DEVPKEY_Device_HardwareIds,
+                                  {L"PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_0B217E5C&REV_02"});
+        host::setDeviceString(device, DEVPKEY_Device_FriendlyName, name);
+        host::setDeviceUint32(device, DEVPKEY_Device_ProblemCode, problemCode);
+    }
+    void unplug()
+    {
+        cableIn_ = false;
+        sim.unplug();
+    }
+
+    const TraceAll capture;  // a clean host first
+    sim::SimAdapter sim;
+    RecordingConsole console;
+
+private:
+    DWORD devices_ = 0;
+    std::atomic<bool> cableIn_{true};
+};
+
+// The tool's JSON here is ASCII.
+json parsed(const std::wstring& text)
+{
+    return json::parse(std::string(text.begin(), text.end()));
+}
+
+// A second working adapter: no link, hot, firmware too old for a cable test.
+void addBackup(Machine& m)
+{
+    const std::wstring backup = L"ZT Backup Adapter";
+    m.device(backup);
+    m.sim.ndis().addAdapter(backup, {sim::ndis::mediaDisconnected, sim::ndis::duplexFull, 0, 0});
+    m.sim.driver().addAdapter(backup, {1, 5, 10, 10250, 10500});
+}
+
+// B open at 12 m, C crossed with A at 3 m, D shorted at 30 m.
+void faultyPairs(Machine& m)
+{
+    m.sim.driver().setPairs(
+        first,
+        {0, ZtDriver::pairWord(ZtDriver::pairOpen, 12), ZtDriver::pairWord(2, 3), ZtDriver::pairWord(4, 30)});
+}
+
+std::wstring usageError(const std::wstring& message)
+{
+    return L"ztdiag: " + message
+        + L"\nUsage: ztdiag [cable-test [ADAPTER] [--category 5e|6|6a] | watch [ADAPTER]] [--json]"
+          L" (ztdiag --help tells more)\n";
+}
+
+const wchar_t* const firstListed = L"Name       : ZT Ethernet Adapter\nState      : Ready\n"
+                                   L"Link       : Connected, 2.5 Gbps\n"
+                                   L"Health     : Temperature is ok (PHY 54.25\u00B0C, MAC 61\u00B0C)\n"
+                                   L"Firmware   : 1.5.66\nCable test : Yes\n";
+const wchar_t* const goodPairs = L"Cable test on ZT Ethernet Adapter\nPair A: OK\nPair B: OK\nPair C: OK\n"
+                                 L"Pair D: OK\nThe overall status of cable is good\n";
+
+template <typename... Text> std::vector<std::wstring> args(Text... texts)
+{
+    return {texts...};
+}
+
+struct Case {
+    std::vector<std::wstring> arguments;
+    int devices;  // as Machine takes them
+    int code;
+    void (*setup)(Machine&);  // may be null
+    std::wstring out;  // with --json a document, compared parsed
+    std::wstring err;
+};
+
+TEST(Ztdiag, printsWhatTheUserAskedForAndExitsWithItsCode)
+{
+    const Case cases[] = {
+        // The listing.
+        {args(), 1, 0, nullptr, firstListed, L""},
+        {args(), 1, 0, addBackup,
+         std::wstring(firstListed)
+             + L"\nName       : ZT Backup Adapter\nState      : Ready\nLink       : Disconnected\n"
+               L"Health     : Temperature is high (PHY 102.5\u00B0C, MAC 105\u00B0C)\nFirmware   : 1.5.10\n"
+               L"Cable test : No, firmware older than 1.5.66\n",
+         L""},
+        {args(), 0, 0,
+         [](Machine& m) {
+             m.device(disabled, 22);
+             m.sim.revokeLocator();  // a device that isn't working needs no service
+         },
+         L"Name       : ZT Ethernet Adapter #2\nState      : Device is disabled\nLink       : Disconnected\n"
+         L"Health     : Temperature <unknown>\nFirmware   : <unknown>\n"
+         L"Cable test : No, the device isn't ready\n",
+         L""},
+        {args(L"--json"), 2, 0, nullptr,
+         LR"({"adapters": [{"name": "ZT Ethernet Adapter", "state": "ready", "stateText": "Ready",
+           "problemCode": 0, "link": "connected", "speed": 2500000000, "speedText": "2.5 Gbps", "health": "ok",
+           "healthText": "Temperature is ok", "phyTemperature": 54.25, "macTemperature": 61.0, "firmware": "1.5.66",
+           "cableTest": true}, {"name": "ZT Ethernet Adapter #2", "state": "disabled", "problemCode": 22,
+           "stateText": "Device is disabled", "link": "disconnected", "speed": null, "speedText": null,
+           "health": "unknown", "healthText": "Temperature <unknown>", "phyTemperature": null,
+           "macTemperature": null, "firmware": null, "cableTest": false}]})",
+         L""},
+        {args(L"--json"), 0, 2, nullptr, L"{\"adapters\": []}", L"ztdiag: no ZT adapter found\n"},
+        // The cable test; the length is corrected for the category at 2.5 and 5 Gbps only.
+        {args(L"cable-test"), 1, 0, [](Machine& m) { m.sim.renegotiate(gbps1); },
+         std::wstring(goodPairs) + L"Approx cable length: 100 meters\n", L""},
+        {args(L"cable-test"), 1, 0, [](Machine& m) { m.sim.renegotiate(gbps5); },
+         std::wstring(goodPairs) + L"Approx cable length: 101 meters (category 5e at 5.0 Gbps)\n", L""},
+        {args(L"cable-test", L"--category=6A"), 1, 0, [](Machine& m) { m.sim.renegotiate(gbps5); },
+         std::wstring(goodPairs) + L"Approx cable length: 121 meters (category 6a at 5.0 Gbps)\n", L""},
+        {args(L"cable-test", first, L"--category", L"6"), 1, 1, faultyPairs,
+         L"Cable test on ZT Ethernet Adapter\nPair A: OK\nPair B: open circuit, distance 12 meters\n"
+         L"Pair C: connected to another pair (A), distance 3 meters\n"
+         L"Pair D: short circuit, distance 30 meters\n"
+         L"Approx cable length: 153 meters (category 6 at 2.5 Gbps)\n",
+         L""},
+        {args(L"cable-test", L"--json", L"--category", L"6"), 1, 1, faultyPairs,
+         LR"j({"adapter": "ZT Ethernet Adapter", "good": false, "link": "connected", "speed": 2500000000,
+          "speedText": "2.5 Gbps", "cableLength": 153, "category": "6", "pairs": [
+          {"pair": "A", "status": 0, "verdict": "OK", "distance": null, "partner": null, "text": "Pair A: OK"},
+          {"pair": "B", "status": 7, "verdict": "open circuit", "distance": 12, "partner": null,
+           "text": "Pair B: open circuit, distance 12 meters"}, {"pair": "C", "status": 2, "distance": 3,
+           "verdict": "connected to another pair (A)", "partner": "A",
+           "text": "Pair C: connected to another pair (A), distance 3 meters"}, {"pair": "D", "status": 4,
+           "verdict": "short circuit", "distance": 30, "partner": null,
+           "text": "Pair D: short circuit, distance 30 meters"}]})j",
+         L""},
+        {args(L"cable-test"), 1, 0, [](Machine& m) { m.unplug(); },
+         std::wstring(goodPairs) + L"Unable to determine cable length: no link\n", L""},
+        // The adapter isn't there or can't be tested.
+        {args(L"cable-test", L"ZT Adapter"), 2, 2, nullptr, L"",
+         L"ztdiag: no ZT adapter named 'ZT Adapter'; the ZT adapters are 'ZT Ethernet Adapter', "
+         L"'ZT Ethernet Adapter #2'\n"},
+        {args(L"watch", L"ZT Adapter"), 0, 2, nullptr, L"",
+         L"ztdiag: no ZT adapter named 'ZT Adapter': there is no ZT adapter\n"},
+        {args(L"cable-test", L"zt ethernet adapter #2"), 2, 2, nullptr, L"",
+         L"ztdiag: ZT Ethernet Adapter #2: Device is disabled\n"},
+        {args(L"cable-test"), 1, 2, [](Machine& m) { m.sim.driver().setFirmware(first, 1, 5, 10); }, L"",
+         L"ztdiag: ZT Ethernet Adapter: Current version of firmware doesn't support cable diagnostics "
+         L"(firmware 1.5.10, cable tests need 1.5.66)\n"},
+        // The device manager or the management service fails.
+        {args(), 1, 3, [](Machine&) { host::failGetClassDevs(ERROR_NOT_ENOUGH_MEMORY); }, L"",
+         L"ztdiag: can't list the network adapters (SetupAPI error 8)\n"},
+        {args(), 1, 3,
+         [](Machine& m) { m.sim.service().injectFault(sim::Fault::on("ConnectServer", E_FAIL)); }, L"",
+         L"ztdiag: can't connect to the management service (root\\wmi)\n"},
+        {args(L"cable-test"), 1, 3, [](Machine& m) { m.sim.revokeLocator(); }, L"",
+         L"ztdiag: can't connect to the management service (root\\wmi)\n"},
+        {args(L"cable-test"), 1, 3,
+         [](Machine& m) {
+             m.sim.service().injectFault(
+                 sim::Fault::on("ExecMethod", WBEM_E_FAILED).forTarget(L"Zt_NetAdapter.ExecCableDiag"));
+         },
+         L"", L"ztdiag: ZT Ethernet Adapter: the driver's cable test failed\n"},
+        // Usage errors, and the version.
+        {args(L"frobnicate"), 1, 64, nullptr, L"",
+         usageError(L"unknown command 'frobnicate'; the commands are cable-test and watch")},
+        {args(L"--fast"), 1, 64, nullptr, L"", usageError(L"unknown option '--fast'")},
+        {args(L"cable-test", L"--category", L"7"), 1, 64, nullptr, L"",
+         usageError(L"unknown cable category '7'; the categories are 5e, 6 and 6a")},
+        {args(L"cable-test"), 2, 64, nullptr, L"",
+         usageError(L"2 ZT adapters: name the one to test: 'ZT Ethernet Adapter', 'ZT Ethernet Adapter #2'")},
+        {args(L"--version"), 1, 0, nullptr, L"ztdiag " ZTPROP_VERSION_TEXT L"\n", L""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c.arguments));
+        Machine machine(c.devices);
+        if (c.setup != nullptr) {
+            c.setup(machine);
+        }
+        EXPECT_EQ(ztdiagMain(c.arguments, machine.console), c.code);
+        EXPECT_EQ(machine.console.errText, c.err);
+        if (std::find(c.arguments.begin(), c.arguments.end(), L"--json") != c.arguments.end()) {
+            EXPECT_EQ(parsed(machine.console.outText), parsed(c.out))
+                << testing::PrintToString(machine.console.outText);
+        } else {
+            EXPECT_EQ(machine.console.outText, c.out);
+        }
+    }
+}
+
+TEST(Ztdiag, helpTellsTheLimitsInForceAndWinsOverEverythingElse)
+{
+    for (const auto& arguments : {args(L"--help"), args(L"watch", L"--no", L"-h")}) {
+        Machine machine;
+        ZtdiagLimits limits;
+        limits.service = 250ms;
+        EXPECT_EQ(ztdiagMain(arguments, machine.console, limits), 0);
+        const std::wstring& help = machine.console.outText;
+        EXPECT_EQ(help.rfind(L"ztdiag " ZTPROP_VERSION_TEXT L": link, health and cable test of ZT", 0), 0U);
+        EXPECT_NE(help.find(L"  3   the management service failed, or didn't answer within 250 ms\n"
+                            L"      (the cable test: 40 seconds)\n  64  usage error\n"),
+                  std::wstring::npos);
+        EXPECT_EQ(machine.console.errText, L"");
+    }
+}
+
+TEST(Ztdiag, aServiceThatDoesntAnswerInTimeEndsTheCommandAndItsThreadFinishesAlone)
+{
+    Machine machine(1);
+    machine.sim.driver().holdCableTest(first);
+    ZtdiagLimits limits;
+    limits.cableTest = 300ms;
+    EXPECT_EQ(ztdiagMain({L"cable-test"}, machine.console, limits), 3);
+    EXPECT_EQ(machine.console.errText, L"ztdiag: the management service didn't answer within 300 ms\n");
+    EXPECT_EQ(machine.console.outText, L"");
+    ASSERT_TRUE(machine.sim.driver().waitUntilCableTestRunning(first));
+    EXPECT_EQ(ServiceThread::running(), 1) << "the test goes on in the driver";
+    machine.sim.driver().releaseCableTest(first);
+}
+
+TEST(Ztdiag, watchPrintsATimestampedLineForEachLinkEventUntilCtrlC)
+{
+    // Each change at its own minute, delivered before the next.
+    const std::pair<WORD, void (*)(sim::SimAdapter&)> changes[] = {
+        {31, [](sim::SimAdapter& a) { a.unplug(); }},
+        {32, [](sim::SimAdapter& a) { a.plug(); }},
+        {33, [](sim::SimAdapter& a) { a.renegotiate(gbps1); }},
+        {34,  // another speed with no drop between
+         [](sim::SimAdapter& a) {
+             a.ndis().setLinkState(first, {sim::ndis::mediaConnected, sim::ndis::duplexFull, gbps5, gbps5});
+             a.ndis().connect(first);
+         }},
+        {35, [](sim::SimAdapter& a) { a.remove(); }},
+        {36, [](sim::SimAdapter& a) { a.arrive(); }},
+    };
+    const struct {
+        int minute;
+        const wchar_t* adapter;
+        const wchar_t* text;
+        const char* json;  // but the time and the adapter
+    } lines[] = {
+        {30, first, L"Connected, 2.5 Gbps",
+         R"({"event":"state","problemCode":0,"link":"connected","speed":2500000000,"speedText":"2.5 Gbps"})"},
+        {30, disabled, L"Device is disabled",
+         R"({"event":"state","problemCode":22,"link":"disconnected","speed":null,"speedText":null})"},
+        {31, first, L"Disconnected",
+         R"({"event":"disconnected","link":"disconnected","speed":null,"speedText":null})"},
+        {32, first, L"Connected, 2.5 Gbps",
+         R"({"event":"connected","link":"connected","speed":2500000000,"speedText":"2.5 Gbps"})"},
+        {33, first, L"Disconnected",
+         R"({"event":"disconnected","link":"disconnected","speed":null,"speedText":null})"},
+        {33, first, L"Connected, 1.0 Gbps",
+         R"({"event":"connected","link":"connected","speed":1000000000,"speedText":"1.0 Gbps"})"},
+        {34, first, L"Speed 5.0 Gbps",
+         R"({"event":"speed","link":"connected","speed":5000000000,"speedText":"5.0 Gbps"})"},
+        {35, first, L"Removed", R"({"event":"removed"})"},
+        {36, first, L"Arrived", R"({"event":"arrived"})"},
+    };
+    for (const bool asJson : {false, true}) {
+        SCOPED_TRACE(asJson ? "--json" : "text");
+        Machine machine(2);
+        int code = -1;
+        std::thread tool(
+            [&] { code = ztdiagMain(asJson ? args(L"watch", L"--json") : args(L"watch"), machine.console); });
+        std::function<void()> ctrlC;
+        for (int wait = 0; wait < 1000 && !(ctrlC = machine.console.interruptHandler()); ++wait) {
+            std::this_thread::sleep_for(10ms);
+        }
+        if (ctrlC) {
+            for (const auto& change : changes) {
+                host::setLocalTime({2024, 5, 2, 14, 9, change.first, 0, 0});
+                change.second(machine.sim);
+                EXPECT_TRUE(machine.sim.service().drain(10s));
+            }
+            ctrlC();
+        }
+        tool.join();
+        EXPECT_EQ(code, 0);
+        EXPECT_EQ(machine.console.errText, L"");
+        EXPECT_FALSE(machine.console.interruptHandler()) << "Ctrl+C ends the program again";
+        EXPECT_TRUE(machine.sim.service().subscriptions().empty());
+
+        std::wstring text = L"Watching ZT Ethernet Adapter, ZT Ethernet Adapter #2; press Ctrl+C to stop.\n";
+        std::vector<json> objects;
+        for (const auto& line : lines) {
+            text += L"2024-05-14 09:" + std::to_wstring(line.minute) + L":00.000  " + line.adapter + L"  "
+                + line.text + L"\n";
+            json object = json::parse(line.json);
+            object["time"] = "2024-05-14T09:" + std::to_string(line.minute) + ":00.000";
+            object["adapter"]
+                = std::wstring(line.adapter) == first ? "ZT Ethernet Adapter" : "ZT Ethernet Adapter #2";
+            objects.push_back(object);
+        }
+        if (!asJson) {
+            EXPECT_EQ(machine.console.outText, text);
+            continue;
+        }
+        std::vector<json> printed;
+        std::wistringstream out(machine.console.outText);
+        for (std::wstring line; std::getline(out, line);) {
+            printed.push_back(parsed(line));
+        }
+        EXPECT_EQ(printed, objects);
+    }
+}
+
+}  // namespace
