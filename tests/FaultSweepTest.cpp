@@ -49,11 +49,6 @@ sim::LinkState link(std::uint64_t speed, bool up = true)
             speed};
 }
 
-std::string narrow(const std::wstring& text)
-{
-    return {text.begin(), text.end()};
-}
-
 bool equalsNoCase(const std::wstring& a, const std::wstring& b)
 {
     return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](wchar_t x, wchar_t y) {

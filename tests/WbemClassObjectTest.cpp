@@ -24,22 +24,6 @@ TEST_F(WbemClassObjectTest, snapshotHoldsTheNonSystemPropertiesButInstanceNameAn
             EXPECT_EQ(&adapter[absent], &emptyVariant) << "no entry for that name";
         }
     });
-    Messages properties;
-    for (const auto& message : tracedMessages()) {
-        if (message.rfind("property '", 0) == 0) {
-            properties.push_back(message);
-        }
-    }
-    EXPECT_EQ(properties,
-              (Messages{
-                  "property 'InstanceName' = 'eth 0 #1'",
-                  "property 'Active' = 'true'",
-                  "property 'Speed' = '200'",
-                  "property 'Count' = '-7'",
-                  "property 'Name' = 'ZT 10G'",
-                  "property 'Unset' = '<null>'",
-                  "property 'Details' = '[IUnknown]'",
-              }));
 }
 
 TEST_F(WbemClassObjectTest, typedGettersWriteOnlyAnExactType)
@@ -140,21 +124,14 @@ TEST_F(WbemClassObjectTest, getMethodGivesAFreshInstanceOfTheInputSignature)
 {
     onNewThread([&] {
         const WbemClassObject adapterClass = threadWbemServices().getObject(L"Test_Adapter");
-        host::clearDebugOutput();
         const WbemClassObject input = adapterClass.getMethod(L"Reset");
         ASSERT_FALSE(input.isEmpty());
         EXPECT_EQ(input[L"Level"].vartype(), VT_NULL);
-        // The signature's properties are read, then the new instance's.
-        EXPECT_EQ(tracedMessages(),
-                  (Messages{"GetMethod(Reset) -> 0", "property 'Level' = '<null>'",
-                            "property 'Level' = '<null>'"}));
+        EXPECT_EQ(callsOf("SpawnInstance"), 1);
 
-        host::clearDebugOutput();
-        service_.clearCalls();
         EXPECT_TRUE(adapterClass.getMethod(L"Probe").isEmpty()) << "no in-parameters, no signature";
-        EXPECT_EQ(callsOf("SpawnInstance"), 0);
         EXPECT_TRUE(adapterClass.getMethod(L"Missing").isEmpty());
-        EXPECT_EQ(tracedMessages(), (Messages{"GetMethod(Probe) -> 0", "GetMethod(Missing) -> 0x80041002"}));
+        EXPECT_EQ(callsOf("SpawnInstance"), 1);
 
         service_.injectFault(sim::Fault::on("SpawnInstance", static_cast<HRESULT>(0x80041006)));
         host::clearDebugOutput();

@@ -59,23 +59,13 @@ private:
 // The machine: the simulated adapter `first` (2.5 Gbps, four good pairs, 100 m
 // of cable as the driver measures it), listed with `devices` 1, and with 2 also
 // `disabled` (problem code 22). A cable test takes the link down and, with a
-// cable in, back up; the drop is delivered first (the service keeps no order).
+// cable in, back up.
 class Machine {
 public:
     // 1.5.66 firmware, PHY at 54.25 and MAC at 61 degrees.
     explicit Machine(int devices = 0)
-        : sim({first, true, true, 2500000000, true, {1, 5, 66, 5425, 6100, 12, {0, 0, 0, 0}, 100}})
+        : sim({first, true, true, 2500000000, true, {1, 5, 66, 5425, 6100, 12, {0, 0, 0, 0}, 100}, true})
     {
-        sim.driver().onLinkDrop([this](const std::wstring& name) {
-            if (cableIn_) {
-                sim.ndis().disconnect(name).wait();
-            }
-        });
-        sim.driver().onLinkRestore([this](const std::wstring& name) {
-            if (cableIn_) {
-                sim.ndis().connect(name);
-            }
-        });
         for (int i = 0; i < devices; ++i) {
             device(i == 0 ? first : disabled, i == 0 ? 0 : 22);
         }
@@ -101,19 +91,12 @@ public:
         host::setDeviceString(device, DEVPKEY_Device_FriendlyName, name);
         host::setDeviceUint32(device, DEVPKEY_Device_ProblemCode, problemCode);
     }
-    void unplug()
-    {
-        cableIn_ = false;
-        sim.unplug();
-    }
-
     const TraceAll capture;  // a clean host first
     sim::SimAdapter sim;
     RecordingConsole console;
 
 private:
     DWORD devices_ = 0;
-    std::atomic<bool> cableIn_{true};
 };
 
 // The tool's JSON here is ASCII.
@@ -221,7 +204,7 @@ TEST(Ztdiag, printsWhatTheUserAskedForAndExitsWithItsCode)
            "verdict": "short circuit", "distance": 30, "partner": null,
            "text": "Pair D: short circuit, distance 30 meters"}]})j",
          L""},
-        {args(L"cable-test"), 1, 0, [](Machine& m) { m.unplug(); },
+        {args(L"cable-test"), 1, 0, [](Machine& m) { m.sim.unplug(); },
          std::wstring(goodPairs) + L"Unable to determine cable length: no link\n", L""},
         // The adapter isn't there or can't be tested.
         {args(L"cable-test", L"ZT Adapter"), 2, 2, nullptr, L"",

@@ -257,46 +257,6 @@ TEST_F(SimServiceTest, eachFailureAnswersItsCodeAndHandsOutNothing)
     EXPECT_EQ(callsOf("GetObject"), 8) << "every call logged, failures included";
 }
 
-TEST_F(SimServiceTest, theLinkStateQueryRefusesAHeaderNdisWouldRefuse)
-{
-    using sim::Value;
-    const auto query = [&](const std::wstring& path, const sim::PropertyValues& objectHeader,
-                           const sim::PropertyValues& methodHeader) {
-        sim::PropertyValues header = methodHeader;
-        header.emplace_back(L"Header", Value::object({L"MSNdis_ObjectHeader", objectHeader}));
-        com_ptr<IWbemClassObject> in(
-            service_.makeObject(
-                {L"__PARAMETERS", {{L"Header", Value::object({L"MSNdis_WmiMethodHeader", header})}}}),
-            false);
-        const bstr p(path.c_str());
-        const bstr method(L"WmiQueryLinkState");
-        com_ptr<IWbemClassObject> out;
-        return services_->ExecMethod(p.get(), method.get(), 0, nullptr, in.get(), out.put(), nullptr);
-    };
-    const sim::PropertyValues sound{
-        {L"Revision", Value::uint8(1)}, {L"Type", Value::uint8(2)}, {L"Size", Value::uint32(32)}};
-    const sim::PropertyValues timeout{{L"Timeout", Value::uint32(5)}};
-    const std::wstring path = std::wstring(L"MSNdis_LinkState.InstanceName=\"") + adapter + L"\"";
-    const auto with = [&](std::size_t index, const Value& value) {
-        sim::PropertyValues changed = sound;
-        changed[index].second = value;
-        return changed;
-    };
-    EXPECT_EQ(query(path, sound, timeout), S_OK);
-    EXPECT_EQ(query(L"MSNdis_LinkState", sound, timeout), WBEM_E_INVALID_OBJECT_PATH);
-    EXPECT_EQ(query(L"MSNdis_LinkState.InstanceName=\"eth 9\"", sound, timeout), WBEM_E_NOT_FOUND);
-    EXPECT_EQ(query(path, sound, {}), WBEM_E_INVALID_PARAMETER) << "no Timeout";
-    for (const auto& bad : {with(0, Value::uint8(2)), with(1, Value::uint8(1)), with(2, Value::uint32(31)),
-                            with(2, Value::absent())}) {
-        EXPECT_EQ(query(path, bad, timeout), WBEM_E_INVALID_PARAMETER);
-    }
-    const bstr p(path.c_str());
-    const bstr method(L"WmiQueryLinkState");
-    EXPECT_EQ(services_->ExecMethod(p.get(), method.get(), 0, nullptr, nullptr, nullptr, nullptr),
-              WBEM_E_INVALID_METHOD_PARAMETERS);
-    EXPECT_EQ(ndis_->requests().size(), 8U) << "every call that reached the provider";
-}
-
 TEST_F(SimServiceTest, deliveriesRunOnTheServiceThreadsWithObjectsItReleases)
 {
     ASSERT_EQ(subscribe(std::wstring(L"select * from MSNdis_StatusMediaConnect where InstanceName = \"")
