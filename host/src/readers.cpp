@@ -4,7 +4,6 @@
 
 namespace {
 
-using host::Window;
 using host::windowSystem;
 
 template <typename Result, typename Body> Result read(HWND window, Result none, Body body)
