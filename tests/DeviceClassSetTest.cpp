@@ -43,7 +43,7 @@ TEST(DeviceClassSet, findsThePresentListedNetworkAdaptersInTheDeviceManagersOrde
     const DeviceSetting devices[] = {
         // class, hardware ids, friendly name, description, devInst, problem code, present, has a code
         {GUID_DEVCLASS_NET, {L"PCI\\VEN_1234&DEV_0001", listedId}, L"Uplink", L"ZT", 7, 0, true, true},
-        {GUID_DEVCLASS_NET, {L"PCI\\VEN_8086&DEV_15F3"}, L"Onboard", nullptr, 2, 0, true, true},
+        {GUID_DEVCLASS_NET, {L"PCI\\VEN_5B2D&DEV_0A41"}, L"Onboard", nullptr, 2, 0, true, true},
         {GUID_DEVCLASS_NET, {listedId}, L"Unplugged ZT", nullptr, 3, 0, false, true},
         {displayClass, {listedId}, L"Not a network device", nullptr, 4, 0, true, true},
         {GUID_DEVCLASS_NET, {listedId}, nullptr, L"ZT 10G Adapter", 5, 22, true, true},
