@@ -238,6 +238,7 @@ TEST_F(DiagPageTest, cableRunWithAFaultyPairWhileTheDriverTakesTheLinkDown)
         Lines withLength = results;
         withLength.push_back({L"Approx cable length: 46 meters", ok});
         s = sheet.screen();
+        EXPECT_EQ(s.linkIcon, IDI_LAMP_OK);
         EXPECT_EQ(s.lines, withLength);
         EXPECT_TRUE(s.categoryEnabled);
         EXPECT_EQ(s.category, L"5e");
