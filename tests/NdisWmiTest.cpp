@@ -370,9 +370,13 @@ TEST_F(NdisWmiTest, batchStopsAtAnObjectWithoutClass)
         sim::Event nameless{L"MSNdis_StatusMediaDisconnect", {}};
         nameless.objects.push_back(
             {L"MSNdis_StatusMediaDisconnect", {{L"InstanceName", sim::Value::absent()}}});
+        VARIANT nullText{};
+        nullText.vt = VT_BSTR;  // a null BSTR is the empty string
+        nameless.objects.push_back(
+            {L"MSNdis_StatusMediaDisconnect", {{L"InstanceName", sim::Value::raw(nullText)}}});
         service_.fire(nameless).wait();
     });
-    EXPECT_EQ(seen.get(), (std::vector<std::wstring>{L"media one 1", L"media  2"}));
+    EXPECT_EQ(seen.get(), (std::vector<std::wstring>{L"media one 1", L"media  2", L"media  2"}));
     ASSERT_EQ(report.get().answers.size(), 1U);
     EXPECT_EQ(report.get().answers[0], static_cast<HRESULT>(0x80041002)) << "the failing code goes back";
     EXPECT_TRUE(traced("[!] NdisEventSink: couldn't get '__Class' property -> 0x80041002"));
