@@ -52,11 +52,12 @@ sim::Value rawInt(LONG number)
 }
 
 // A VT_UNKNOWN that holds no interface.
-const VARIANT noInterface = [] {
+VARIANT noInterface()
+{
     VARIANT v{};
     v.vt = VT_UNKNOWN;
     return v;
-}();
+}
 
 class NdisWmiTest : public WmiFixture {
 protected:
@@ -240,7 +241,7 @@ TEST_F(NdisWmiTest, failedQueriesGiveNoSpeedAndUnknownState)
                                [](sim::MethodCall&) { return S_OK; });
          },
          "[!] Property 'LinkState' not found", true},
-        {"LinkState holding no interface", [&] { answerLinkState(sim::Value::raw(noInterface)); },
+        {"LinkState holding no interface", [&] { answerLinkState(sim::Value::raw(noInterface())); },
          "[!] Property 'LinkState' not found", true},
         {"LinkState of another type", [&] { answerLinkState(sim::Value::string(L"up")); },
          "[!] Property 'LinkState' not found", true},
