@@ -42,12 +42,6 @@ ListLine goodCable()
     return {L"The overall status of cable is good", ok};
 }
 
-sim::LinkState link(std::uint64_t speed, bool up = true)
-{
-    return {up ? sim::ndis::mediaConnected : sim::ndis::mediaDisconnected, sim::ndis::duplexFull, speed,
-            speed};
-}
-
 // The driver's control class can't be read: the adapter object isn't ready.
 sim::Fault driverSilent()
 {
@@ -190,7 +184,7 @@ TEST_F(DiagPageTest, modesOfAnAdapterThatIsNotReadyOrTooOld)
 
 TEST_F(DiagPageTest, cableRunWithAFaultyPairWhileTheDriverTakesTheLinkDown)
 {
-    ndis_->setLinkState(adapter, link(5 * gbps));
+    ndis_->setLinkState(adapter, sim::LinkState::at(5 * gbps));
     driver_->setCableLength(adapter, 50);
     driver_->setPairs(adapter, {0, ZtDriver::pairWord(ZtDriver::pairOpen, 12, 30), 0, 0});
     // The driver drops the link for the test and leaves it down.
@@ -406,7 +400,7 @@ TEST_F(DiagPageTest, anAdapterDisabledDuringARunIsShownAfterIt)
         // Back again: the page is usable as before.
         host::setDeviceUint32(device_, DEVPKEY_Device_ProblemCode, 0);
         driver_->addAdapter(adapter);
-        ndis_->arrive(adapter, link(gbps)).wait();
+        ndis_->arrive(adapter, sim::LinkState::at(gbps)).wait();
         ASSERT_TRUE(sheet.pumpUntil([&] { return sheet.screen().runEnabled; }));
         EXPECT_EQ(sheet.screen().lines, Lines{});
         EXPECT_TRUE(temperatureTimerRunning(sheet.page()));
@@ -434,7 +428,7 @@ TEST_F(DiagPageTest, mediaEventsOnASilentAdapterOfferNoCableControls)
 {
     // The firmware answers but the control class doesn't: not ready, though
     // the firmware would support the test.
-    ndis_->setLinkState(adapter, link(5 * gbps));
+    ndis_->setLinkState(adapter, sim::LinkState::at(5 * gbps));
     driver_->setCableLength(adapter, 50);
     service_.injectFault(driverSilent());
     withPage([&](PageSheet& sheet) {
@@ -453,7 +447,7 @@ TEST_F(DiagPageTest, mediaEventsOnASilentAdapterOfferNoCableControls)
 
 TEST_F(DiagPageTest, aMediaEventBeforeTheArrivalReachesThePageOffersNoCableControls)
 {
-    ndis_->setLinkState(adapter, link(5 * gbps));
+    ndis_->setLinkState(adapter, sim::LinkState::at(5 * gbps));
     driver_->setCableLength(adapter, 50);
     withPage([&](PageSheet& sheet) {
         driver_->removeAdapter(adapter);
@@ -463,7 +457,7 @@ TEST_F(DiagPageTest, aMediaEventBeforeTheArrivalReachesThePageOffersNoCableContr
         ASSERT_EQ(sheet.screen().lines, silent);
         driver_->addAdapter(adapter);
         driver_->setCableLength(adapter, 50);
-        const auto arrival = ndis_->arrive(adapter, link(5 * gbps));
+        const auto arrival = ndis_->arrive(adapter, sim::LinkState::at(5 * gbps));
         // The adapter object is ready, and pauses before it tells the page.
         const std::shared_ptr<ZtNic> nic = moduleRecord.sharedNic.lock();
         ASSERT_NE(nic, nullptr);
@@ -502,12 +496,12 @@ TEST_F(DiagPageTest, linkSpeedsAndTheCategoryChoice)
         {10 * gbps, L"Speed 10.0 Gbps", false, L"Approx cable length: 50 meters"},
     };
     driver_->setCableLength(adapter, 50);
-    ndis_->setLinkState(adapter, link(2500000000ULL));
+    ndis_->setLinkState(adapter, sim::LinkState::at(2500000000ULL));
     withPage([&](PageSheet& sheet) {
         EXPECT_EQ(sheet.screen().category, L"5e");
         sheet.chooseCategory(1);  // the user's row stays from here on
         for (const auto& c : cases) {
-            ndis_->setLinkState(adapter, link(c.speed));
+            ndis_->setLinkState(adapter, sim::LinkState::at(c.speed));
             ndis_->connect(adapter).wait();
             ASSERT_TRUE(sheet.pumpUntil([&] { return sheet.screen().speed == c.text; })) << c.speed;
             const PageScreen s = sheet.screen();
@@ -523,7 +517,7 @@ TEST_F(DiagPageTest, linkSpeedsAndTheCategoryChoice)
 
 TEST_F(DiagPageTest, noCableLengthIsReportedOnlyWhenTheUserAsks)
 {
-    ndis_->setLinkState(adapter, link(5 * gbps));
+    ndis_->setLinkState(adapter, sim::LinkState::at(5 * gbps));
     withPage([&](PageSheet& sheet) {
         EXPECT_EQ(sheet.screen().lines, Lines{}) << "a length of 0 adds nothing by itself";
         sheet.chooseCategory(2);

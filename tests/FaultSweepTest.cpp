@@ -43,12 +43,6 @@ constexpr std::uint64_t speed5G = 5000000000ULL;
 constexpr std::uint64_t speed2500M = 2500000000ULL;
 constexpr std::size_t parallelReplays = 12;
 
-sim::LinkState link(std::uint64_t speed, bool up = true)
-{
-    return {up ? sim::ndis::mediaConnected : sim::ndis::mediaDisconnected, sim::ndis::duplexFull, speed,
-            speed};
-}
-
 bool equalsNoCase(const std::wstring& a, const std::wstring& b)
 {
     return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](wchar_t x, wchar_t y) {
@@ -123,7 +117,7 @@ Outcome runSession(const Script& script)
                 ndis.disconnect(adapter).wait();
                 sheet.pump();
                 check("disconnect");
-                ndis.setLinkState(adapter, link(speed2500M, false));
+                ndis.setLinkState(adapter, sim::LinkState::at(speed2500M, false));
                 ndis.connect(adapter).wait();
                 sheet.pump();
                 check("connect");
@@ -135,7 +129,7 @@ Outcome runSession(const Script& script)
                 check("removal");
                 driver.addAdapter(adapter);
                 driver.setCableLength(adapter, 50);
-                ndis.arrive(adapter, link(speed5G)).wait();
+                ndis.arrive(adapter, sim::LinkState::at(speed5G)).wait();
                 sheet.pump();
                 check("arrival");
                 sheet.close();

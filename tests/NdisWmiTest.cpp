@@ -135,8 +135,7 @@ TEST_F(NdisWmiTest, aFailedRegistrationIsTracedAndTheOthersGoOn)
 
 TEST_F(NdisWmiTest, linkStateQuerySendsTheFixedRecords)
 {
-    ndis_->setLinkState(adapter,
-                        {sim::ndis::mediaConnected, sim::ndis::duplexFull, 2500000000ULL, 2500000000ULL});
+    ndis_->setLinkState(adapter, sim::LinkState::at(2500000000ULL));
     onNewThread([&] {
         const NdisWmi monitor(adapter);
         EXPECT_EQ(monitor.linkSpeed(), 2500000000ULL);

@@ -44,12 +44,6 @@ constexpr int stepsPerSession = 25;
 // 500 ms or more on a delivery thread (2.5 s if the driver stays away): few per round.
 constexpr int adapterCyclesPerThread = 1;
 
-sim::LinkState link(std::uint64_t speed, bool up)
-{
-    return {up ? sim::ndis::mediaConnected : sim::ndis::mediaDisconnected, sim::ndis::duplexFull, speed,
-            speed};
-}
-
 // 40 m of cable, a cable test of 10 ms.
 sim::ZtValues driverValues()
 {
@@ -121,7 +115,7 @@ protected:
                 (void)ndis_->disconnect(adapter);
             } else if (choice < 17 && ndisPresent_) {
                 const std::uint64_t speed = speeds[random() % std::size(speeds)];
-                ndis_->setLinkState(adapter, link(speed, true));
+                ndis_->setLinkState(adapter, sim::LinkState::at(speed, true));
                 (void)ndis_->changeLinkSpeed(adapter, speed, speed);
             } else if (choice == 17 && cycles < adapterCyclesPerThread) {
                 if (ndisPresent_) {
@@ -133,7 +127,8 @@ protected:
                         addDriverAdapter_();
                         driverPresent_ = true;
                     }
-                    (void)ndis_->arrive(adapter, link(speeds[random() % std::size(speeds)], true));
+                    (void)ndis_->arrive(adapter,
+                                        sim::LinkState::at(speeds[random() % std::size(speeds)], true));
                     ndisPresent_ = true;
                 }
             } else if (choice == 18) {
@@ -162,7 +157,7 @@ protected:
             driverPresent_ = true;
         }
         if (!ndisPresent_) {
-            ndis_->arrive(adapter, link(5000000000ULL, true)).wait();
+            ndis_->arrive(adapter, sim::LinkState::at(5000000000ULL, true)).wait();
             ndisPresent_ = true;
         }
         EXPECT_TRUE(service_.drain(10s));

@@ -144,8 +144,7 @@ TEST_F(ZtNicTest, initialisationFailuresAndWhatSurvivesThem)
         service_.clearFaults();
         driver_->resetField(adapter, ZtField::major);
         driver_->resetField(adapter, ZtField::minor);
-        ndis_->setLinkState(adapter,
-                            {sim::ndis::mediaConnected, sim::ndis::duplexFull, 5000000000ULL, 5000000000ULL});
+        ndis_->setLinkState(adapter, sim::LinkState::at(5000000000ULL));
         c.script();
         host::clearDebugOutput();
         onNewThread([&] {
@@ -188,8 +187,7 @@ TEST_F(ZtNicTest, mediaEventsKeepTheLastSpeedWhenTheLinkGoesDown)
         ndis_->disconnect(adapter).wait();
         EXPECT_EQ(nic.mediaState(), MediaConnectState::Disconnected);
         EXPECT_EQ(nic.linkSpeed(), 5000000000ULL);
-        ndis_->setLinkState(adapter,
-                            {sim::ndis::mediaConnected, sim::ndis::duplexFull, 2500000000ULL, 2500000000ULL});
+        ndis_->setLinkState(adapter, sim::LinkState::at(2500000000ULL));
         ndis_->connect(adapter).wait();
         EXPECT_EQ(nic.linkSpeed(), 2500000000ULL) << "read anew when the link comes up";
     });
@@ -212,10 +210,7 @@ TEST_F(ZtNicTest, removalClearsAndArrivalReadsAgain)
         EXPECT_EQ(nic.mediaState(), MediaConnectState::Unknown);
         EXPECT_EQ(nic.linkSpeed(), 0U);
         EXPECT_FALSE(nic.isCableDiagSupported());
-        ndis_
-            ->arrive(adapter,
-                     {sim::ndis::mediaConnected, sim::ndis::duplexFull, 5000000000ULL, 5000000000ULL})
-            .wait();
+        ndis_->arrive(adapter, sim::LinkState::at(5000000000ULL)).wait();
         EXPECT_TRUE(nic.isReady());
         EXPECT_EQ(nic.linkSpeed(), 5000000000ULL);
         EXPECT_EQ(nic.fwVersion().toString(), L"1.5.66");
@@ -394,7 +389,7 @@ TEST_F(ZtNicTest, cableLengthIsCorrectedAt2_5And5Gbps)
         {5000000000ULL, 0, Cat6, 0},
     };
     for (const auto& c : cases) {
-        ndis_->setLinkState(adapter, {sim::ndis::mediaConnected, sim::ndis::duplexFull, c.speed, c.speed});
+        ndis_->setLinkState(adapter, sim::LinkState::at(c.speed));
         driver_->setCableLength(adapter, c.raw);
         onNewThread([&] {
             ZtNic nic(adapter, true);

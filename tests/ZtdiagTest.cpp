@@ -297,7 +297,7 @@ TEST(Ztdiag, watchPrintsATimestampedLineForEachLinkEventUntilCtrlC)
         {33, [](sim::SimAdapter& a) { a.renegotiate(gbps1); }},
         {34,  // another speed with no drop between
          [](sim::SimAdapter& a) {
-             a.ndis().setLinkState(first, {sim::ndis::mediaConnected, sim::ndis::duplexFull, gbps5, gbps5});
+             a.ndis().setLinkState(first, sim::LinkState::at(gbps5));
              a.ndis().connect(first);
          }},
         {35, [](sim::SimAdapter& a) { a.remove(); }},

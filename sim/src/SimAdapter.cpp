@@ -122,7 +122,7 @@ void SimAdapter::stop()
 LinkState SimAdapter::linkState_() const
 {
     const std::uint64_t speed = speed_;
-    return {plugged_ ? ndis::mediaConnected : ndis::mediaDisconnected, ndis::duplexFull, speed, speed};
+    return LinkState::at(speed, plugged_);
 }
 
 void SimAdapter::addDriverAdapter_()

@@ -91,8 +91,7 @@ void DemoWorld::plug(std::uint64_t linkSpeed)
 {
     if (linkUp_) {
         // Another speed on a link that stays up: NDIS reports it as a connect.
-        adapter_.ndis().setLinkState(
-            settings_.name, {sim::ndis::mediaConnected, sim::ndis::duplexFull, linkSpeed, linkSpeed});
+        adapter_.ndis().setLinkState(settings_.name, sim::LinkState::at(linkSpeed));
         adapter_.ndis().connect(settings_.name).wait();
         return;
     }

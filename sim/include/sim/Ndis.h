@@ -27,6 +27,12 @@ struct LinkState {
     std::uint32_t mediaDuplexState = ndis::duplexFull;
     std::uint64_t xmitLinkSpeed = 1000000000;
     std::uint64_t rcvLinkSpeed = 1000000000;
+
+    // Full duplex at `speed` both ways, connected or not.
+    static LinkState at(std::uint64_t speed, bool up = true)
+    {
+        return {up ? ndis::mediaConnected : ndis::mediaDisconnected, ndis::duplexFull, speed, speed};
+    }
 };
 
 // One property of a record the client sent, as the provider found it.
