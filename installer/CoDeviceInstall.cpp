@@ -4,6 +4,7 @@
 #include "installer/ModuleRecord.h"
 #include "installer/SupportedHardwareIds.h"
 #include "page_framework/CommonControls.h"
+#include "platform/Threading.h"
 #include "trace/Trace.h"
 
 DWORD addPropertyPageAdvanced(HDEVINFO deviceInfoSet, PSP_DEVINFO_DATA deviceInfoData, PageFactory factory)
@@ -22,7 +23,7 @@ DWORD addPropertyPageAdvanced(HDEVINFO deviceInfoSet, PSP_DEVINFO_DATA deviceInf
     // with the last user.
     const auto reader = std::make_shared<DevPropertiesReader>(deviceInfoSet, deviceInfoData);
     {
-        const std::lock_guard<std::mutex> guard(moduleRecord.lock);
+        const std::lock_guard<SrwLock> guard(moduleRecord.lock);
         moduleRecord.deviceReader = reader;
     }
 

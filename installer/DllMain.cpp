@@ -8,7 +8,6 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID /*reserv
     case DLL_PROCESS_ATTACH:
         ZT_TRACE(5, "Process attach");
         moduleRecord.moduleInstance = instance;
-        moduleRecord.pageCount = 0;
         return TRUE;
     case DLL_PROCESS_DETACH:
         // The record's own clean-up runs with the module's static objects.

@@ -2,6 +2,7 @@
 
 #include <cwchar>
 
+#include "platform/Threading.h"
 #include "trace/FormatString.h"
 #include "trace/Trace.h"
 #include "wmi/WbemServices.h"
@@ -78,7 +79,7 @@ void NdisWmi::registerForNotifications_()
 
 void NdisWmi::bindCallbacks(AdapterCallback arrived, AdapterCallback removed, MediaCallback mediaChanged)
 {
-    const std::lock_guard<std::mutex> guard(callbacksLock_);
+    const std::lock_guard<SrwLock> guard(callbacksLock_);
     adapterArrivedCallback_ = std::move(arrived);
     adapterRemovedCallback_ = std::move(removed);
     mediaStateChangedCallback_ = std::move(mediaChanged);
@@ -87,7 +88,7 @@ void NdisWmi::bindCallbacks(AdapterCallback arrived, AdapterCallback removed, Me
 void NdisWmi::clearCallbacks()
 {
     callbacksGate_.close();
-    const std::lock_guard<std::mutex> guard(callbacksLock_);
+    const std::lock_guard<SrwLock> guard(callbacksLock_);
     adapterArrivedCallback_ = nullptr;
     adapterRemovedCallback_ = nullptr;
     mediaStateChangedCallback_ = nullptr;
@@ -102,7 +103,7 @@ void NdisWmi::invoke_(const Callback& callback, const Args&... args)
     }
     Callback bound;
     {
-        const std::lock_guard<std::mutex> guard(callbacksLock_);
+        const std::lock_guard<SrwLock> guard(callbacksLock_);
         bound = callback;
     }
     if (bound) {

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "ndis/MediaConnectState.h"
+#include "platform/Threading.h"
 #include "wmi/CallGate.h"
 #include "wmi/NdisEventsOwner.h"
 #include "wmi/NdisEventsSink.h"
@@ -50,7 +51,7 @@ private:
     template <typename Callback, typename... Args>
     void invoke_(const Callback& callback, const Args&... args);
 
-    std::mutex callbacksLock_;
+    SrwLock callbacksLock_;
     CallGate callbacksGate_;
     AdapterCallback adapterArrivedCallback_;
     AdapterCallback adapterRemovedCallback_;

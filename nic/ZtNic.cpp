@@ -1,8 +1,8 @@
 #include "nic/ZtNic.h"
 
 #include <chrono>
-#include <thread>
 
+#include "platform/Threading.h"
 #include "trace/Trace.h"
 #include "wmi/WbemServices.h"
 
@@ -31,7 +31,7 @@ ZtNic::~ZtNic()
 
 bool ZtNic::hasControlObject_() const
 {
-    const std::lock_guard<std::mutex> guard(controlLock_);
+    const std::lock_guard<SrwLock> guard(controlLock_);
     return !controlObject_.isEmpty();
 }
 
@@ -65,7 +65,7 @@ void ZtNic::init_()
     WbemClassObject control = threadWbemServices().getObject(L"Zt_NetAdapter");
     const bool haveControl = !control.isEmpty();
     {
-        const std::lock_guard<std::mutex> guard(controlLock_);
+        const std::lock_guard<SrwLock> guard(controlLock_);
         controlObject_ = std::move(control);
     }
     if (!haveControl) {
@@ -121,7 +121,7 @@ void ZtNic::onAdapterChanged_(const std::wstring& /*instanceName*/, bool arrived
     for (int tries = 5; !ready_ && tries > 0; --tries) {
         ZT_TRACE(3, "ZtNic: trying to initialize... (%d)", tries);
         init_();
-        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+        waitRealTime(std::chrono::milliseconds(500));
     }
     ZT_TRACE_EITHER(ready_, 3, "ZtNic: initialization DONE!", 2, "/!\\ ZtNic: initialization FAILED!");
     nicChanged.notify(true);

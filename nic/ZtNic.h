@@ -18,6 +18,7 @@
 #include "nic/ZtFwVersion.h"
 #include "nic/ZtPairInfo.h"
 #include "nic/ZtThermalInfo.h"
+#include "platform/Threading.h"
 #include "wmi/WbemClassObject.h"
 
 class ZtNic {
@@ -58,7 +59,7 @@ private:
     bool hasControlObject_() const;
 
     const std::wstring instanceName_;
-    mutable std::mutex controlLock_;  // controlObject_ is replaced on delivery threads
+    mutable SrwLock controlLock_;  // controlObject_ is replaced on delivery threads
     WbemClassObject controlObject_;
     std::atomic<ZtFwVersion> fwVersion_{ZtFwVersion{}};
     std::atomic<MediaConnectState> mediaState_{MediaConnectState::Unknown};

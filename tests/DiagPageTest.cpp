@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <optional>
+#include <thread>
 
 #include "PageHarness.h"
 #include "PageModes.h"

@@ -8,6 +8,7 @@
 #include <condition_variable>
 #include <cwchar>
 #include <mutex>
+#include <thread>
 
 #include "EventLog.h"
 #include "WmiFixture.h"
@@ -353,7 +354,7 @@ TEST_F(NdisWmiTest, anExceptionInAHandlerStaysInTheSink)
 TEST_F(NdisWmiTest, batchStopsAtAnObjectWithoutClass)
 {
     Seen seen;
-    std::shared_future<sim::DeliveryReport> report;
+    sim::Delivery report;
     onNewThread([&] {
         NdisWmi monitor(L"");  // no WHERE clause: objects of any adapter
         bind(monitor, seen);

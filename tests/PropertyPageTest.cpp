@@ -60,7 +60,7 @@ protected:
         host::setDeviceString(device_, DEVPKEY_Device_FriendlyName, adapter);
         host::setDeviceUint32(device_, DEVPKEY_Device_ProblemCode, 0);
         moduleRecord.deviceReader = std::make_shared<DevPropertiesReader>(host::deviceInfoSet(), &device_);
-        moduleRecord.pageCount = 0;
+        moduleRecord.pageThreads.clear();
         moduleRecord.sharedNic.reset();
         RecordingPage::live = 0;
         host::clearDebugOutput();
@@ -150,22 +150,25 @@ TEST_F(PropertyPageTest, pagesShareOneAdapterObjectThatDiesWithTheLast)
         ZtNic* nic = first.page->nic();
         ASSERT_NE(nic, nullptr);
         EXPECT_TRUE(nic->isReady());
-        EXPECT_EQ(moduleRecord.pageCount, 1U);
+        EXPECT_EQ(moduleRecord.pageThreads.size(), 1U);
 
         const int propertyReads = host::devicePropertyCalls();
         SheetPage second;
         EXPECT_EQ(second.create(), 1U);
         EXPECT_EQ(second.page->nic(), nic) << "the second page shares the object";
         EXPECT_EQ(host::devicePropertyCalls(), propertyReads) << "and reads no property";
-        EXPECT_EQ(moduleRecord.pageCount, 2U);
+        EXPECT_EQ(moduleRecord.pageThreads.size(), 2U);
 
         host::clearDebugOutput();
         second.release();
         EXPECT_FALSE(moduleRecord.sharedNic.expired());
-        EXPECT_EQ(moduleRecord.pageCount, 1U);
+        EXPECT_EQ(moduleRecord.pageThreads.size(), 1U);
+        const int uninitializes = host::coUninitializeCalls();
         first.release();
         EXPECT_TRUE(moduleRecord.sharedNic.expired());
-        EXPECT_EQ(moduleRecord.pageCount, 0U);
+        EXPECT_EQ(moduleRecord.pageThreads.size(), 0U);
+        EXPECT_EQ(service_.references().liveObjects, 0) << "the thread's connection ends with its last page";
+        EXPECT_EQ(host::coUninitializeCalls(), uninitializes + 1) << "and then its COM use";
         const auto messages = tracedMessages();
         EXPECT_EQ(std::count(messages.begin(), messages.end(), "PropSheetPageProc(): all pages released"), 1);
         EXPECT_EQ(std::count(messages.begin(), messages.end(), "~ZtNic()"), 1);
@@ -180,7 +183,7 @@ TEST_F(PropertyPageTest, pagesShareOneAdapterObjectThatDiesWithTheLast)
 
         SheetPage neverShown;
         neverShown.release();
-        EXPECT_EQ(moduleRecord.pageCount, 0U);
+        EXPECT_EQ(moduleRecord.pageThreads.size(), 0U);
         endThreadWbemServices();
     });
 }

@@ -69,6 +69,7 @@ protected:
     std::set<HWND> released_;  // pages whose sheet has closed
     int postsAfterRelease_ = 0;
     int completionsToDeadPages_ = 0;
+    int workers_ = 0;
 
     void SetUp() override
     {
@@ -219,7 +220,8 @@ protected:
             const std::lock_guard<std::mutex> guard(findingsLock_);
             released_.insert(page);
         }
-        endThreadWbemServices();
+        const std::lock_guard<std::mutex> guard(findingsLock_);
+        workers_ += host::createThreadCalls();  // this thread's: its pages' workers
     }
 };
 
@@ -249,7 +251,7 @@ TEST_F(StressTest, eventsPagesRunsAndTicksTogether)
     const auto seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
 
     const std::vector<std::string> messages = tracedMessages();
-    const int workers = host::createThreadCalls();
+    const int workers = workers_;
     std::cout << "stress: " << rounds << " rounds, " << rounds * dialogThreads * sessionsPerDialog
               << " pages, " << workers << " cable runs, " << rounds * eventThreads * eventsPerThread
               << " scripted events in " << seconds << " s; "

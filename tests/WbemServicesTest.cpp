@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <thread>
 
 #include "WmiFixture.h"
 #include "wmi/WbemSinkBase.h"
@@ -31,7 +32,7 @@ TEST_F(WbemServicesTest, oneConnectionPerThreadMadeAtTheFirstCall)
     EXPECT_EQ(tracedMessages(), Messages{}) << "a sound connection traces nothing at level 0..3";
 }
 
-TEST_F(WbemServicesTest, eachThreadHasItsOwnConnectionEndedWithTheThreadBeforeCom)
+TEST_F(WbemServicesTest, eachThreadHasItsOwnConnectionEndedBeforeCom)
 {
     std::atomic<IWbemServices*> seen[2] = {};
     std::atomic<int> ready{0};
@@ -41,6 +42,7 @@ TEST_F(WbemServicesTest, eachThreadHasItsOwnConnectionEndedWithTheThreadBeforeCo
         while (ready < 2) {
             std::this_thread::yield();  // both connections alive together
         }
+        endThreadWbemServices();
     };
     std::thread a(body, 0);
     std::thread b(body, 1);

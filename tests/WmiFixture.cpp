@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <chrono>
 
+#include "host/HostWindows.h"
+
 WmiFixture::WmiFixture(sim::AdapterSettings settings)
     : sim_(std::move(settings)), service_(sim_.service()), ndis_(&sim_.ndis()), driver_(&sim_.driver())
 {
@@ -29,6 +31,7 @@ void WmiFixture::SetUp()
         return S_OK;
     });
     host::clearDebugOutput();
+    tlsValuesLeft_ = host::tlsValuesLeftAtThreadEnd();
 }
 
 void WmiFixture::TearDown()
@@ -38,6 +41,7 @@ void WmiFixture::TearDown()
     const auto refs = service_.references();
     EXPECT_EQ(refs.liveObjects, 0) << ::testing::PrintToString(service_.liveObjects());
     EXPECT_EQ(refs.references, 0);
+    EXPECT_EQ(host::tlsValuesLeftAtThreadEnd(), tlsValuesLeft_) << "a thread ended holding its connection";
 }
 
 int WmiFixture::callsOf(const std::string& name) const

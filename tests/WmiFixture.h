@@ -1,8 +1,8 @@
 // The one fixture of tests that use the simulated WMI service: a simulated
 // adapter registered as the process's WMI locator, a small test class, and
-// checks that every reference the service handed out came back. Module code
-// keeps one connection per thread, so test bodies that use the service run on
-// threads of their own (onNewThread).
+// checks that every reference the service handed out came back and that every
+// thread ended its WMI use. Module code keeps one connection per thread, so
+// test bodies that use the service run on threads of their own (onNewThread).
 #pragma once
 
 #include <gtest/gtest.h>
@@ -12,8 +12,17 @@
 #include "TraceCapture.h"
 #include "host/HostPlatform.h"
 #include "sim/SimAdapter.h"
+#include "wmi/WbemServices.h"
 
-using sim::onNewThread;
+// Runs `body` on a thread of its own that ends its WMI use before it returns,
+// as the module's own threads do, and waits for it.
+template <typename Body> void onNewThread(Body&& body)
+{
+    sim::onNewThread([&body] {
+        body();
+        endThreadWbemServices();
+    });
+}
 
 class WmiFixture : public ::testing::Test {
 protected:
@@ -30,8 +39,12 @@ protected:
     // (in "Level", out "ReturnValue") and "Probe" (no in-parameters).
     // One instance, "eth 0 #1".
     void SetUp() override;
-    // Every delivery ended, the driver stopped, nothing the service handed out still referenced.
+    // Every delivery ended, the driver stopped, nothing the service handed out
+    // still referenced, no thread ended with its connection still held.
     void TearDown() override;
 
     int callsOf(const std::string& name) const;
+
+private:
+    int tlsValuesLeft_ = 0;
 };

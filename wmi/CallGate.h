@@ -3,8 +3,9 @@
 // A call must not close the gate it runs under.
 #pragma once
 
-#include <condition_variable>
 #include <mutex>
+
+#include "platform/Threading.h"
 
 class CallGate {
 public:
@@ -15,7 +16,7 @@ public:
     // True if the call may go on; it must then end with leave().
     bool enter()
     {
-        const std::lock_guard<std::mutex> guard(lock_);
+        const std::lock_guard<SrwLock> guard(lock_);
         if (closed_) {
             return false;
         }
@@ -24,22 +25,22 @@ public:
     }
     void leave()
     {
-        const std::lock_guard<std::mutex> guard(lock_);
+        const std::lock_guard<SrwLock> guard(lock_);
         if (--running_ == 0) {
-            idle_.notify_all();
+            idle_.notifyAll();
         }
     }
     // No call is admitted from now on; waits for those under way.
     void close()
     {
-        std::unique_lock<std::mutex> guard(lock_);
+        std::unique_lock<SrwLock> guard(lock_);
         closed_ = true;
         idle_.wait(guard, [this] { return running_ == 0; });
     }
 
 private:
-    std::mutex lock_;
-    std::condition_variable idle_;
+    SrwLock lock_;
+    ConditionVariable idle_;
     int running_ = 0;
     bool closed_ = false;
 };

@@ -1,6 +1,6 @@
 #include "wmi/WbemServices.h"
 
-#include <optional>
+#include <memory>
 
 #include "trace/Trace.h"
 #include "wmi/bstr.h"
@@ -120,24 +120,72 @@ struct ThreadWbemContext {
     WbemServices services;
 };
 
-thread_local std::optional<ThreadWbemContext> threadContext;
+// Each thread's record, as a plain pointer in a slot of the platform's thread
+// local storage: a thread's end runs nothing of it (that would be under the
+// loader lock). The slot lives as long as the module; a record a thread still
+// holds when the module goes is abandoned, not ended.
+class ContextSlot {
+public:
+    ContextSlot() : index_(TlsAlloc())
+    {
+        if (index_ == TLS_OUT_OF_INDEXES) {
+            ZT_TRACE(0, "[!] TlsAlloc() failed w/status %#x", static_cast<unsigned>(GetLastError()));
+        }
+    }
+    ContextSlot(const ContextSlot&) = delete;
+    ContextSlot& operator=(const ContextSlot&) = delete;
+    ~ContextSlot()
+    {
+        if (index_ != TLS_OUT_OF_INDEXES) {
+            TlsFree(index_);
+        }
+    }
+
+    ThreadWbemContext* get() const
+    {
+        return index_ == TLS_OUT_OF_INDEXES ? nullptr : static_cast<ThreadWbemContext*>(TlsGetValue(index_));
+    }
+    bool set(ThreadWbemContext* context) const
+    {
+        return index_ != TLS_OUT_OF_INDEXES && TlsSetValue(index_, context) != FALSE;
+    }
+
+private:
+    DWORD index_;
+};
+
+ContextSlot contextSlot;
 
 }  // namespace
 
+WbemServices::WbemServices(Unconnected /*tag*/)
+{
+}
+
 WbemServices& threadWbemServices()
 {
-    if (!threadContext) {
-        threadContext.emplace();
+    if (ThreadWbemContext* context = contextSlot.get()) {
+        return context->services;
     }
-    return threadContext->services;
+    auto context = std::make_unique<ThreadWbemContext>();
+    if (!contextSlot.set(context.get())) {
+        // No slot to keep it in: this thread's calls fail, with no connection left behind.
+        ZT_TRACE(0, "[!] No thread local slot for the WMI connection");
+        static WbemServices unconnected{WbemServices::Unconnected{}};
+        return unconnected;
+    }
+    return context.release()->services;
 }
 
 void endThreadWbemServices()
 {
-    threadContext.reset();
+    const std::unique_ptr<ThreadWbemContext> context(contextSlot.get());
+    if (context) {
+        contextSlot.set(nullptr);
+    }
 }
 
-BorrowedThreadScope::BorrowedThreadScope() : hadConnection_(threadContext.has_value())
+BorrowedThreadScope::BorrowedThreadScope() : hadConnection_(contextSlot.get() != nullptr)
 {
 }
 

@@ -15,6 +15,9 @@ public:
     WbemServices(const WbemServices&) = delete;
     WbemServices& operator=(const WbemServices&) = delete;
     ~WbemServices() = default;
+    // No connection, and no attempt to make one.
+    struct Unconnected { };
+    explicit WbemServices(Unconnected tag);
 
     bool isConnected() const { return static_cast<bool>(services_); }
     // The connection itself, for CancelAsyncCall; null if not connected.
@@ -36,13 +39,14 @@ private:
 };
 
 // The calling thread's connection, made (with the thread's COM initialisation)
-// at the first call and kept until endThreadWbemServices() or the thread's end.
-// One attempt: a failed connection stays failed. Never fails itself.
+// at the first call and kept until endThreadWbemServices(). One attempt: a
+// failed connection stays failed. Never fails itself. Nothing ends it when the
+// thread ends: whoever knows the thread is done with the service ends it.
 WbemServices& threadWbemServices();
 
-// Ends the calling thread's connection, then its COM initialisation, now
-// rather than in thread-exit destructors. Threads the module starts call this
-// before they return; a later threadWbemServices() starts afresh.
+// Ends the calling thread's connection, then its COM initialisation. The
+// module's threads call this before they return, the page's thread when its
+// last page goes; a later threadWbemServices() starts afresh.
 void endThreadWbemServices();
 
 // For work on a thread the module doesn't own (the service's delivery

@@ -1,11 +1,11 @@
 // `ztdiag cable-test`: the driver's cable test on one adapter, as the page's
 // worker runs it, then the cable length for the category once the link is back.
-#include <condition_variable>
 #include <memory>
 #include <mutex>
 
 #include "nic/AdapterTexts.h"
 #include "nic/ZtNic.h"
+#include "platform/Threading.h"
 #include "wmi/WbemServices.h"
 #include "ztdiag/Commands.h"
 #include "ztdiag/JsonOutput.h"
@@ -33,8 +33,8 @@ struct CableRun {
 
 // Wakes a waiter when the adapter's media state changes.
 struct LinkSignal {
-    std::mutex lock;
-    std::condition_variable changed;
+    SrwLock lock;
+    ConditionVariable changed;
 };
 
 // On the service thread.
@@ -58,9 +58,9 @@ void cableTest(CableRun& run, const std::wstring& name, const ZtdiagLimits& limi
     const std::wstring key = L"ztdiag cable-test";
     nic.nicMediaChanged.add(key, [signal](MediaConnectState) {
         {
-            const std::lock_guard<std::mutex> guard(signal->lock);
+            const std::lock_guard<SrwLock> guard(signal->lock);
         }
-        signal->changed.notify_all();
+        signal->changed.notifyAll();
     });
     const bool wasConnected = nic.mediaState() == MediaConnectState::Connected;
     CableTestReport& report = run.report;
@@ -71,9 +71,9 @@ void cableTest(CableRun& run, const std::wstring& name, const ZtdiagLimits& limi
     }
     if (wasConnected) {
         // The test takes the link down; the length needs it back.
-        std::unique_lock<std::mutex> guard(signal->lock);
-        signal->changed.wait_for(guard, limits.linkReturn,
-                                 [&nic] { return nic.mediaState() == MediaConnectState::Connected; });
+        std::unique_lock<SrwLock> guard(signal->lock);
+        signal->changed.waitFor(guard, limits.linkReturn,
+                                [&nic] { return nic.mediaState() == MediaConnectState::Connected; });
     }
     nic.nicMediaChanged.remove(key);
     report.media = nic.mediaState();

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <exception>
 
+#include "platform/Threading.h"
 #include "trace/Trace.h"
 #include "wmi/WbemServices.h"
 
@@ -14,7 +15,7 @@ ServiceThread::ServiceThread(std::function<void()> work) : status_(std::make_sha
 {
     ++runningThreads;
     try {
-        thread_ = std::thread([status = status_, work = std::move(work)] {
+        thread_ = Thread([status = status_, work = std::move(work)] {
             bool succeeded = true;
             try {
                 work();
@@ -24,10 +25,10 @@ ServiceThread::ServiceThread(std::function<void()> work) : status_(std::make_sha
             }
             endThreadWbemServices();
             {
-                const std::lock_guard<std::mutex> guard(status->lock);
+                const std::lock_guard<SrwLock> guard(status->lock);
                 status->ended = true;
                 status->succeeded = succeeded;
-                status->changed.notify_all();
+                status->changed.notifyAll();
             }
             --runningThreads;
         });
@@ -46,7 +47,7 @@ ServiceThread::~ServiceThread()
 {
     bool ended = false;
     {
-        const std::lock_guard<std::mutex> guard(status_->lock);
+        const std::lock_guard<SrwLock> guard(status_->lock);
         ended = status_->ended;
     }
     if (ended) {
@@ -58,12 +59,12 @@ ServiceThread::~ServiceThread()
 
 bool ServiceThread::waitFor(std::chrono::milliseconds limit)
 {
-    std::unique_lock<std::mutex> guard(status_->lock);
-    return status_->changed.wait_for(guard, limit, [this] { return status_->ended; });
+    std::unique_lock<SrwLock> guard(status_->lock);
+    return status_->changed.waitFor(guard, limit, [this] { return status_->ended; });
 }
 
 bool ServiceThread::succeeded()
 {
-    const std::lock_guard<std::mutex> guard(status_->lock);
+    const std::lock_guard<SrwLock> guard(status_->lock);
     return status_->ended && status_->succeeded;
 }

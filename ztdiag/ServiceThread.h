@@ -7,11 +7,11 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <thread>
+
+#include "platform/Threading.h"
 
 class ServiceThread {
 public:
@@ -34,12 +34,12 @@ public:
 
 private:
     struct Status {
-        std::mutex lock;
-        std::condition_variable changed;
+        SrwLock lock;
+        ConditionVariable changed;
         bool ended = false;
         bool succeeded = false;
     };
 
     std::shared_ptr<Status> status_;
-    std::thread thread_;
+    Thread thread_;
 };

@@ -2,13 +2,13 @@
 // reports for the adapters, until Ctrl+C. The subscriptions live on the
 // service thread, from the first query to the cancel; the events reach this
 // thread through the session's queue.
-#include <condition_variable>
 #include <deque>
 #include <map>
 #include <memory>
 #include <mutex>
 
 #include "ndis/NdisWmi.h"
+#include "platform/Threading.h"
 #include "wmi/WbemServices.h"
 #include "ztdiag/Commands.h"
 #include "ztdiag/JsonOutput.h"
@@ -20,8 +20,8 @@ namespace {
 // What the service thread, the service's delivery threads, the Ctrl+C handler
 // and the main thread share; everything under `lock`.
 struct WatchSession {
-    std::mutex lock;
-    std::condition_variable changed;
+    SrwLock lock;
+    ConditionVariable changed;
     std::vector<WatchEvent> initial;  // each adapter's state at the start
     std::deque<WatchEvent> events;
     bool subscribed = false;
@@ -33,10 +33,10 @@ struct WatchSession {
     void update(const std::function<void(WatchSession&)>& change)
     {
         {
-            const std::lock_guard<std::mutex> guard(lock);
+            const std::lock_guard<SrwLock> guard(lock);
             change(*this);
         }
-        changed.notify_all();
+        changed.notifyAll();
     }
     void push(WatchEvent event)
     {
@@ -90,7 +90,7 @@ void watch(const std::shared_ptr<WatchSession>& session, const std::vector<ZtAda
         s.subscribed = true;
     });
     {
-        std::unique_lock<std::mutex> guard(session->lock);
+        std::unique_lock<SrwLock> guard(session->lock);
         session->changed.wait(guard, [&session] { return session->stop; });
     }
     for (const auto& monitor : monitors) {
@@ -160,12 +160,12 @@ int watchAdapters(const CommandContext& context, const std::vector<ZtAdapterDevi
     });
     std::vector<WatchEvent> initial;
     {
-        std::unique_lock<std::mutex> guard(session->lock);
-        if (!session->changed.wait_for(guard, context.limits.service,
-                                       [&session] { return session->subscribed || session->workEnded; })) {
+        std::unique_lock<SrwLock> guard(session->lock);
+        if (!session->changed.waitFor(guard, context.limits.service,
+                                      [&session] { return session->subscribed || session->workEnded; })) {
             session->stop = true;  // should the service answer after all
             guard.unlock();
-            session->changed.notify_all();
+            session->changed.notifyAll();
             return context.timedOut(context.limits.service);
         }
         if (!session->subscribed) {
@@ -190,7 +190,7 @@ int watchAdapters(const CommandContext& context, const std::vector<ZtAdapterDevi
     for (bool interrupted = false; !interrupted;) {
         std::deque<WatchEvent> events;
         {
-            std::unique_lock<std::mutex> guard(session->lock);
+            std::unique_lock<SrwLock> guard(session->lock);
             session->changed.wait(guard,
                                   [&session] { return !session->events.empty() || session->interrupted; });
             events.swap(session->events);

@@ -25,12 +25,25 @@ struct ThreadRecord {
 // What GetLocalTime answers after reset: Tuesday, 14 May 2024, 09:30.
 constexpr SYSTEMTIME resetLocalTime = {2024, 5, 2, 14, 9, 30, 0, 0};
 
+struct HandleRecord {
+    std::shared_ptr<ThreadRecord> thread;
+    DWORD creator;  // the thread that called CreateThread
+};
+
+// Thread local storage: which slots are allocated, and how many values threads
+// left in them at their end.
+constexpr DWORD tlsSlots = 64;
+
 struct Threads {
     std::mutex lock;
-    std::map<HANDLE, std::shared_ptr<ThreadRecord>> handles;
-    DWORD createFailure = 0;
-    int createCalls = 0;
+    std::map<HANDLE, HandleRecord> handles;
+    // Scripted failures and counted calls are the calling thread's: the
+    // simulated service makes threads of its own meanwhile.
+    std::map<DWORD, DWORD> createFailure;
+    std::map<DWORD, int> createCalls;
     SYSTEMTIME localTime = resetLocalTime;
+    bool tlsAllocated[tlsSlots] = {};
+    int tlsValuesLeft = 0;
 };
 
 Threads& threads()
@@ -60,6 +73,30 @@ struct EndSignal {
 };
 thread_local EndSignal endSignal;
 
+// The calling thread's TLS values; those still set when it ends are counted.
+struct TlsValues {
+    LPVOID values[tlsSlots] = {};
+    TlsValues() = default;
+    TlsValues(const TlsValues&) = delete;
+    TlsValues& operator=(const TlsValues&) = delete;
+    ~TlsValues()
+    {
+        auto& t = threads();
+        const std::lock_guard<std::mutex> guard(t.lock);
+        for (DWORD index = 0; index < tlsSlots; ++index) {
+            t.tlsValuesLeft += t.tlsAllocated[index] && values[index] != nullptr ? 1 : 0;
+        }
+    }
+};
+thread_local TlsValues tlsValues;
+
+bool tlsAllocated(DWORD index)
+{
+    auto& t = threads();
+    const std::lock_guard<std::mutex> guard(t.lock);
+    return index < tlsSlots && t.tlsAllocated[index];
+}
+
 std::shared_ptr<ThreadRecord> findThread(HANDLE handle)
 {
     auto& t = threads();
@@ -69,7 +106,7 @@ std::shared_ptr<ThreadRecord> findThread(HANDLE handle)
         SetLastError(ERROR_INVALID_HANDLE);
         return nullptr;
     }
-    return found->second;
+    return found->second.thread;
 }
 
 }  // namespace
@@ -86,11 +123,13 @@ HANDLE CreateThread(LPSECURITY_ATTRIBUTES /*attributes*/, SIZE_T /*stackSize*/, 
                     LPVOID parameter, DWORD creationFlags, LPDWORD threadId)
 {
     auto& t = threads();
+    const DWORD creator = GetCurrentThreadId();
     {
         const std::lock_guard<std::mutex> guard(t.lock);
-        ++t.createCalls;
-        if (t.createFailure != 0) {
-            SetLastError(t.createFailure);
+        ++t.createCalls[creator];
+        const auto failure = t.createFailure.find(creator);
+        if (failure != t.createFailure.end() && failure->second != 0) {
+            SetLastError(failure->second);
             return nullptr;
         }
     }
@@ -103,7 +142,7 @@ HANDLE CreateThread(LPSECURITY_ATTRIBUTES /*attributes*/, SIZE_T /*stackSize*/, 
     auto* handle = reinterpret_cast<HANDLE>(nextThreadHandle.fetch_add(4));
     {
         const std::lock_guard<std::mutex> guard(t.lock);
-        t.handles[handle] = record;
+        t.handles[handle] = {record, creator};
     }
     try {
         std::thread([record, start, parameter, id] {
@@ -176,6 +215,97 @@ void Sleep(DWORD milliseconds)
     }
 }
 
+void AcquireSRWLockExclusive(SRWLOCK* lock)
+{
+    pthread_mutex_lock(&lock->mutex);
+}
+
+void ReleaseSRWLockExclusive(SRWLOCK* lock)
+{
+    pthread_mutex_unlock(&lock->mutex);
+}
+
+BOOL SleepConditionVariableSRW(CONDITION_VARIABLE* condition, SRWLOCK* lock, DWORD milliseconds, ULONG flags)
+{
+    if (flags != 0) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    if (milliseconds == INFINITE) {
+        pthread_cond_wait(&condition->condition, &lock->mutex);
+        return TRUE;
+    }
+    timespec deadline{};
+    clock_gettime(CLOCK_REALTIME, &deadline);
+    const long long nanoseconds = deadline.tv_nsec + static_cast<long long>(milliseconds % 1000) * 1000000;
+    deadline.tv_sec += static_cast<time_t>(milliseconds / 1000 + nanoseconds / 1000000000);
+    deadline.tv_nsec = static_cast<long>(nanoseconds % 1000000000);
+    if (pthread_cond_timedwait(&condition->condition, &lock->mutex, &deadline) != 0) {
+        SetLastError(ERROR_TIMEOUT);
+        return FALSE;
+    }
+    return TRUE;
+}
+
+void WakeConditionVariable(CONDITION_VARIABLE* condition)
+{
+    pthread_cond_signal(&condition->condition);
+}
+
+void WakeAllConditionVariable(CONDITION_VARIABLE* condition)
+{
+    pthread_cond_broadcast(&condition->condition);
+}
+
+DWORD TlsAlloc()
+{
+    auto& t = threads();
+    const std::lock_guard<std::mutex> guard(t.lock);
+    for (DWORD index = 0; index < tlsSlots; ++index) {
+        if (!t.tlsAllocated[index]) {
+            t.tlsAllocated[index] = true;
+            return index;
+        }
+    }
+    SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+    return TLS_OUT_OF_INDEXES;
+}
+
+BOOL TlsFree(DWORD index)
+{
+    auto& t = threads();
+    const std::lock_guard<std::mutex> guard(t.lock);
+    if (index >= tlsSlots || !t.tlsAllocated[index]) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    // The platform clears the slot of every thread; the host clears the caller's
+    // (a test frees a slot only after its other threads ended).
+    t.tlsAllocated[index] = false;
+    tlsValues.values[index] = nullptr;
+    return TRUE;
+}
+
+LPVOID TlsGetValue(DWORD index)
+{
+    if (!tlsAllocated(index)) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    SetLastError(ERROR_SUCCESS);
+    return tlsValues.values[index];
+}
+
+BOOL TlsSetValue(DWORD index, LPVOID value)
+{
+    if (!tlsAllocated(index)) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    tlsValues.values[index] = value;
+    return TRUE;
+}
+
 void GetLocalTime(SYSTEMTIME* time)
 {
     auto& t = threads();
@@ -196,29 +326,43 @@ void failCreateThread(DWORD error)
 {
     auto& t = threads();
     const std::lock_guard<std::mutex> guard(t.lock);
-    t.createFailure = error;
+    t.createFailure[GetCurrentThreadId()] = error;
 }
 
 int createThreadCalls()
 {
     auto& t = threads();
     const std::lock_guard<std::mutex> guard(t.lock);
-    return t.createCalls;
+    const auto calls = t.createCalls.find(GetCurrentThreadId());
+    return calls == t.createCalls.end() ? 0 : calls->second;
 }
 
 int liveThreadHandles()
 {
     auto& t = threads();
     const std::lock_guard<std::mutex> guard(t.lock);
-    return static_cast<int>(t.handles.size());
+    const DWORD caller = GetCurrentThreadId();
+    int live = 0;
+    for (const auto& handle : t.handles) {
+        live += handle.second.creator == caller ? 1 : 0;
+    }
+    return live;
+}
+
+int tlsValuesLeftAtThreadEnd()
+{
+    auto& t = threads();
+    const std::lock_guard<std::mutex> guard(t.lock);
+    return t.tlsValuesLeft;
 }
 
 void resetThreads()
 {
     auto& t = threads();
     const std::lock_guard<std::mutex> guard(t.lock);
-    t.createFailure = 0;
-    t.createCalls = 0;
+    t.createFailure.clear();
+    t.createCalls.clear();
+    t.tlsValuesLeft = 0;
     t.localTime = resetLocalTime;
 }
 

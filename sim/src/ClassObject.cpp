@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "Objects.h"
+#include "platform/Threading.h"
 
 namespace sim {
 
@@ -46,7 +47,7 @@ ClassObject::ClassObject(std::shared_ptr<ServiceCore> core, std::wstring classNa
 
 std::optional<Value> ClassObject::peek(const std::wstring& name) const
 {
-    const std::lock_guard<std::mutex> guard(lock_);
+    const std::lock_guard<SrwLock> guard(lock_);
     const auto* found = findNamed(const_cast<PropertyValues&>(properties_), name);
     return found != nullptr ? std::optional<Value>(found->second) : std::nullopt;
 }
@@ -68,7 +69,7 @@ HRESULT STDMETHODCALLTYPE ClassObject::Get(LPCWSTR name, LONG /*flags*/, VARIANT
             (void)0;  // a hold that couldn't wait doesn't fail the read
         }
     }
-    const std::lock_guard<std::mutex> guard(lock_);
+    const std::lock_guard<SrwLock> guard(lock_);
     return core().serve(call_("Get", name != nullptr ? name : L""), [&]() -> HRESULT {
         const auto* property = name != nullptr ? findNamed(properties_, name) : nullptr;
         if (property == nullptr) {
@@ -81,7 +82,7 @@ HRESULT STDMETHODCALLTYPE ClassObject::Get(LPCWSTR name, LONG /*flags*/, VARIANT
 
 HRESULT STDMETHODCALLTYPE ClassObject::Put(LPCWSTR name, LONG /*flags*/, VARIANT* value, CIMTYPE /*type*/)
 {
-    const std::lock_guard<std::mutex> guard(lock_);
+    const std::lock_guard<SrwLock> guard(lock_);
     return core().serve(call_("Put", name != nullptr ? name : L""), [&]() -> HRESULT {
         auto* property = name != nullptr ? findNamed(properties_, name) : nullptr;
         if (property == nullptr) {
@@ -98,7 +99,7 @@ HRESULT STDMETHODCALLTYPE ClassObject::Put(LPCWSTR name, LONG /*flags*/, VARIANT
 
 HRESULT STDMETHODCALLTYPE ClassObject::BeginEnumeration(LONG enumFlags)
 {
-    const std::lock_guard<std::mutex> guard(lock_);
+    const std::lock_guard<SrwLock> guard(lock_);
     return core().serve(call_("BeginEnumeration"), [&]() -> HRESULT {
         cursor_ = 0;
         nonSystem_ = (enumFlags & WBEM_FLAG_NONSYSTEM_ONLY) != 0;
@@ -109,7 +110,7 @@ HRESULT STDMETHODCALLTYPE ClassObject::BeginEnumeration(LONG enumFlags)
 HRESULT STDMETHODCALLTYPE ClassObject::Next(LONG /*flags*/, BSTR* name, VARIANT* value, CIMTYPE* type,
                                             LONG* flavor)
 {
-    const std::lock_guard<std::mutex> guard(lock_);
+    const std::lock_guard<SrwLock> guard(lock_);
     while (cursor_ && *cursor_ < properties_.size() && nonSystem_
            && properties_[*cursor_].first.rfind(L"__", 0) == 0) {
         ++*cursor_;
@@ -134,7 +135,7 @@ HRESULT STDMETHODCALLTYPE ClassObject::Next(LONG /*flags*/, BSTR* name, VARIANT*
 
 HRESULT STDMETHODCALLTYPE ClassObject::EndEnumeration()
 {
-    const std::lock_guard<std::mutex> guard(lock_);
+    const std::lock_guard<SrwLock> guard(lock_);
     return core().serve(call_("EndEnumeration"), [&]() -> HRESULT {
         cursor_.reset();
         return S_OK;
@@ -146,7 +147,7 @@ HRESULT STDMETHODCALLTYPE ClassObject::EndEnumeration()
 HRESULT STDMETHODCALLTYPE ClassObject::SpawnInstance(LONG /*flags*/, IWbemClassObject** newInstance)
 {
     clearOut(newInstance);
-    const std::lock_guard<std::mutex> guard(lock_);
+    const std::lock_guard<SrwLock> guard(lock_);
     return core().serve(call_("SpawnInstance"), [&]() -> HRESULT {
         if (newInstance == nullptr) {
             return wbem(WBEM_E_INVALID_PARAMETER);
@@ -162,7 +163,7 @@ HRESULT STDMETHODCALLTYPE ClassObject::GetMethod(LPCWSTR name, LONG /*flags*/, I
 {
     clearOut(inSignature);
     clearOut(outSignature);
-    const std::lock_guard<std::mutex> guard(lock_);
+    const std::lock_guard<SrwLock> guard(lock_);
     return core().serve(call_("GetMethod", name != nullptr ? name : L""), [&]() -> HRESULT {
         static const std::vector<Method> none;
         const Method* method = nullptr;

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <cwctype>
-#include <thread>
 
 #include "Objects.h"
+#include "platform/Threading.h"
 
 namespace sim {
 
@@ -59,7 +59,7 @@ bool ServiceCore::NoCaseLess::operator()(const std::wstring& a, const std::wstri
 ComObject::ComObject(std::shared_ptr<ServiceCore> core, std::string description)
     : core_(std::move(core)), description_(std::move(description))
 {
-    const std::lock_guard<std::mutex> guard(core_->objectsLock);
+    const std::lock_guard<SrwLock> guard(core_->objectsLock);
     core_->live.insert(this);
     ++core_->counts.liveObjects;
     ++core_->counts.references;
@@ -67,14 +67,14 @@ ComObject::ComObject(std::shared_ptr<ServiceCore> core, std::string description)
 
 ComObject::~ComObject()
 {
-    const std::lock_guard<std::mutex> guard(core_->objectsLock);
+    const std::lock_guard<SrwLock> guard(core_->objectsLock);
     core_->live.erase(this);
     --core_->counts.liveObjects;
 }
 
 ULONG ComObject::addReference()
 {
-    const std::lock_guard<std::mutex> guard(core_->objectsLock);
+    const std::lock_guard<SrwLock> guard(core_->objectsLock);
     ++core_->counts.references;
     return ++references_;
 }
@@ -85,7 +85,7 @@ ULONG ComObject::releaseReference()
     {
         // The balance learns of the release before the count drops, so that it
         // never reads the count of an object being destroyed.
-        const std::lock_guard<std::mutex> guard(core_->objectsLock);
+        const std::lock_guard<SrwLock> guard(core_->objectsLock);
         --core_->counts.references;
         left = --references_;
     }
@@ -130,7 +130,7 @@ IWbemClassObject* ServiceCore::makeObject(const Object& object, const std::wstri
 
 std::shared_ptr<const ClassDef> ServiceCore::findClass(const std::wstring& name) const
 {
-    const std::lock_guard<std::mutex> guard(lock);
+    const std::lock_guard<SrwLock> guard(lock);
     const auto found = classes.find(name);
     return found == classes.end() ? nullptr : found->second.definition;
 }
@@ -138,7 +138,7 @@ std::shared_ptr<const ClassDef> ServiceCore::findClass(const std::wstring& name)
 std::optional<PropertyValues> ServiceCore::instance(const std::wstring& className,
                                                     const std::wstring& name) const
 {
-    const std::lock_guard<std::mutex> guard(lock);
+    const std::lock_guard<SrwLock> guard(lock);
     const auto entry = classes.find(className);
     if (entry == classes.end() || entry->second.instances.count(name) == 0) {
         return std::nullopt;
@@ -148,19 +148,19 @@ std::optional<PropertyValues> ServiceCore::instance(const std::wstring& classNam
 
 MethodHandler ServiceCore::handler(const std::wstring& className, const std::wstring& method) const
 {
-    const std::lock_guard<std::mutex> guard(lock);
+    const std::lock_guard<SrwLock> guard(lock);
     const auto found = handlers.find(className + L"." + method);
     return found == handlers.end() ? MethodHandler() : found->second;
 }
 
 std::optional<HRESULT> ServiceCore::admit_(const CallInfo& info)
 {
-    std::unique_lock<std::mutex> guard(lock);
+    std::unique_lock<SrwLock> guard(lock);
     const auto delay = latency.find(info.call);
     if (delay != latency.end()) {
         const auto wait = delay->second;
         guard.unlock();
-        std::this_thread::sleep_for(wait);
+        waitRealTime(wait);
         guard.lock();
     }
     if (info.needsService && shutDown) {
@@ -185,9 +185,9 @@ std::optional<HRESULT> ServiceCore::admit_(const CallInfo& info)
 void ServiceCore::log(const CallInfo& info, HRESULT result) noexcept
 {
     try {
-        const std::lock_guard<std::mutex> guard(lock);
+        const std::lock_guard<SrwLock> guard(lock);
         calls.push_back(
-            {info.call, info.className, info.target, info.instance, result, std::this_thread::get_id()});
+            {info.call, info.className, info.target, info.instance, result, GetCurrentThreadId()});
     } catch (...) {
         (void)0;  // a log entry lost to memory exhaustion must not turn into an exception
     }
@@ -195,7 +195,7 @@ void ServiceCore::log(const CallInfo& info, HRESULT result) noexcept
 
 std::uint64_t ServiceCore::newConnection()
 {
-    const std::lock_guard<std::mutex> guard(lock);
+    const std::lock_guard<SrwLock> guard(lock);
     return nextConnection++;
 }
 

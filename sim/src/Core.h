@@ -5,10 +5,8 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <deque>
-#include <future>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -17,10 +15,10 @@
 #include <set>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <vector>
 
 #include "platform.h"
+#include "platform/Threading.h"
 #include "sim/WmiService.h"
 
 namespace sim {
@@ -92,7 +90,7 @@ public:
     void finish(const EntryList& entries) noexcept;
     std::vector<SubscriptionInfo> subscriptions() const;
 
-    std::shared_future<DeliveryReport> fire(const Event& event);
+    Delivery fire(const Event& event);
     bool drain(std::chrono::milliseconds timeout) const;
     // Holds deliveries at `point` from now on; none: lets the held ones go.
     void hold(std::optional<HoldPoint> point);
@@ -108,7 +106,7 @@ private:
     struct Ticket {
         int remaining = 0;
         DeliveryReport report;
-        std::promise<DeliveryReport> promise;
+        Delivery delivery;
     };
     struct Job {
         std::shared_ptr<Entry> entry;
@@ -123,16 +121,16 @@ private:
     // Ends the entry with `status`, into `ready` if nothing is in flight; the caller holds lock_.
     void end_(const std::shared_ptr<Entry>& entry, HRESULT status, EntryList& ready);
     // Waits while held; the caller holds `guard` on lock_.
-    void waitAtHold_(std::unique_lock<std::mutex>& guard);
+    void waitAtHold_(std::unique_lock<SrwLock>& guard);
     void complete_(Ticket& ticket, std::optional<HRESULT> answer) noexcept;
 
     ServiceCore& core_;
-    mutable std::mutex lock_;
-    std::condition_variable work_;  // for the delivery threads: a job or the end
-    mutable std::condition_variable changed_;  // any counter below changed
+    mutable SrwLock lock_;
+    ConditionVariable work_;  // for the delivery threads: a job or the end
+    mutable ConditionVariable changed_;  // any counter below changed
     EntryList entries_;
     std::deque<Job> queue_;
-    std::vector<std::thread> threads_;
+    std::vector<Thread> threads_;
     std::uint64_t nextDelivery_ = 1;
     std::size_t working_ = 0;  // jobs taken off the queue and not completed
     std::size_t held_ = 0;
@@ -189,7 +187,7 @@ public:
     void log(const CallInfo& info, HRESULT result) noexcept;
     std::uint64_t newConnection();
 
-    mutable std::mutex lock;
+    mutable SrwLock lock;
     std::map<std::wstring, ClassEntry, NoCaseLess> classes;
     std::map<std::wstring, MethodHandler, NoCaseLess> handlers;  // by "Class.Method"
     std::vector<FaultState> faults;
@@ -198,7 +196,7 @@ public:
     std::uint64_t nextConnection = 1;
     bool shutDown = false;
 
-    mutable std::mutex objectsLock;  // for the COM objects' balance
+    mutable SrwLock objectsLock;  // for the COM objects' balance
     std::set<const ComObject*> live;
     ReferenceCounts counts;
 

@@ -1,4 +1,5 @@
 #include "Core.h"
+#include "platform/Threading.h"
 
 namespace sim {
 
@@ -32,7 +33,7 @@ bool EventHub::subscribe(std::uint64_t connection, std::wstring className,
 {
     auto entry
         = std::make_shared<Entry>(Entry{connection, std::move(className), std::move(instanceName), sink});
-    const std::lock_guard<std::mutex> guard(lock_);
+    const std::lock_guard<SrwLock> guard(lock_);
     if (!stopping_) {
         entries_.push_back(std::move(entry));
         sink->AddRef();
@@ -42,7 +43,7 @@ bool EventHub::subscribe(std::uint64_t connection, std::wstring className,
 
 EventHub::EntryList EventHub::cancel(std::uint64_t connection, IWbemObjectSink* sink, bool& found)
 {
-    const std::lock_guard<std::mutex> guard(lock_);
+    const std::lock_guard<SrwLock> guard(lock_);
     EntryList ready;
     found = false;
     auto kept = entries_.begin();
@@ -55,7 +56,7 @@ EventHub::EntryList EventHub::cancel(std::uint64_t connection, IWbemObjectSink* 
         end_(entry, wbem(WBEM_E_CALL_CANCELLED), ready);
     }
     entries_.erase(kept, entries_.end());
-    changed_.notify_all();
+    changed_.notifyAll();
     return ready;
 }
 
@@ -83,7 +84,7 @@ void EventHub::finish(const EntryList& entries) noexcept
 
 std::vector<SubscriptionInfo> EventHub::subscriptions() const
 {
-    const std::lock_guard<std::mutex> guard(lock_);
+    const std::lock_guard<SrwLock> guard(lock_);
     std::vector<SubscriptionInfo> infos;
     for (const auto& entry : entries_) {
         infos.push_back({entry->className, entry->instanceName});
@@ -93,17 +94,17 @@ std::vector<SubscriptionInfo> EventHub::subscriptions() const
 
 // ---- Firing and delivering -------------------------------------------------------
 
-std::shared_future<DeliveryReport> EventHub::fire(const Event& event)
+Delivery EventHub::fire(const Event& event)
 {
     auto shared = std::make_shared<const Event>(event);
     auto ticket = std::make_shared<Ticket>();
-    std::shared_future<DeliveryReport> future = ticket->promise.get_future().share();
+    Delivery future = ticket->delivery;
     std::vector<std::optional<std::wstring>> names;
     for (const Object& object : event.objects) {
         names.push_back(instanceNameOf(object));
     }
     {
-        const std::lock_guard<std::mutex> guard(lock_);
+        const std::lock_guard<SrwLock> guard(lock_);
         for (const auto& entry : stopping_ ? EntryList() : entries_) {
             std::vector<std::size_t> selected;
             for (std::size_t i = 0; i < names.size(); ++i) {
@@ -121,16 +122,16 @@ std::shared_future<DeliveryReport> EventHub::fire(const Event& event)
             threads_.emplace_back([this] { run_(); });
         }
         if (ticket->remaining == 0) {
-            ticket->promise.set_value(ticket->report);
+            ticket->delivery.complete(ticket->report);
         }
     }
-    work_.notify_all();
+    work_.notifyAll();
     return future;
 }
 
 void EventHub::run_() noexcept
 {
-    std::unique_lock<std::mutex> guard(lock_);
+    std::unique_lock<SrwLock> guard(lock_);
     for (;;) {
         work_.wait(guard, [this] { return stopping_ || !queue_.empty(); });
         if (queue_.empty()) {
@@ -159,7 +160,7 @@ std::optional<HRESULT> EventHub::deliver_(const Job& job) noexcept
     const CallInfo info{"Indicate", event.className, event.className,
                         instanceNameOf(event.objects[job.objects.front()]).value_or(L"")};
     core_.serve(info, [&]() -> HRESULT {
-        std::unique_lock<std::mutex> guard(lock_);
+        std::unique_lock<SrwLock> guard(lock_);
         const std::uint64_t delivery = nextDelivery_++;
         if (holding_ == HoldPoint::beforeIndicate) {
             waitAtHold_(guard);
@@ -193,37 +194,37 @@ std::optional<HRESULT> EventHub::deliver_(const Job& job) noexcept
     return answer;
 }
 
-void EventHub::waitAtHold_(std::unique_lock<std::mutex>& guard)
+void EventHub::waitAtHold_(std::unique_lock<SrwLock>& guard)
 {
     const std::uint64_t round = holdRound_;
     ++held_;
-    changed_.notify_all();
+    changed_.notifyAll();
     changed_.wait(guard, [&] { return stopping_ || holdRound_ != round; });
     --held_;
-    changed_.notify_all();
+    changed_.notifyAll();
 }
 
 void EventHub::complete_(Ticket& ticket, std::optional<HRESULT> answer) noexcept
 {
-    const std::lock_guard<std::mutex> guard(lock_);
+    const std::lock_guard<SrwLock> guard(lock_);
     try {
         ++(answer ? ticket.report.indicated : ticket.report.dropped);
         if (answer) {
             ticket.report.answers.push_back(*answer);
         }
         if (--ticket.remaining == 0) {
-            ticket.promise.set_value(ticket.report);
+            ticket.delivery.complete(ticket.report);
         }
     } catch (...) {
         (void)0;  // a report lost to memory exhaustion; the counters still add up
     }
     --working_;
-    changed_.notify_all();
+    changed_.notifyAll();
 }
 
 void EventHub::onEventObjectRead(std::uint64_t delivery)
 {
-    std::unique_lock<std::mutex> guard(lock_);
+    std::unique_lock<SrwLock> guard(lock_);
     const auto found = inside_.find(delivery);
     if (holding_ != HoldPoint::insideIndicate || found == inside_.end() || found->second) {
         return;  // not holding there, not inside Indicate, or held there once already
@@ -236,31 +237,31 @@ void EventHub::onEventObjectRead(std::uint64_t delivery)
 
 bool EventHub::drain(std::chrono::milliseconds timeout) const
 {
-    std::unique_lock<std::mutex> guard(lock_);
-    return changed_.wait_for(guard, timeout, [this] { return queue_.empty() && working_ == 0; });
+    std::unique_lock<SrwLock> guard(lock_);
+    return changed_.waitFor(guard, timeout, [this] { return queue_.empty() && working_ == 0; });
 }
 
 void EventHub::hold(std::optional<HoldPoint> point)
 {
-    const std::lock_guard<std::mutex> guard(lock_);
+    const std::lock_guard<SrwLock> guard(lock_);
     holding_ = stopping_ ? std::nullopt : point;
     holdRound_ += point ? 0 : 1;
-    changed_.notify_all();
+    changed_.notifyAll();
 }
 
 bool EventHub::waitForHeld(std::size_t count, std::chrono::milliseconds timeout) const
 {
-    std::unique_lock<std::mutex> guard(lock_);
-    return changed_.wait_for(guard, timeout, [&] { return held_ >= count; });
+    std::unique_lock<SrwLock> guard(lock_);
+    return changed_.waitFor(guard, timeout, [&] { return held_ >= count; });
 }
 
 void EventHub::shutdown()
 {
     EntryList ready;
     std::deque<Job> dropped;
-    std::vector<std::thread> threads;
+    std::vector<Thread> threads;
     {
-        const std::lock_guard<std::mutex> guard(lock_);
+        const std::lock_guard<SrwLock> guard(lock_);
         stopping_ = true;
         holding_.reset();
         for (const auto& entry : entries_) {
@@ -271,16 +272,16 @@ void EventHub::shutdown()
         working_ += dropped.size();  // complete_ counts them off
         threads.swap(threads_);
     }
-    work_.notify_all();
-    changed_.notify_all();
+    work_.notifyAll();
+    changed_.notifyAll();
     while (!dropped.empty()) {
         const std::shared_ptr<Ticket> ticket = dropped.front().ticket;
         dropped.pop_front();
         complete_(*ticket, std::nullopt);
     }
     finish(ready);
-    for (std::thread& thread : threads) {
-        if (thread.get_id() == std::this_thread::get_id()) {
+    for (Thread& thread : threads) {
+        if (thread.id() == GetCurrentThreadId()) {
             thread.detach();  // misuse (shutdown from inside Indicate): don't join oneself
         } else {
             thread.join();

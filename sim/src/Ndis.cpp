@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "Objects.h"
+#include "platform/Threading.h"
 
 namespace sim {
 
@@ -68,14 +69,14 @@ Object linkStateData(const LinkState& state)
 }  // namespace
 
 struct NdisProvider::State {
-    mutable std::mutex lock;
+    mutable SrwLock lock;
     std::map<std::wstring, LinkState> adapters;  // exact names
     std::vector<LinkStateRequest> requests;
 
     HRESULT query(MethodCall& call);
     template <class Change> void change(const std::wstring& instanceName, Change&& apply)
     {
-        const std::lock_guard<std::mutex> guard(lock);
+        const std::lock_guard<SrwLock> guard(lock);
         const auto found = adapters.find(instanceName);
         if (found == adapters.end()) {
             throw std::invalid_argument("no such adapter: " + narrow(instanceName));
@@ -113,7 +114,7 @@ HRESULT NdisProvider::State::query(MethodCall& call)
                || r.timeout.type == VT_NULL || r.timeout.type == VT_EMPTY) {
         r.result = wbem(WBEM_E_INVALID_PARAMETER);
     }
-    const std::lock_guard<std::mutex> guard(lock);
+    const std::lock_guard<SrwLock> guard(lock);
     const auto found = adapters.find(call.instanceName);
     if (SUCCEEDED(r.result) && found == adapters.end()) {
         r.result = wbem(WBEM_E_NOT_FOUND);  // an instance the provider doesn't know
@@ -150,44 +151,43 @@ NdisProvider::NdisProvider(WmiService& service) : service_(service), state_(std:
 void NdisProvider::addAdapter(const std::wstring& instanceName, const LinkState& state)
 {
     {
-        const std::lock_guard<std::mutex> guard(state_->lock);
+        const std::lock_guard<SrwLock> guard(state_->lock);
         state_->adapters[instanceName] = state;
     }
     service_.addInstance(linkStateClass, instanceName, {{L"Active", Value::boolean(true)}});
 }
 
-std::shared_future<DeliveryReport> NdisProvider::arrive(const std::wstring& instanceName,
-                                                        const LinkState& state)
+Delivery NdisProvider::arrive(const std::wstring& instanceName, const LinkState& state)
 {
     addAdapter(instanceName, state);
     return service_.fire(Event::of(L"MSNdis_NotifyAdapterArrival", instanceName));
 }
 
-std::shared_future<DeliveryReport> NdisProvider::remove(const std::wstring& instanceName)
+Delivery NdisProvider::remove(const std::wstring& instanceName)
 {
     state_->change(instanceName, [](LinkState&) {});  // throws for an unknown adapter
     {
-        const std::lock_guard<std::mutex> guard(state_->lock);
+        const std::lock_guard<SrwLock> guard(state_->lock);
         state_->adapters.erase(instanceName);
     }
     service_.removeInstance(linkStateClass, instanceName);
     return service_.fire(Event::of(L"MSNdis_NotifyAdapterRemoval", instanceName));
 }
 
-std::shared_future<DeliveryReport> NdisProvider::connect(const std::wstring& instanceName)
+Delivery NdisProvider::connect(const std::wstring& instanceName)
 {
     state_->change(instanceName, [](LinkState& s) { s.mediaConnectState = ndis::mediaConnected; });
     return service_.fire(Event::of(L"MSNdis_StatusMediaConnect", instanceName));
 }
 
-std::shared_future<DeliveryReport> NdisProvider::disconnect(const std::wstring& instanceName)
+Delivery NdisProvider::disconnect(const std::wstring& instanceName)
 {
     state_->change(instanceName, [](LinkState& s) { s.mediaConnectState = ndis::mediaDisconnected; });
     return service_.fire(Event::of(L"MSNdis_StatusMediaDisconnect", instanceName));
 }
 
-std::shared_future<DeliveryReport> NdisProvider::changeLinkSpeed(const std::wstring& instanceName,
-                                                                 std::uint64_t xmit, std::uint64_t rcv)
+Delivery NdisProvider::changeLinkSpeed(const std::wstring& instanceName, std::uint64_t xmit,
+                                       std::uint64_t rcv)
 {
     state_->change(instanceName, [&](LinkState& s) { s.xmitLinkSpeed = xmit, s.rcvLinkSpeed = rcv; });
     return service_.fire(Event::of(L"MSNdis_StatusLinkSpeedChange", instanceName));
@@ -200,7 +200,7 @@ void NdisProvider::setLinkState(const std::wstring& instanceName, const LinkStat
 
 std::vector<LinkStateRequest> NdisProvider::requests() const
 {
-    const std::lock_guard<std::mutex> guard(state_->lock);
+    const std::lock_guard<SrwLock> guard(state_->lock);
     return state_->requests;
 }
 

@@ -13,6 +13,7 @@
 
 #include "Core.h"
 #include "platform.h"
+#include "platform/Threading.h"
 
 namespace sim {
 
@@ -117,7 +118,7 @@ private:
     const std::shared_ptr<const ClassDef> definition_;
     const std::wstring instance_;
     const std::uint64_t delivery_;
-    mutable std::mutex lock_;
+    mutable SrwLock lock_;
     PropertyValues properties_;  // embedded objects made, absent ones left out
     std::optional<std::size_t> cursor_;  // during an enumeration
     bool nonSystem_ = false;

@@ -1,6 +1,6 @@
 #include "sim/SimAdapter.h"
 
-#include <future>
+#include "platform/Threading.h"
 
 namespace sim {
 
@@ -15,29 +15,41 @@ public:
             result_ = register_(service);
             return;
         }
-        std::promise<HRESULT> registered;
-        std::future<HRESULT> result = registered.get_future();
-        thread_ = std::thread(
-            [this, &service, registered = std::move(registered), stopped = stop_.get_future()]() mutable {
-                const HRESULT init = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-                registered.set_value(FAILED(init) ? init : register_(service));
-                stopped.wait();
-                revokeNow_();
-                if (SUCCEEDED(init)) {
-                    CoUninitialize();
-                }
-            });
-        result_ = result.get();
+        thread_ = Thread([this, &service] {
+            const HRESULT init = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+            const HRESULT registered = FAILED(init) ? init : register_(service);
+            {
+                std::unique_lock<SrwLock> guard(lock_);
+                result_ = registered;
+                started_ = true;
+                changed_.notifyAll();
+                changed_.wait(guard, [this] { return stopping_; });
+            }
+            revokeNow_();
+            if (SUCCEEDED(init)) {
+                CoUninitialize();
+            }
+        });
+        std::unique_lock<SrwLock> guard(lock_);
+        changed_.wait(guard, [this] { return started_; });
     }
     ~LocatorThread() { revoke(); }
     LocatorThread(const LocatorThread&) = delete;
     LocatorThread& operator=(const LocatorThread&) = delete;
 
-    HRESULT result() const { return result_; }
+    HRESULT result()
+    {
+        const std::lock_guard<SrwLock> guard(lock_);
+        return result_;
+    }
     void revoke()
     {
         if (thread_.joinable()) {
-            stop_.set_value();
+            {
+                const std::lock_guard<SrwLock> guard(lock_);
+                stopping_ = true;
+                changed_.notifyAll();
+            }
             thread_.join();
         }
         revokeNow_();
@@ -60,10 +72,13 @@ private:
         }
     }
 
+    SrwLock lock_;
+    ConditionVariable changed_;
     HRESULT result_ = E_FAIL;
+    bool started_ = false;  // result_ is the thread's
+    bool stopping_ = false;
     DWORD cookie_ = 0;  // 0: not registered
-    std::promise<void> stop_;
-    std::thread thread_;
+    Thread thread_;
 };
 
 SimAdapter::SimAdapter(AdapterSettings settings)

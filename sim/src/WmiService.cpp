@@ -3,6 +3,7 @@
 #include <stdexcept>
 
 #include "Objects.h"
+#include "platform/Threading.h"
 
 namespace sim {
 
@@ -45,7 +46,7 @@ WmiService::~WmiService()
 void WmiService::defineClass(ClassDef definition)
 {
     auto shared = std::make_shared<const ClassDef>(std::move(definition));
-    const std::lock_guard<std::mutex> guard(core_->lock);
+    const std::lock_guard<SrwLock> guard(core_->lock);
     core_->classes[shared->name].definition = std::move(shared);
 }
 
@@ -56,26 +57,26 @@ void WmiService::addInstance(const std::wstring& className, const std::wstring& 
     for (const auto& [name, value] : values) {
         setNamed(own, name, value);
     }
-    const std::lock_guard<std::mutex> guard(core_->lock);
+    const std::lock_guard<SrwLock> guard(core_->lock);
     instancesOf(*core_, className)[instanceName] = std::move(own);
 }
 
 void WmiService::removeInstance(const std::wstring& className, const std::wstring& instanceName)
 {
-    const std::lock_guard<std::mutex> guard(core_->lock);
+    const std::lock_guard<SrwLock> guard(core_->lock);
     instancesOf(*core_, className, &instanceName).erase(instanceName);
 }
 
 void WmiService::setProperty(const std::wstring& className, const std::wstring& instanceName,
                              const std::wstring& name, Value value)
 {
-    const std::lock_guard<std::mutex> guard(core_->lock);
+    const std::lock_guard<SrwLock> guard(core_->lock);
     setNamed(instancesOf(*core_, className, &instanceName)[instanceName], name, std::move(value));
 }
 
 void WmiService::onMethod(const std::wstring& className, const std::wstring& method, MethodHandler handler)
 {
-    const std::lock_guard<std::mutex> guard(core_->lock);
+    const std::lock_guard<SrwLock> guard(core_->lock);
     core_->handlers[className + L"." + method] = std::move(handler);
 }
 
@@ -86,43 +87,43 @@ IWbemClassObject* WmiService::makeObject(const Object& object)
 
 void WmiService::injectFault(Fault fault)
 {
-    const std::lock_guard<std::mutex> guard(core_->lock);
+    const std::lock_guard<SrwLock> guard(core_->lock);
     core_->faults.push_back({std::move(fault)});
 }
 
 void WmiService::clearFaults()
 {
-    const std::lock_guard<std::mutex> guard(core_->lock);
+    const std::lock_guard<SrwLock> guard(core_->lock);
     core_->faults.clear();
 }
 
 void WmiService::setLatency(const std::string& call, std::chrono::milliseconds delay)
 {
-    const std::lock_guard<std::mutex> guard(core_->lock);
+    const std::lock_guard<SrwLock> guard(core_->lock);
     core_->latency[call] = delay;
 }
 
 std::vector<CallRecord> WmiService::calls() const
 {
-    const std::lock_guard<std::mutex> guard(core_->lock);
+    const std::lock_guard<SrwLock> guard(core_->lock);
     return core_->calls;
 }
 
 void WmiService::clearCalls()
 {
-    const std::lock_guard<std::mutex> guard(core_->lock);
+    const std::lock_guard<SrwLock> guard(core_->lock);
     core_->calls.clear();
 }
 
 ReferenceCounts WmiService::references() const
 {
-    const std::lock_guard<std::mutex> guard(core_->objectsLock);
+    const std::lock_guard<SrwLock> guard(core_->objectsLock);
     return core_->counts;
 }
 
 std::vector<std::string> WmiService::liveObjects() const
 {
-    const std::lock_guard<std::mutex> guard(core_->objectsLock);
+    const std::lock_guard<SrwLock> guard(core_->objectsLock);
     std::vector<std::string> lines;
     for (const ComObject* object : core_->live) {
         lines.push_back(object->description() + " refs=" + std::to_string(object->references()));
@@ -135,7 +136,7 @@ std::vector<SubscriptionInfo> WmiService::subscriptions() const
     return core_->events.subscriptions();
 }
 
-std::shared_future<DeliveryReport> WmiService::fire(const Event& event)
+Delivery WmiService::fire(const Event& event)
 {
     return core_->events.fire(event);
 }
@@ -168,7 +169,7 @@ IClassFactory* WmiService::createLocatorFactory()
 void WmiService::shutdown()
 {
     {
-        const std::lock_guard<std::mutex> guard(core_->lock);
+        const std::lock_guard<SrwLock> guard(core_->lock);
         core_->shutDown = true;
     }
     core_->events.shutdown();

@@ -1,11 +1,11 @@
 #include "sim/ZtDriver.h"
 
-#include <condition_variable>
 #include <map>
 #include <mutex>
 #include <stdexcept>
 
 #include "Core.h"
+#include "platform/Threading.h"
 
 namespace sim {
 
@@ -30,9 +30,9 @@ struct ZtDriver::Core {
     explicit Core(WmiService& served) : service(served) { }
 
     WmiService& service;
-    mutable std::mutex lock;
+    mutable SrwLock lock;
     // Wakes runs (release, removal, shutdown) and waiters for a running test.
-    mutable std::condition_variable changed;
+    mutable ConditionVariable changed;
     std::map<std::wstring, std::shared_ptr<Adapter>> adapters;
     std::map<std::wstring, int> runs;
     LinkHook linkDrop;
@@ -78,7 +78,7 @@ struct ZtDriver::Core {
 
     template <class Change> void change(const std::wstring& name, Change&& apply)
     {
-        const std::lock_guard<std::mutex> guard(lock);
+        const std::lock_guard<SrwLock> guard(lock);
         Adapter& a = adapter(name);
         apply(a);
         publish(name, a);
@@ -99,9 +99,9 @@ struct ZtDriver::Core {
         Core& core;
         ~Leave()
         {
-            const std::lock_guard<std::mutex> guard(core.lock);
+            const std::lock_guard<SrwLock> guard(core.lock);
             --core.activeRuns;
-            core.changed.notify_all();
+            core.changed.notifyAll();
         }
         Leave(const Leave&) = delete;
         Leave& operator=(const Leave&) = delete;
@@ -113,7 +113,7 @@ struct ZtDriver::Core {
         LinkHook drop;
         LinkHook restore;
         {
-            const std::lock_guard<std::mutex> guard(lock);
+            const std::lock_guard<SrwLock> guard(lock);
             const auto found = adapters.find(call.instanceName);
             if (shutDown || found == adapters.end()) {
                 return wbem(WBEM_E_NOT_FOUND);
@@ -129,16 +129,17 @@ struct ZtDriver::Core {
             drop(call.instanceName);
         }
         {
-            std::unique_lock<std::mutex> guard(lock);
+            std::unique_lock<SrwLock> guard(lock);
             const auto deadline = std::chrono::steady_clock::now() + adapter->values.cableTest;
             ++adapter->running;
-            changed.notify_all();
+            changed.notifyAll();
             while (!adapter->removed && !shutDown
                    && (adapter->held || std::chrono::steady_clock::now() < deadline)) {
                 if (adapter->held) {
-                    changed.wait(guard);
+                    changed.wait(guard, [&] { return adapter->removed || shutDown || !adapter->held; });
                 } else {
-                    changed.wait_until(guard, deadline);
+                    changed.waitFor(guard, deadline - std::chrono::steady_clock::now(),
+                                    [&] { return adapter->removed || shutDown || adapter->held; });
                 }
             }
             --adapter->running;
@@ -159,7 +160,7 @@ struct ZtDriver::Core {
 
     HRESULT cableLength(MethodCall& call)
     {
-        const std::lock_guard<std::mutex> guard(lock);
+        const std::lock_guard<SrwLock> guard(lock);
         const auto found = adapters.find(call.instanceName);
         if (shutDown || found == adapters.end()) {
             return wbem(WBEM_E_NOT_FOUND);
@@ -199,7 +200,7 @@ ZtDriver::~ZtDriver()
 
 void ZtDriver::shutdown()
 {
-    std::unique_lock<std::mutex> guard(core_->lock);
+    std::unique_lock<SrwLock> guard(core_->lock);
     core_->shutDown = true;
     for (auto& [name, adapter] : core_->adapters) {
         adapter->removed = true;
@@ -211,13 +212,13 @@ void ZtDriver::shutdown()
     // No hook runs after this returns: cut-short runs skip the restore, and the rest are waited for.
     core_->linkDrop = nullptr;
     core_->linkRestore = nullptr;
-    core_->changed.notify_all();
+    core_->changed.notifyAll();
     core_->changed.wait(guard, [this] { return core_->activeRuns == 0; });
 }
 
 void ZtDriver::addAdapter(const std::wstring& instanceName, const ZtValues& values)
 {
-    const std::lock_guard<std::mutex> guard(core_->lock);
+    const std::lock_guard<SrwLock> guard(core_->lock);
     if (core_->shutDown || core_->adapters.count(instanceName) != 0) {
         scriptingError(core_->shutDown ? "driver shut down" : "adapter added twice", instanceName);
     }
@@ -232,13 +233,13 @@ void ZtDriver::addAdapter(const std::wstring& instanceName, const ZtValues& valu
 
 void ZtDriver::removeAdapter(const std::wstring& instanceName)
 {
-    const std::lock_guard<std::mutex> guard(core_->lock);
+    const std::lock_guard<SrwLock> guard(core_->lock);
     core_->adapter(instanceName).removed = true;
     core_->adapters.erase(instanceName);
     for (const wchar_t* className : {adapterClass, firmwareClass, diagnosticsClass}) {
         core_->service.removeInstance(className, instanceName);
     }
-    core_->changed.notify_all();
+    core_->changed.notifyAll();
 }
 
 void ZtDriver::change(const std::wstring& name, const std::function<void(ZtValues&)>& apply)
@@ -258,33 +259,33 @@ void ZtDriver::resetField(const std::wstring& name, ZtField field)
 
 void ZtDriver::onLinkDrop(LinkHook hook)
 {
-    const std::lock_guard<std::mutex> guard(core_->lock);
+    const std::lock_guard<SrwLock> guard(core_->lock);
     core_->linkDrop = std::move(hook);
 }
 
 void ZtDriver::onLinkRestore(LinkHook hook)
 {
-    const std::lock_guard<std::mutex> guard(core_->lock);
+    const std::lock_guard<SrwLock> guard(core_->lock);
     core_->linkRestore = std::move(hook);
 }
 
 void ZtDriver::holdCableTest(const std::wstring& name)
 {
-    const std::lock_guard<std::mutex> guard(core_->lock);
+    const std::lock_guard<SrwLock> guard(core_->lock);
     core_->adapter(name).held = true;
 }
 
 void ZtDriver::releaseCableTest(const std::wstring& name)
 {
-    const std::lock_guard<std::mutex> guard(core_->lock);
+    const std::lock_guard<SrwLock> guard(core_->lock);
     core_->adapter(name).held = false;
-    core_->changed.notify_all();
+    core_->changed.notifyAll();
 }
 
 bool ZtDriver::waitUntilCableTestRunning(const std::wstring& name, std::chrono::milliseconds timeout) const
 {
-    std::unique_lock<std::mutex> guard(core_->lock);
-    return core_->changed.wait_for(guard, timeout, [&] {
+    std::unique_lock<SrwLock> guard(core_->lock);
+    return core_->changed.waitFor(guard, timeout, [&] {
         const auto found = core_->adapters.find(name);
         return found != core_->adapters.end() && found->second->running > 0;
     });
@@ -292,7 +293,7 @@ bool ZtDriver::waitUntilCableTestRunning(const std::wstring& name, std::chrono::
 
 int ZtDriver::cableTests(const std::wstring& name) const
 {
-    const std::lock_guard<std::mutex> guard(core_->lock);
+    const std::lock_guard<SrwLock> guard(core_->lock);
     const auto found = core_->runs.find(name);
     return found != core_->runs.end() ? found->second : 0;
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "platform/Threading.h"
 #include "tools/sheet_host/Win32.h"
 
 namespace {
@@ -52,7 +53,7 @@ DeviceInstaller* DeviceInstaller::current_(HDEVINFO set, const SP_DEVINFO_DATA* 
 
 void DeviceInstaller::set_(const DEVPROPKEY& key, DEVPROPTYPE type, std::vector<BYTE> bytes)
 {
-    const std::lock_guard<std::mutex> guard(lock_);
+    const std::lock_guard<SrwLock> guard(lock_);
     properties_[keyOf_(key)] = {type, std::move(bytes)};
 }
 
@@ -83,13 +84,13 @@ void DeviceInstaller::setUint32(const DEVPROPKEY& key, std::uint32_t value)
 
 void DeviceInstaller::removeProperty(const DEVPROPKEY& key)
 {
-    const std::lock_guard<std::mutex> guard(lock_);
+    const std::lock_guard<SrwLock> guard(lock_);
     properties_.erase(keyOf_(key));
 }
 
 void DeviceInstaller::setClassInstallParams(const SP_ADDPROPERTYPAGE_DATA& params)
 {
-    const std::lock_guard<std::mutex> guard(lock_);
+    const std::lock_guard<SrwLock> guard(lock_);
     const auto* begin = reinterpret_cast<const BYTE*>(&params);
     params_.assign(begin, begin + sizeof params);
 }
@@ -97,14 +98,14 @@ void DeviceInstaller::setClassInstallParams(const SP_ADDPROPERTYPAGE_DATA& param
 SP_ADDPROPERTYPAGE_DATA DeviceInstaller::classInstallParams() const
 {
     SP_ADDPROPERTYPAGE_DATA params{};
-    const std::lock_guard<std::mutex> guard(lock_);
+    const std::lock_guard<SrwLock> guard(lock_);
     std::memcpy(&params, params_.data(), std::min(params_.size(), sizeof params));
     return params;
 }
 
 int DeviceInstaller::storeCount() const
 {
-    const std::lock_guard<std::mutex> guard(lock_);
+    const std::lock_guard<SrwLock> guard(lock_);
     return stores_;
 }
 
@@ -122,7 +123,7 @@ BOOL WINAPI DeviceInstaller::setupDiGetDeviceProperty(HDEVINFO set, PSP_DEVINFO_
     if (flags != 0) {
         return fail(ERROR_INVALID_FLAGS);
     }
-    const std::lock_guard<std::mutex> guard(installer->lock_);
+    const std::lock_guard<SrwLock> guard(installer->lock_);
     const auto found = installer->properties_.find(keyOf_(*key));
     if (found == installer->properties_.end()) {
         return fail(ERROR_NOT_FOUND);
@@ -150,7 +151,7 @@ BOOL WINAPI DeviceInstaller::setupDiGetClassInstallParams(HDEVINFO set, PSP_DEVI
     if (params != nullptr && params->cbSize != sizeof(SP_CLASSINSTALL_HEADER)) {
         return fail(ERROR_INVALID_USER_BUFFER);
     }
-    const std::lock_guard<std::mutex> guard(installer->lock_);
+    const std::lock_guard<SrwLock> guard(installer->lock_);
     if (installer->params_.empty()) {
         return fail(ERROR_NO_CLASSINSTALL_PARAMS);
     }
@@ -176,7 +177,7 @@ BOOL WINAPI DeviceInstaller::setupDiSetClassInstallParams(HDEVINFO set, PSP_DEVI
         || paramsSize < sizeof(SP_CLASSINSTALL_HEADER)) {
         return fail(ERROR_INVALID_USER_BUFFER);
     }
-    const std::lock_guard<std::mutex> guard(installer->lock_);
+    const std::lock_guard<SrwLock> guard(installer->lock_);
     const auto* begin = reinterpret_cast<const BYTE*>(params);
     installer->params_.assign(begin, begin + paramsSize);
     ++installer->stores_;

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/Threading.h"
 #include "tools/sheet_host/Win32.h"
 
 // One instance at a time is current: the static functions serve it. Every
@@ -59,7 +60,7 @@ private:
 
     int setToken_ = 0;  // its address is the one valid HDEVINFO
     SP_DEVINFO_DATA device_{};
-    mutable std::mutex lock_;
+    mutable SrwLock lock_;
     std::map<Key, Property> properties_;
     std::vector<BYTE> params_;
     int stores_ = 0;

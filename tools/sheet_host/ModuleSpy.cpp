@@ -6,13 +6,15 @@
 #include <mutex>
 #include <set>
 
+#include "platform/Threading.h"
+
 namespace {
 
 using CreatePage = HPROPSHEETPAGE(WINAPI*)(LPCPROPSHEETPAGEW);
 
 // The spy's state: the module's callbacks may run on any thread.
 struct SpyState {
-    std::mutex lock;
+    SrwLock lock;
     std::vector<std::string> lines;
     std::string partial;
     CreatePage realCreatePage = nullptr;
@@ -35,7 +37,7 @@ void WINAPI spyOutputDebugString(LPCSTR text)
     if (text == nullptr) {
         return;
     }
-    const std::lock_guard<std::mutex> guard(spyState().lock);
+    const std::lock_guard<SrwLock> guard(spyState().lock);
     spyState().partial += text;
     std::size_t end = 0;
     while ((end = spyState().partial.find('\n')) != std::string::npos) {
@@ -54,7 +56,7 @@ UINT CALLBACK spyPageCallback(HWND window, UINT message, LPPROPSHEETPAGEW page)
 {
     LPFNPSPCALLBACKW callback = nullptr;
     {
-        const std::lock_guard<std::mutex> guard(spyState().lock);
+        const std::lock_guard<SrwLock> guard(spyState().lock);
         const auto found = spyState().callbacks.find(page != nullptr ? page->lParam : 0);
         if (found != spyState().callbacks.end()) {
             callback = found->second;
@@ -78,7 +80,7 @@ HPROPSHEETPAGE WINAPI spyCreatePropertySheetPage(LPCPROPSHEETPAGEW page)
     std::memcpy(copy.data(), page, page->dwSize);
     auto* description = reinterpret_cast<PROPSHEETPAGEW*>(copy.data());
     {
-        const std::lock_guard<std::mutex> guard(spyState().lock);
+        const std::lock_guard<SrwLock> guard(spyState().lock);
         spyState().callbacks[page->lParam] = page->pfnCallback;
         std::vector<UINT>& sizes = spyState().counts.descriptionSizes;
         if (std::find(sizes.begin(), sizes.end(), page->dwSize) == sizes.end()) {
@@ -88,7 +90,7 @@ HPROPSHEETPAGE WINAPI spyCreatePropertySheetPage(LPCPROPSHEETPAGEW page)
     description->pfnCallback = spyPageCallback;
     HPROPSHEETPAGE handle = spyState().realCreatePage(description);
     if (handle != nullptr) {
-        const std::lock_guard<std::mutex> guard(spyState().lock);
+        const std::lock_guard<SrwLock> guard(spyState().lock);
         ++spyState().counts.made;
     }
     return handle;
@@ -103,7 +105,7 @@ FARPROC WINAPI spyGetProcAddress(HMODULE module, LPCSTR name)
         return procedure;
     }
     {
-        const std::lock_guard<std::mutex> guard(spyState().lock);
+        const std::lock_guard<SrwLock> guard(spyState().lock);
         spyState().realCreatePage = reinterpret_cast<CreatePage>(reinterpret_cast<void*>(procedure));
     }
     return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&spyCreatePropertySheetPage));
@@ -113,7 +115,7 @@ HANDLE WINAPI spyLoadImage(HINSTANCE instance, LPCWSTR name, UINT type, int cx, 
 {
     HANDLE image = LoadImageW(instance, name, type, cx, cy, flags);
     if (image != nullptr && type == IMAGE_ICON && (flags & LR_SHARED) == 0) {
-        const std::lock_guard<std::mutex> guard(spyState().lock);
+        const std::lock_guard<SrwLock> guard(spyState().lock);
         ++spyState().icons.loaded;
         spyState().liveIcons.insert(image);
     }
@@ -123,7 +125,7 @@ HANDLE WINAPI spyLoadImage(HINSTANCE instance, LPCWSTR name, UINT type, int cx, 
 BOOL WINAPI spyDestroyIcon(HICON icon)
 {
     const BOOL destroyed = DestroyIcon(icon);
-    const std::lock_guard<std::mutex> guard(spyState().lock);
+    const std::lock_guard<SrwLock> guard(spyState().lock);
     if (destroyed != FALSE && spyState().liveIcons.erase(icon) != 0) {
         ++spyState().icons.destroyed;
     }
@@ -135,7 +137,7 @@ BOOL WINAPI spyDestroyIcon(HICON icon)
 ModuleSpy::ModuleSpy(HMODULE module)
 {
     {
-        const std::lock_guard<std::mutex> guard(spyState().lock);
+        const std::lock_guard<SrwLock> guard(spyState().lock);
         spyState().lines.clear();
         spyState().partial.clear();
         spyState().counts = {};
@@ -162,7 +164,7 @@ ModuleSpy::~ModuleSpy()
 
 std::vector<std::string> ModuleSpy::takeTraceLines()
 {
-    const std::lock_guard<std::mutex> guard(spyState().lock);
+    const std::lock_guard<SrwLock> guard(spyState().lock);
     std::vector<std::string> lines;
     lines.swap(spyState().lines);
     return lines;
@@ -170,12 +172,12 @@ std::vector<std::string> ModuleSpy::takeTraceLines()
 
 ModuleSpy::PageCounts ModuleSpy::pageCounts() const
 {
-    const std::lock_guard<std::mutex> guard(spyState().lock);
+    const std::lock_guard<SrwLock> guard(spyState().lock);
     return spyState().counts;
 }
 
 ModuleSpy::IconCounts ModuleSpy::iconCounts() const
 {
-    const std::lock_guard<std::mutex> guard(spyState().lock);
+    const std::lock_guard<SrwLock> guard(spyState().lock);
     return spyState().icons;
 }

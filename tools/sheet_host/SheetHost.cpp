@@ -3,9 +3,9 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
-#include <thread>
 #include <utility>
 
+#include "platform/Threading.h"
 #include "resources/resource.h"
 #include "tools/sheet_host/KeyChord.h"
 #include "tools/sheet_host/Screenshot.h"
@@ -87,7 +87,7 @@ int SheetHost::run()
     // Device Manager asks for pages on one thread and runs each sheet on a
     // thread of its own, whose end also ends what the module kept for it.
     if (install_() && scenario_.installFunction == addPropertyPageAdvanced) {
-        std::thread sheetThread([this] { runSheet_(); });
+        Thread sheetThread([this] { runSheet_(); });
         sheetThread.join();
         say("sheet thread: ended");
     }

@@ -7,9 +7,9 @@
 #include <chrono>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "platform/Threading.h"
 #include "sim/ZtDriver.h"
 #include "ztdiag/Ztdiag.h"
 #include "ztdiag/demo/DemoWorld.h"
@@ -122,7 +122,7 @@ void playWatch(DemoWorld& world, const std::atomic<bool>& done)
 {
     const auto pause = [&done] {
         for (int slice = 0; slice < 8 && !done; ++slice) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            waitRealTime(std::chrono::milliseconds(50));
         }
         return !done;
     };
@@ -170,9 +170,9 @@ int wmain(int argc, wchar_t** argv)
         ExitProcess(exitServiceFailed);
     }
     std::atomic<bool> done{false};
-    std::thread script;
+    Thread script;
     if (isWatch(args)) {
-        script = std::thread([&world, &done] { playWatch(world, done); });
+        script = Thread([&world, &done] { playWatch(world, done); });
     }
     const int code = ztdiagMain(args, console);
     done = true;

@@ -1,7 +1,8 @@
 #include "ztdiag/demo/DemoWorld.h"
 
 #include <chrono>
-#include <thread>
+
+#include "platform/Threading.h"
 
 namespace {
 
@@ -75,7 +76,7 @@ bool DemoWorld::awaitSubscriptions()
         if (subscribed >= 4) {
             return true;
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        waitRealTime(std::chrono::milliseconds(50));
     }
     return false;
 }

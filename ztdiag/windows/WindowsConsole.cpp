@@ -2,12 +2,13 @@
 
 #include <mutex>
 
+#include "platform/Threading.h"
 #include "ztdiag/Utf8.h"
 
 namespace {
 
 // The handler onInterrupt set, for the console's thread.
-std::mutex interruptLock;
+SrwLock interruptLock;
 std::function<void()> interruptHandler;
 
 }  // namespace
@@ -20,7 +21,7 @@ WindowsConsole::WindowsConsole() : out_(open_(STD_OUTPUT_HANDLE)), err_(open_(ST
 WindowsConsole::~WindowsConsole()
 {
     SetConsoleCtrlHandler(&WindowsConsole::controlEvent, FALSE);
-    const std::lock_guard<std::mutex> guard(interruptLock);
+    const std::lock_guard<SrwLock> guard(interruptLock);
     interruptHandler = nullptr;
 }
 
@@ -69,7 +70,7 @@ void WindowsConsole::err(const std::wstring& text)
 
 void WindowsConsole::onInterrupt(std::function<void()> handler)
 {
-    const std::lock_guard<std::mutex> guard(interruptLock);
+    const std::lock_guard<SrwLock> guard(interruptLock);
     interruptHandler = std::move(handler);
 }
 
@@ -78,7 +79,7 @@ BOOL WINAPI WindowsConsole::controlEvent(DWORD type)
     if (type != CTRL_C_EVENT && type != CTRL_BREAK_EVENT) {
         return FALSE;
     }
-    const std::lock_guard<std::mutex> guard(interruptLock);
+    const std::lock_guard<SrwLock> guard(interruptLock);
     if (!interruptHandler) {
         return FALSE;
     }

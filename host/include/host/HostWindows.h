@@ -75,11 +75,15 @@ void onSleep(std::function<void(DWORD milliseconds)> hook);
 // ---- Keyboard and threads ------------------------------------------------------------------
 // What GetKeyState answers for a key; every key is 0 until set.
 void setKeyState(int virtualKey, SHORT state);
-// A non-zero error makes every later CreateThread fail with it (0: normal).
+// Each of these is about the calling thread's own CreateThread calls, since
+// the simulated service makes threads of its own meanwhile.
+// A non-zero error makes every later CreateThread of this thread fail with it (0: normal).
 void failCreateThread(DWORD error);
 int createThreadCalls();
-// Thread handles CreateThread gave and CloseHandle has not closed.
+// Thread handles this thread's CreateThread gave and CloseHandle has not closed.
 int liveThreadHandles();
+// Values that threads left in allocated TLS slots when they ended, since reset.
+int tlsValuesLeftAtThreadEnd();
 
 // ---- Resources and icons ------------------------------------------------------------------
 // The icon resource an icon was loaded from and its size in pixels (0 and {0, 0}

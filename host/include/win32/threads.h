@@ -2,6 +2,8 @@
 // processthreadsapi.h and synchapi.h that the module uses).
 #pragma once
 
+#include <pthread.h>
+
 #include "win32/base.h"
 
 constexpr DWORD INFINITE = 0xFFFFFFFF;
@@ -28,6 +30,41 @@ BOOL CloseHandle(HANDLE handle);
 DWORD GetCurrentThreadId();
 // Does not wait: advances the host's test clock (host/HostWindows.h).
 void Sleep(DWORD milliseconds);
+
+// Slim locks and condition variables, over the host's own: a lock is exclusive
+// only, as the module uses it, and needs no clean-up, as on the platform.
+struct SRWLOCK {
+    pthread_mutex_t mutex;
+};
+#define SRWLOCK_INIT                                                                                         \
+    {                                                                                                        \
+        PTHREAD_MUTEX_INITIALIZER                                                                            \
+    }
+struct CONDITION_VARIABLE {
+    pthread_cond_t condition;
+};
+#define CONDITION_VARIABLE_INIT                                                                              \
+    {                                                                                                        \
+        PTHREAD_COND_INITIALIZER                                                                             \
+    }
+constexpr DWORD ERROR_TIMEOUT = 1460;
+void AcquireSRWLockExclusive(SRWLOCK* lock);
+void ReleaseSRWLockExclusive(SRWLOCK* lock);
+// FALSE with ERROR_TIMEOUT once `milliseconds` (real time) have passed; flags must be 0.
+BOOL SleepConditionVariableSRW(CONDITION_VARIABLE* condition, SRWLOCK* lock, DWORD milliseconds, ULONG flags);
+void WakeConditionVariable(CONDITION_VARIABLE* condition);
+void WakeAllConditionVariable(CONDITION_VARIABLE* condition);
+
+// Thread local storage slots. A value a thread leaves in a slot is counted
+// when the thread ends (host/HostWindows.h), never cleaned up: as on the
+// platform, where nothing ends it.
+constexpr DWORD TLS_OUT_OF_INDEXES = 0xFFFFFFFF;
+DWORD TlsAlloc();
+BOOL TlsFree(DWORD index);
+// Sets the last error to 0 on success, as the platform does, so that a null
+// value can be told from a failure.
+LPVOID TlsGetValue(DWORD index);
+BOOL TlsSetValue(DWORD index, LPVOID value);
 
 struct SYSTEMTIME {
     WORD wYear;

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <future>
 #include <memory>
 #include <optional>
 #include <string>
@@ -67,17 +66,16 @@ public:
     // An adapter present from the start: its MSNdis_LinkState instance, no event.
     void addAdapter(const std::wstring& instanceName, const LinkState& state = {});
     // Adds the adapter (or replaces its link state), then fires MSNdis_NotifyAdapterArrival.
-    std::shared_future<DeliveryReport> arrive(const std::wstring& instanceName, const LinkState& state = {});
+    Delivery arrive(const std::wstring& instanceName, const LinkState& state = {});
     // Removes the adapter's instance (its queries answer WBEM_E_NOT_FOUND from
     // now on, as when NDIS deregisters it), then fires MSNdis_NotifyAdapterRemoval.
-    std::shared_future<DeliveryReport> remove(const std::wstring& instanceName);
+    Delivery remove(const std::wstring& instanceName);
     // Sets MediaConnectState, then fires MSNdis_StatusMediaConnect / ...Disconnect.
-    std::shared_future<DeliveryReport> connect(const std::wstring& instanceName);
-    std::shared_future<DeliveryReport> disconnect(const std::wstring& instanceName);
+    Delivery connect(const std::wstring& instanceName);
+    Delivery disconnect(const std::wstring& instanceName);
     // Sets both speeds (bits per second), then fires MSNdis_StatusLinkSpeedChange
     // (without its payload, which the module doesn't read).
-    std::shared_future<DeliveryReport> changeLinkSpeed(const std::wstring& instanceName, std::uint64_t xmit,
-                                                       std::uint64_t rcv);
+    Delivery changeLinkSpeed(const std::wstring& instanceName, std::uint64_t xmit, std::uint64_t rcv);
     // What the query answers from now on, without an event.
     void setLinkState(const std::wstring& instanceName, const LinkState& state);
 

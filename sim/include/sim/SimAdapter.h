@@ -8,10 +8,10 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
+#include "platform/Threading.h"
 #include "sim/Ndis.h"
 #include "sim/WmiService.h"
 #include "sim/ZtDriver.h"
@@ -87,11 +87,10 @@ private:
     std::atomic<int> finishedRuns_{0};
 };
 
-// Runs `body` on a new thread and waits for it, thread-exit clean-up included:
-// the module keeps one connection per thread.
+// Runs `body` on a new thread and waits for it to end.
 template <typename Body> void onNewThread(Body&& body)
 {
-    std::thread thread(std::forward<Body>(body));
+    Thread thread(std::function<void()>(std::forward<Body>(body)));
     thread.join();
 }
 

@@ -5,15 +5,14 @@
 #include <chrono>
 #include <cstddef>
 #include <functional>
-#include <future>
 #include <memory>
 #include <optional>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
 #include "platform.h"
+#include "platform/Threading.h"
 #include "sim/Value.h"
 
 namespace sim {
@@ -59,6 +58,36 @@ struct DeliveryReport {
     std::vector<HRESULT> answers;  // what the sinks' Indicate calls returned, in the order they returned
 };
 
+// A fired event's report, complete once every delivery it was scheduled for
+// has ended; copies share it.
+class Delivery {
+public:
+    Delivery() : state_(std::make_shared<State>()) { }
+    // Waits for the report.
+    const DeliveryReport& get() const
+    {
+        std::unique_lock<SrwLock> guard(state_->lock);
+        state_->done.wait(guard, [this] { return state_->report.has_value(); });
+        return *state_->report;
+    }
+    void wait() const { get(); }
+    // Gives the report; once only.
+    void complete(DeliveryReport report) const
+    {
+        const std::lock_guard<SrwLock> guard(state_->lock);
+        state_->report = std::move(report);
+        state_->done.notifyAll();
+    }
+
+private:
+    struct State {
+        SrwLock lock;
+        ConditionVariable done;
+        std::optional<DeliveryReport> report;
+    };
+    std::shared_ptr<State> state_;
+};
+
 // Where held deliveries wait (see WmiService::holdDeliveries).
 enum class HoldPoint {
     beforeIndicate,  // on the delivery thread, right before Indicate is called
@@ -74,7 +103,7 @@ struct CallRecord {
     std::wstring target;
     std::wstring instance;  // the instance the call is about, if any
     HRESULT result;
-    std::thread::id thread;
+    DWORD thread;  // GetCurrentThreadId() of the caller
 };
 
 // The locator, connections and objects handed out and not yet destroyed, and
@@ -166,7 +195,7 @@ public:
     static constexpr std::size_t kDeliveryThreads = 3;
     // Schedules a delivery to each subscription matching now; the future is
     // ready once each has been indicated or dropped.
-    std::shared_future<DeliveryReport> fire(const Event& event);
+    Delivery fire(const Event& event);
     // Until every delivery fired so far has ended (cancel and shutdown
     // clean-up included); false on timeout (e.g. deliveries are held).
     bool drain(std::chrono::milliseconds timeout = std::chrono::seconds(30)) const;
