@@ -50,6 +50,7 @@ endfunction()
 
 # The Windows images (the DLL, the console tool): no runtime DLL of the
 # toolchain, ASLR with high-entropy addresses, DEP, unused sections dropped.
+# The link map beside each image tells the tests what the runtime brought in.
 function(ztprop_image_link_options target)
   if(MSVC)
     set_target_properties(${target} PROPERTIES MSVC_RUNTIME_LIBRARY "MultiThreaded")
@@ -58,6 +59,7 @@ function(ztprop_image_link_options target)
     ztprop_section_options(${target})
     target_link_options(${target} PRIVATE -static -static-libgcc -static-libstdc++
                         -Wl,--dynamicbase,--high-entropy-va,--nxcompat,--gc-sections
+                        -Wl,-Map=$<TARGET_FILE_DIR:${target}>/$<TARGET_FILE_BASE_NAME:${target}>.map
                         $<$<CONFIG:Release>:-s>)
   endif()
 endfunction()
