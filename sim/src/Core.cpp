@@ -72,8 +72,21 @@ ComObject::~ComObject()
     --core_->counts.liveObjects;
 }
 
+void ServiceCore::recordForbidden(const std::string& what) noexcept
+{
+    try {
+        const std::lock_guard<SrwLock> guard(objectsLock);
+        forbiddenCalls.push_back(what);
+    } catch (...) {
+        (void)0;  // lost to memory exhaustion; the count is then low, never an exception
+    }
+}
+
 ULONG ComObject::addReference()
 {
+    if (core_->callsForbidden()) {
+        core_->recordForbidden("AddRef " + description_);
+    }
     const std::lock_guard<SrwLock> guard(core_->objectsLock);
     ++core_->counts.references;
     return ++references_;
@@ -81,6 +94,9 @@ ULONG ComObject::addReference()
 
 ULONG ComObject::releaseReference()
 {
+    if (core_->callsForbidden()) {
+        core_->recordForbidden("Release " + description_);
+    }
     ULONG left = 0;
     {
         // The balance learns of the release before the count drops, so that it
@@ -184,6 +200,9 @@ std::optional<HRESULT> ServiceCore::admit_(const CallInfo& info)
 
 void ServiceCore::log(const CallInfo& info, HRESULT result) noexcept
 {
+    if (callsForbidden()) {
+        recordForbidden(info.call + " " + narrow(info.className));
+    }
     try {
         const std::lock_guard<SrwLock> guard(lock);
         calls.push_back(

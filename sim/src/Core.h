@@ -95,6 +95,7 @@ public:
     // Holds deliveries at `point` from now on; none: lets the held ones go.
     void hold(std::optional<HoldPoint> point);
     bool waitForHeld(std::size_t count, std::chrono::milliseconds timeout) const;
+    void setPooled(bool on);
     // Idempotent: drops queued work, releases holds, ends every subscription,
     // waits for deliveries in Indicate and joins the threads.
     void shutdown();
@@ -131,6 +132,7 @@ private:
     EntryList entries_;
     std::deque<Job> queue_;
     std::vector<Thread> threads_;
+    bool pooled_ = false;  // a thread that finds no work ends
     std::uint64_t nextDelivery_ = 1;
     std::size_t working_ = 0;  // jobs taken off the queue and not completed
     std::size_t held_ = 0;
@@ -199,6 +201,13 @@ public:
     mutable SrwLock objectsLock;  // for the COM objects' balance
     std::set<const ComObject*> live;
     ReferenceCounts counts;
+
+    // Set before use, read without a lock; what it caught, under objectsLock.
+    std::function<bool()> forbidden;
+    std::vector<std::string> forbiddenCalls;
+    bool callsForbidden() const { return forbidden && forbidden(); }
+    // Records a forbidden call; takes objectsLock.
+    void recordForbidden(const std::string& what) noexcept;
 
     EventHub events{*this};  // last: its threads use the members above until it is gone
 

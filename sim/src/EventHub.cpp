@@ -148,7 +148,24 @@ void EventHub::run_() noexcept
         }  // its event and entry go before the delivery counts as ended
         complete_(*ticket, answer);
         guard.lock();
+        if (pooled_ && queue_.empty() && !stopping_) {
+            // Ends as a pooled thread does: its own handle closed, out of the pool.
+            const DWORD self = GetCurrentThreadId();
+            const auto own = std::find_if(threads_.begin(), threads_.end(),
+                                          [self](const Thread& thread) { return thread.id() == self; });
+            if (own != threads_.end()) {
+                own->detach();
+                threads_.erase(own);
+                return;
+            }
+        }
     }
+}
+
+void EventHub::setPooled(bool on)
+{
+    const std::lock_guard<SrwLock> guard(lock_);
+    pooled_ = on;
 }
 
 std::optional<HRESULT> EventHub::deliver_(const Job& job) noexcept

@@ -146,6 +146,22 @@ bool WmiService::drain(std::chrono::milliseconds timeout) const
     return core_->events.drain(timeout);
 }
 
+void WmiService::setPooledDeliveryThreads(bool on)
+{
+    core_->events.setPooled(on);
+}
+
+void WmiService::watchForbiddenCalls(std::function<bool()> forbidden)
+{
+    core_->forbidden = std::move(forbidden);
+}
+
+std::vector<std::string> WmiService::forbiddenCalls() const
+{
+    const std::lock_guard<SrwLock> guard(core_->objectsLock);
+    return core_->forbiddenCalls;
+}
+
 void WmiService::holdDeliveries(HoldPoint point)
 {
     core_->events.hold(point);

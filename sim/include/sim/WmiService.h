@@ -206,6 +206,17 @@ public:
     void releaseDeliveries();
     // Until at least `count` deliveries wait at the hold point; false on timeout.
     bool waitForHeld(std::size_t count, std::chrono::milliseconds timeout = std::chrono::seconds(30)) const;
+    // On: a delivery thread ends as soon as it finds no work, as the platform's
+    // pooled threads end whenever they like; later events get new threads.
+    void setPooledDeliveryThreads(bool on);
+
+    // ---- Calls where none may be ----------------------------------------------
+    // From now on, every call, AddRef and Release of the service's objects made
+    // while `forbidden` answers true is recorded (e.g. "inside a thread's exit,
+    // under the loader lock"). Set before the service is used; null: off.
+    void watchForbiddenCalls(std::function<bool()> forbidden);
+    // What was recorded: "Release ServicesObject", "GetObject Zt_NetAdapter", ...
+    std::vector<std::string> forbiddenCalls() const;
 
     // ---- COM --------------------------------------------------------------------
     // A new class factory for CLSID_WbemLocator, with one reference for the caller.
