@@ -117,6 +117,8 @@ private:
     };
 
     void run_() noexcept;
+    // The calling delivery thread leaves the pool; the caller holds lock_.
+    void leavePool_();
     // The sink's answer, or nothing when the delivery was dropped.
     std::optional<HRESULT> deliver_(const Job& job) noexcept;
     // Ends the entry with `status`, into `ready` if nothing is in flight; the caller holds lock_.

@@ -133,9 +133,12 @@ void EventHub::run_() noexcept
 {
     std::unique_lock<SrwLock> guard(lock_);
     for (;;) {
-        work_.wait(guard, [this] { return stopping_ || !queue_.empty(); });
+        work_.wait(guard, [this] { return stopping_ || pooled_ || !queue_.empty(); });
         if (queue_.empty()) {
-            return;  // stopping: shutdown() took what was left
+            if (!stopping_) {
+                leavePool_();
+            }
+            return;  // stopping: shutdown() took what was left and joins the thread
         }
         std::shared_ptr<Ticket> ticket = queue_.front().ticket;
         std::optional<HRESULT> answer;
@@ -148,24 +151,28 @@ void EventHub::run_() noexcept
         }  // its event and entry go before the delivery counts as ended
         complete_(*ticket, answer);
         guard.lock();
-        if (pooled_ && queue_.empty() && !stopping_) {
-            // Ends as a pooled thread does: its own handle closed, out of the pool.
-            const DWORD self = GetCurrentThreadId();
-            const auto own = std::find_if(threads_.begin(), threads_.end(),
-                                          [self](const Thread& thread) { return thread.id() == self; });
-            if (own != threads_.end()) {
-                own->detach();
-                threads_.erase(own);
-                return;
-            }
-        }
+    }
+}
+
+void EventHub::leavePool_()
+{
+    // As a pooled thread ends: its own handle closed, out of the pool, nobody joins it.
+    const DWORD self = GetCurrentThreadId();
+    const auto own = std::find_if(threads_.begin(), threads_.end(),
+                                  [self](const Thread& thread) { return thread.id() == self; });
+    if (own != threads_.end()) {
+        own->detach();
+        threads_.erase(own);
     }
 }
 
 void EventHub::setPooled(bool on)
 {
-    const std::lock_guard<SrwLock> guard(lock_);
-    pooled_ = on;
+    {
+        const std::lock_guard<SrwLock> guard(lock_);
+        pooled_ = on;
+    }
+    work_.notifyAll();  // idle threads leave now
 }
 
 std::optional<HRESULT> EventHub::deliver_(const Job& job) noexcept

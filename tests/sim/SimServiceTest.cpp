@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "WmiFixture.h"
+#include "host/HostWindows.h"
 #include "wmi/bstr.h"
 #include "wmi/com_ptr.h"
 #include "wmi/variant.h"
@@ -273,6 +274,40 @@ TEST_F(SimServiceTest, deliveriesRunOnTheServiceThreadsWithObjectsItReleases)
     EXPECT_TRUE(service_.drain());
     EXPECT_EQ(service_.references().liveObjects, before.liveObjects) << "the event object is gone";
     EXPECT_EQ(services_->CancelAsyncCall(&sink_), S_OK);
+}
+
+TEST_F(SimServiceTest, pooledDeliveryThreadsEndWhenIdleAndLaterEventsGetNewOnes)
+{
+    ASSERT_EQ(subscribe(L"SELECT * FROM MSNdis_StatusMediaConnect"), S_OK);
+    const int threadsBefore = host::createThreadCalls();  // the service's are made by fire()
+    service_.setPooledDeliveryThreads(true);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(ndis_->connect(adapter).get().indicated, 1) << "event " << i;
+        ASSERT_TRUE(service_.drain());
+    }
+    EXPECT_EQ(sink_.seen.size(), 3U);
+    EXPECT_GT(host::createThreadCalls() - threadsBefore, 3) << "threads that left were replaced";
+    for (int wait = 0; wait < 500 && host::liveThreadHandles() != 0; ++wait) {
+        std::this_thread::sleep_for(10ms);
+    }
+    EXPECT_EQ(host::liveThreadHandles(), 0) << "and each left once it found no work";
+    EXPECT_EQ(services_->CancelAsyncCall(&sink_), S_OK);
+}
+
+TEST_F(SimServiceTest, forbiddenCallsAreRecordedWhileThePredicateHolds)
+{
+    std::atomic<bool> forbidden{false};
+    service_.watchForbiddenCalls([&forbidden] { return forbidden.load(); });
+    com_ptr<IWbemClassObject> object;
+    ASSERT_EQ(getObject(adapterPath, object), S_OK);
+    EXPECT_TRUE(service_.forbiddenCalls().empty());
+    forbidden = true;
+    object.reset();
+    EXPECT_TRUE(FAILED(getObject(L"Test_Nothing", object)));
+    forbidden = false;
+    EXPECT_EQ(service_.forbiddenCalls(),
+              (std::vector<std::string>{"Release ClassObject Test_Adapter eth 0 #1",
+                                        "Release ClassObject Test_Details", "GetObject Test_Nothing"}));
 }
 
 TEST_F(SimServiceTest, cancelAdmitsNoMoreDeliveriesAndEndsTheSubscriptionAfterTheLastOne)
