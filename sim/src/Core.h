@@ -134,6 +134,7 @@ private:
     EntryList entries_;
     std::deque<Job> queue_;
     std::vector<Thread> threads_;
+    std::vector<Thread> retired_;  // pooled threads that left, until shutdown joins them
     bool pooled_ = false;  // a thread that finds no work ends
     std::uint64_t nextDelivery_ = 1;
     std::size_t working_ = 0;  // jobs taken off the queue and not completed

@@ -156,12 +156,13 @@ void EventHub::run_() noexcept
 
 void EventHub::leavePool_()
 {
-    // As a pooled thread ends: its own handle closed, out of the pool, nobody joins it.
+    // Out of the pool, so a later event makes a new thread; joined at shutdown,
+    // so that shutdown returns after every thread's end.
     const DWORD self = GetCurrentThreadId();
     const auto own = std::find_if(threads_.begin(), threads_.end(),
                                   [self](const Thread& thread) { return thread.id() == self; });
     if (own != threads_.end()) {
-        own->detach();
+        retired_.push_back(std::move(*own));
         threads_.erase(own);
     }
 }
@@ -295,6 +296,8 @@ void EventHub::shutdown()
         dropped.swap(queue_);
         working_ += dropped.size();  // complete_ counts them off
         threads.swap(threads_);
+        std::move(retired_.begin(), retired_.end(), std::back_inserter(threads));
+        retired_.clear();
     }
     work_.notifyAll();
     changed_.notifyAll();

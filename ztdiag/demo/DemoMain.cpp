@@ -11,6 +11,7 @@
 
 #include "platform/Threading.h"
 #include "sim/ZtDriver.h"
+#include "tools/sheet_host/LoaderLock.h"
 #include "ztdiag/Ztdiag.h"
 #include "ztdiag/demo/DemoWorld.h"
 #include "ztdiag/windows/WindowsConsole.h"
@@ -26,7 +27,10 @@ const wchar_t* const demoUsage
       L"  --sim-cable-length=M      the driver's raw cable length in meters (100)\n"
       L"  --sim-cable-test-ms=MS    how long the driver's cable test takes (1500)\n"
       L"  --sim-firmware=X.Y.Z      firmware version (1.5.66)\n"
-      L"  --sim-temperatures=P,M    PHY and MAC temperature in hundredths of a degree (5425,6100)\n";
+      L"  --sim-temperatures=P,M    PHY and MAC temperature in hundredths of a degree (5425,6100)\n"
+      L"  --sim-pooled-threads      the service's delivery threads end whenever they find no work\n"
+      L"  --sim-loader-lock         at the end, the calls into the service made under the loader\n"
+      L"                            lock (inside a thread's exit), to stderr\n";
 
 std::vector<std::wstring> split(const std::wstring& text, wchar_t separator)
 {
@@ -65,7 +69,11 @@ DemoSettings takeSettings(std::vector<std::wstring>& args)
         const std::size_t equals = arg.find(L'=');
         const std::wstring name = arg.substr(0, equals);
         const std::wstring value = equals == std::wstring::npos ? L"" : arg.substr(equals + 1);
-        if (name == L"--sim-second-adapter") {
+        if (name == L"--sim-pooled-threads") {
+            settings.pooledThreads = true;
+        } else if (name == L"--sim-loader-lock") {
+            settings.loaderLockReport = true;
+        } else if (name == L"--sim-second-adapter") {
             settings.secondAdapter = true;
         } else if (name == L"--sim-link") {
             settings.linkUp = value != L"down";
@@ -169,6 +177,9 @@ int wmain(int argc, wchar_t** argv)
         console.err(L"ztdiag_demo: the simulated adapter couldn't be set up\n");
         ExitProcess(exitServiceFailed);
     }
+    if (settings.loaderLockReport) {
+        world.service().watchForbiddenCalls(holdsLoaderLock);
+    }
     std::atomic<bool> done{false};
     Thread script;
     if (isWatch(args)) {
@@ -179,6 +190,13 @@ int wmain(int argc, wchar_t** argv)
     if (script.joinable()) {
         script.join();
     }
-    world.stop();
+    world.stop();  // every thread but this one has ended
+    if (settings.loaderLockReport) {
+        const std::vector<std::string> calls = world.service().forbiddenCalls();
+        console.err(L"loader lock: " + std::to_wstring(calls.size()) + L" calls inside a thread's exit\n");
+        for (const std::string& call : calls) {
+            console.err(L"  " + std::wstring(call.begin(), call.end()) + L"\n");
+        }
+    }
     ExitProcess(static_cast<UINT>(code));
 }

@@ -46,6 +46,7 @@ DemoWorld::DemoWorld(const DemoSettings& settings)
       adapter_(adapterOf(settings)),
       linkUp_(settings.linkUp)
 {
+    adapter_.service().setPooledDeliveryThreads(settings.pooledThreads);
 }
 
 DemoWorld::~DemoWorld()

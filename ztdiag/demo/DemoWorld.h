@@ -25,6 +25,8 @@ struct DemoSettings {
     std::vector<std::uint32_t> pairs{0, 0, 0, 0};  // the driver's pair words
     std::uint32_t cableLength = 100;  // as the driver measures it
     std::uint32_t cableTestMs = 1500;
+    bool pooledThreads = false;  // delivery threads end whenever they find no work
+    bool loaderLockReport = false;  // the service's calls under the loader lock, at the end
 };
 
 class DemoWorld {
@@ -47,6 +49,8 @@ public:
     void plug(std::uint64_t linkSpeed);
     void remove();  // NDIS first, then the driver's instances
     void arrive();  // the driver's instances first, then NDIS
+
+    sim::WmiService& service() { return adapter_.service(); }
 
 private:
     DemoSettings settings_;

@@ -208,6 +208,7 @@ public:
     bool waitForHeld(std::size_t count, std::chrono::milliseconds timeout = std::chrono::seconds(30)) const;
     // On: a delivery thread ends as soon as it finds no work, as the platform's
     // pooled threads end whenever they like; later events get new threads.
+    // shutdown() still waits for the end of each.
     void setPooledDeliveryThreads(bool on);
 
     // ---- Calls where none may be ----------------------------------------------
