@@ -126,7 +126,7 @@ struct ThreadWbemContext {
 // holds when the module goes is abandoned, not ended.
 class ContextSlot {
 public:
-    ContextSlot() : index_(TlsAlloc())
+    ContextSlot() noexcept : index_(TlsAlloc())
     {
         if (index_ == TLS_OUT_OF_INDEXES) {
             ZT_TRACE(0, "[!] TlsAlloc() failed w/status %#x", static_cast<unsigned>(GetLastError()));

@@ -27,7 +27,7 @@ constexpr SYSTEMTIME resetLocalTime = {2024, 5, 2, 14, 9, 30, 0, 0};
 
 struct HandleRecord {
     std::shared_ptr<ThreadRecord> thread;
-    DWORD creator;  // the thread that called CreateThread
+    DWORD creator = 0;  // the thread that called CreateThread
 };
 
 // Thread local storage: which slots are allocated, and how many values threads
