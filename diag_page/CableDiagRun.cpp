@@ -1,6 +1,6 @@
 // The cable test: its start, the worker, its end on the dialog's thread, and the
 // category choice that corrects the cable length.
-#include <exception>
+#include <new>
 #include <utility>
 
 #include "diag_page/ZethoriaDiagPage.h"
@@ -46,8 +46,11 @@ DWORD WINAPI ZethoriaDiagPage::cableDiagWorker_(void* argument)
     bool success = false;
     try {
         success = page->nic_ && page->nic_->performCableDiag(page->pairResults_);
-    } catch (const std::exception&) {
+    } catch (const std::bad_alloc&) {
         ZT_TRACE(0, "[!] Cable diag thread: out of memory");
+    } catch (...) {
+        // Anything else thrown here would end the host process (Device Manager's).
+        ZT_TRACE(0, "[!] Cable diag thread: the run ended by an exception");
     }
     // The dialog may be gone by now; then the post fails and the destructor joins.
     PostMessageW(page->hwnd_, WM_CABLE_DIAG_DONE, success ? 1 : 0, 0);

@@ -1,7 +1,7 @@
 #include "ztdiag/ServiceThread.h"
 
 #include <atomic>
-#include <exception>
+#include <new>
 
 #include "platform/Threading.h"
 #include "trace/Trace.h"
@@ -19,8 +19,11 @@ ServiceThread::ServiceThread(std::function<void()> work) : status_(std::make_sha
             bool succeeded = true;
             try {
                 work();
-            } catch (const std::exception&) {
+            } catch (const std::bad_alloc&) {
                 ZT_TRACE(0, "[!] ztdiag service thread: out of memory");
+                succeeded = false;
+            } catch (...) {
+                ZT_TRACE(0, "[!] ztdiag service thread: the work ended by an exception");
                 succeeded = false;
             }
             endThreadWbemServices();
