@@ -1,7 +1,7 @@
 // Encodes one image as a PNG file: truecolour with alpha for 32-bit images, a
 // one-entry transparent palette at 4 or 8 bits for the fully transparent ones.
-// Deflate with fixed Huffman codes and a deterministic match search, so the
-// same image always gives the same bytes.
+// zlib at its best compression: the same image gives the same bytes with the
+// same zlib.
 #pragma once
 
 #include <cstdint>
@@ -11,10 +11,7 @@ namespace icongen {
 
 struct IcoImage;
 
-// The zlib stream (RFC 1950, 1951) of `data`.
-std::vector<std::uint8_t> zlibCompress(const std::vector<std::uint8_t>& data);
-
-// The PNG file of a valid image (see IcoImage).
+// The PNG file of a valid image (see IcoImage); throws std::runtime_error if zlib fails.
 std::vector<std::uint8_t> encodePng(const IcoImage& image);
 
 }  // namespace icongen

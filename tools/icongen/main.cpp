@@ -2,6 +2,7 @@
 // The committed files in resources/icons are this program's output; a test keeps them in step.
 #include <algorithm>
 #include <cstdio>
+#include <exception>
 #include <string>
 #include <utility>
 #include <vector>
@@ -224,8 +225,13 @@ int main(int argc, char** argv)
     for (const auto& [name, images] : icons) {
         std::string path = dir;
         path.append("/").append(name);
-        if (!writeIco(path, images)) {
-            std::fprintf(stderr, "icongen: cannot write %s/%s\n", dir.c_str(), name.c_str());
+        try {
+            if (!writeIco(path, images)) {
+                std::fprintf(stderr, "icongen: cannot write %s/%s\n", dir.c_str(), name.c_str());
+                return 1;
+            }
+        } catch (const std::exception& error) {
+            std::fprintf(stderr, "icongen: %s: %s\n", name.c_str(), error.what());
             return 1;
         }
     }
