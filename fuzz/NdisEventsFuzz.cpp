@@ -14,6 +14,7 @@
 #include "ndis/NdisWmi.h"
 #include "trace/Trace.h"
 #include "wmi/NdisEventsSink.h"
+#include "wmi/WbemServices.h"
 
 namespace {
 
@@ -41,6 +42,7 @@ NdisWmi& owner()
                                 handled().push_back(L"media " + std::to_wstring(static_cast<int>(state))
                                                     + L" " + name);
                             });
+        endThreadWbemServices();  // its failed connection attempt is all this thread does with WMI
         return made;
     }();
     return *ndis;
