@@ -68,8 +68,8 @@ std::vector<Row> wmiRows()
             const ServiceCalls media = serviceCalls(service);
             rows.push_back(tripsRow(
                 "one media event (connect) delivered", media, linkStateQuery,
-                "the link speed query; the delivery thread connects anew each time (+1), since a "
-                "connection left to a thread of the service would end in its exit, under the loader lock"));
+                "the link speed query; the delivery thread connects anew each time (+1): the thread is the "
+                "service's, and nothing may end a connection at a thread's exit (the loader lock)"));
 
             service.clearCalls();
             nic.estimateCableLength(Cat6);
