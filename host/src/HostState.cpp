@@ -37,6 +37,7 @@ void reset()
     s.devices.clear();
     s.deviceSets.clear();
     s.getClassDevsError = 0;
+    s.getInstanceIdError = 0;
     s.propertyHook = nullptr;
     s.propertyCalls = 0;
     s.classInstallParams.clear();

@@ -26,12 +26,14 @@ struct StoredProperty {
     std::vector<BYTE> bytes;
 };
 
-// A device the stand-in's device manager knows: its setup class and whether
-// it is present. Its properties are kept by devInst in State::properties.
+// A device the stand-in's device manager knows: its setup class, whether it
+// is present, and its instance id. Its properties are kept by devInst in
+// State::properties.
 struct HostDevice {
     DWORD devInst;
     GUID classGuid;
     bool present;
+    std::wstring instanceId;
 };
 
 class ClassRegistration;  // ole32.cpp
@@ -46,6 +48,7 @@ struct State {
     std::map<std::uintptr_t, std::vector<DWORD>> deviceSets;
     std::uintptr_t nextDeviceSet = 1;
     DWORD getClassDevsError = 0;
+    DWORD getInstanceIdError = 0;
     std::function<void(const DEVPROPKEY&, int)> propertyHook;
     int propertyCalls = 0;
     std::map<DWORD, std::vector<BYTE>> classInstallParams;

@@ -1,8 +1,11 @@
-// Error codes, the debugger, and the C runtime's counted formatters.
+// Error codes, the debugger, the C runtime's counted formatters, and ordinal
+// string comparison.
 #include <algorithm>
 #include <atomic>
+#include <clocale>
 #include <cstdio>
 #include <cwchar>
+#include <cwctype>
 #include <string>
 
 #include "HostState.h"
@@ -59,6 +62,16 @@ int counted(Char* buffer, std::size_t count, int needed, const std::basic_string
         buffer[copy] = 0;
     }
     return static_cast<std::size_t>(needed) > count ? -1 : needed;
+}
+
+// The platform puts each UTF-16 unit in upper case by its own table. Here WCHAR
+// is a whole character (32 bits), so the stand-in is the C library's towupper,
+// per character, in a UTF-8 locale: in the "C" locale it would fold ASCII only.
+wchar_t upperCase(wchar_t c)
+{
+    static const locale_t unicode = newlocale(LC_CTYPE_MASK, "C.UTF-8", static_cast<locale_t>(nullptr));
+    return static_cast<wchar_t>(unicode != nullptr ? towupper_l(static_cast<wint_t>(c), unicode)
+                                                   : std::towupper(static_cast<wint_t>(c)));
 }
 }  // namespace
 
@@ -117,6 +130,27 @@ int _vsnwprintf(wchar_t* buffer, std::size_t count, const wchar_t* format, va_li
         }
         text.resize(text.size() * 2);
     }
+}
+
+int CompareStringOrdinal(LPCWSTR string1, int count1, LPCWSTR string2, int count2, BOOL ignoreCase)
+{
+    if (string1 == nullptr || string2 == nullptr || count1 < -1 || count2 < -1) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return 0;
+    }
+    const std::size_t length1 = count1 == -1 ? std::wcslen(string1) : static_cast<std::size_t>(count1);
+    const std::size_t length2 = count2 == -1 ? std::wcslen(string2) : static_cast<std::size_t>(count2);
+    for (std::size_t i = 0; i < std::min(length1, length2); ++i) {
+        const wchar_t a = ignoreCase ? upperCase(string1[i]) : string1[i];
+        const wchar_t b = ignoreCase ? upperCase(string2[i]) : string2[i];
+        if (a != b) {
+            return a < b ? CSTR_LESS_THAN : CSTR_GREATER_THAN;
+        }
+    }
+    if (length1 == length2) {
+        return CSTR_EQUAL;
+    }
+    return length1 < length2 ? CSTR_LESS_THAN : CSTR_GREATER_THAN;
 }
 
 namespace host {

@@ -1,7 +1,9 @@
-// Devices of a setup class, device properties and class install parameters,
-// with SetupAPI's protocol: size queries, ERROR_INSUFFICIENT_BUFFER, and
-// errors through GetLastError.
+// Devices of a setup class, their instance ids, device properties and class
+// install parameters, with SetupAPI's protocol: size queries,
+// ERROR_INSUFFICIENT_BUFFER, and errors through GetLastError.
+#include <algorithm>
 #include <cstring>
+#include <string>
 
 #include "HostState.h"
 #include "host/HostPlatform.h"
@@ -42,6 +44,13 @@ BOOL fail(DWORD error)
 {
     SetLastError(error);
     return FALSE;
+}
+
+// A root-enumerated device's form of id: "ROOT\NET\0007".
+std::wstring defaultInstanceId(DWORD devInst)
+{
+    std::wstring digits = std::to_wstring(devInst);
+    return L"ROOT\\NET\\" + std::wstring(digits.size() < 4 ? 4 - digits.size() : 0, L'0') + digits;
 }
 
 // Under the state's lock.
@@ -162,6 +171,40 @@ BOOL SetupDiGetDevicePropertyW(HDEVINFO set, PSP_DEVINFO_DATA device, const DEVP
     return ok;
 }
 
+BOOL SetupDiGetDeviceInstanceIdW(HDEVINFO set, PSP_DEVINFO_DATA device, PWSTR id, DWORD size,
+                                 PDWORD requiredSize)
+{
+    auto& s = host::state();
+    const std::lock_guard<std::mutex> guard(s.lock);
+    if (!validDevice(s, set, device)) {
+        return fail(ERROR_INVALID_HANDLE);
+    }
+    if (id == nullptr && size != 0) {
+        return fail(ERROR_INVALID_USER_BUFFER);
+    }
+    if (s.getInstanceIdError != 0) {
+        return fail(s.getInstanceIdError);
+    }
+    std::wstring text;
+    for (const host::HostDevice& known : s.devices) {
+        if (known.devInst == device->DevInst) {
+            text = known.instanceId;
+        }
+    }
+    if (text.empty()) {
+        text = defaultInstanceId(device->DevInst);
+    }
+    const auto needed = static_cast<DWORD>(text.size() + 1);
+    if (requiredSize != nullptr) {
+        *requiredSize = needed;
+    }
+    if (size < needed) {
+        return fail(ERROR_INSUFFICIENT_BUFFER);
+    }
+    std::copy(text.c_str(), text.c_str() + needed, id);
+    return TRUE;
+}
+
 BOOL SetupDiGetClassInstallParamsW(HDEVINFO set, PSP_DEVINFO_DATA device, PSP_CLASSINSTALL_HEADER params,
                                    DWORD paramsSize, PDWORD requiredSize)
 {
@@ -228,17 +271,17 @@ SP_DEVINFO_DATA makeDevice(DWORD devInst)
     return device;
 }
 
-void addDevice(DWORD devInst, const GUID& classGuid, bool present)
+void addDevice(DWORD devInst, const GUID& classGuid, bool present, const std::wstring& instanceId)
 {
     auto& s = state();
     const std::lock_guard<std::mutex> guard(s.lock);
     for (HostDevice& device : s.devices) {
         if (device.devInst == devInst) {
-            device = {devInst, classGuid, present};
+            device = {devInst, classGuid, present, instanceId};
             return;
         }
     }
-    s.devices.push_back({devInst, classGuid, present});
+    s.devices.push_back({devInst, classGuid, present, instanceId});
 }
 
 void failGetClassDevs(DWORD error)
@@ -246,6 +289,13 @@ void failGetClassDevs(DWORD error)
     auto& s = state();
     const std::lock_guard<std::mutex> guard(s.lock);
     s.getClassDevsError = error;
+}
+
+void failGetDeviceInstanceId(DWORD error)
+{
+    auto& s = state();
+    const std::lock_guard<std::mutex> guard(s.lock);
+    s.getInstanceIdError = error;
 }
 
 int liveDeviceInfoSets()

@@ -22,7 +22,8 @@ void clearDebugOutput();
 // Calls of the C runtime's counted wide formatter since the process started.
 long wideFormatterCalls();
 
-// ---- Devices and their properties (SetupDiGetClassDevsW, SetupDiGetDevicePropertyW) ----
+// ---- Devices and their properties (SetupDiGetClassDevsW, SetupDiGetDeviceInstanceIdW,
+//      SetupDiGetDevicePropertyW) ----
 // The device information set the installer hands a co-installer. The other
 // valid sets are those SetupDiGetClassDevsW made and nobody destroyed; any
 // other handle is answered with ERROR_INVALID_HANDLE.
@@ -30,11 +31,16 @@ HDEVINFO deviceInfoSet();
 SP_DEVINFO_DATA makeDevice(DWORD devInst);
 
 // A device of a setup class, listed by SetupDiGetClassDevsW in the order of
-// adding (adding it again changes its class and presence, not its place).
-// Its properties are set below, by its devInst, as for any device.
-void addDevice(DWORD devInst, const GUID& classGuid, bool present = true);
+// adding (adding it again changes its class, presence and id, not its place).
+// Without an instance id it gets "ROOT\NET\" and its devInst in four digits,
+// as do devices never added. Its properties are set below, by its devInst, as
+// for any device.
+void addDevice(DWORD devInst, const GUID& classGuid, bool present = true,
+               const std::wstring& instanceId = {});
 // A non-zero error makes every later SetupDiGetClassDevsW fail with it.
 void failGetClassDevs(DWORD error);
+// A non-zero error makes every later SetupDiGetDeviceInstanceIdW fail with it.
+void failGetDeviceInstanceId(DWORD error);
 // Sets SetupDiGetClassDevsW made and SetupDiDestroyDeviceInfoList didn't end.
 int liveDeviceInfoSets();
 

@@ -1,5 +1,5 @@
-// Base types, errors, the debugger and the C runtime's counted formatters of
-// the host platform layer.
+// Base types, errors, the debugger, the C runtime's counted formatters and
+// string comparison of the host platform layer.
 #pragma once
 
 #include <cstdarg>
@@ -30,6 +30,7 @@ using LPCSTR = const char*;
 using LPCWSTR = const wchar_t*;
 using PCWSTR = const wchar_t*;
 using LPWSTR = wchar_t*;
+using PWSTR = wchar_t*;
 using PDWORD = DWORD*;
 using LPDWORD = DWORD*;
 using PBYTE = BYTE*;
@@ -108,6 +109,16 @@ void OutputDebugStringA(LPCSTR text);
 // the narrow one %S does.
 int _vsnprintf(char* buffer, std::size_t count, const char* format, va_list args);
 int _vsnwprintf(wchar_t* buffer, std::size_t count, const wchar_t* format, va_list args);
+
+// ---- String comparison (stringapiset.h) --------------------------------------
+constexpr int CSTR_LESS_THAN = 1;
+constexpr int CSTR_EQUAL = 2;
+constexpr int CSTR_GREATER_THAN = 3;
+
+// Compares the strings character by character (a count of -1: up to the
+// closing zero); with `ignoreCase` both are first put in upper case. Gives one
+// of the CSTR_ values, or 0 with ERROR_INVALID_PARAMETER.
+int CompareStringOrdinal(LPCWSTR string1, int count1, LPCWSTR string2, int count2, BOOL ignoreCase);
 
 // ---- Module entry ------------------------------------------------------------
 constexpr DWORD DLL_PROCESS_DETACH = 0;

@@ -74,6 +74,10 @@ BOOL SetupDiDestroyDeviceInfoList(HDEVINFO set);
 BOOL SetupDiGetDevicePropertyW(HDEVINFO set, PSP_DEVINFO_DATA device, const DEVPROPKEY* key,
                                DEVPROPTYPE* type, PBYTE buffer, DWORD bufferSize, PDWORD requiredSize,
                                DWORD flags);
+// The device's instance id, as host::addDevice gave it, with the closing zero;
+// `size` and `requiredSize` count characters.
+BOOL SetupDiGetDeviceInstanceIdW(HDEVINFO set, PSP_DEVINFO_DATA device, PWSTR id, DWORD size,
+                                 PDWORD requiredSize);
 BOOL SetupDiGetClassInstallParamsW(HDEVINFO set, PSP_DEVINFO_DATA device, PSP_CLASSINSTALL_HEADER params,
                                    DWORD paramsSize, PDWORD requiredSize);
 BOOL SetupDiSetClassInstallParamsW(HDEVINFO set, PSP_DEVINFO_DATA device, PSP_CLASSINSTALL_HEADER params,
