@@ -1,5 +1,6 @@
 #include "installer/DevPropertiesReader.h"
 
+#include <algorithm>
 #include <cstring>
 #include <new>
 
@@ -106,4 +107,21 @@ std::wstring DevPropertiesReader::getAdapterName() const
         return name;
     }
     return getStringProperty(DEVPKEY_Device_DeviceDesc);
+}
+
+std::wstring DevPropertiesReader::getInstanceId() const
+{
+    DWORD requiredSize = 0;
+    SetupDiGetDeviceInstanceIdW(deviceInfoSet_, deviceInfoData_, nullptr, 0, &requiredSize);
+    if (requiredSize == 0) {
+        ZT_TRACE(0, "[!] SetupDiGetDeviceInstanceId(1) failed, code %d", static_cast<int>(GetLastError()));
+        return {};
+    }
+    std::wstring id(requiredSize, L'\0');
+    if (!SetupDiGetDeviceInstanceIdW(deviceInfoSet_, deviceInfoData_, id.data(), requiredSize, nullptr)) {
+        ZT_TRACE(0, "[!] SetupDiGetDeviceInstanceId(2) failed, code %d", static_cast<int>(GetLastError()));
+        return {};
+    }
+    id.resize(std::min(id.find(L'\0'), id.size()));
+    return id;
 }

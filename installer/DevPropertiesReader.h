@@ -28,6 +28,8 @@ public:
     // The name the management service knows the adapter by: the friendly
     // name, else the device description.
     std::wstring getAdapterName() const;
+    // The device instance id ("PCI\VEN_7E5C&DEV_C3E1&...\4&1A2B3C4D&0&00E0"); empty if it can't be read.
+    std::wstring getInstanceId() const;
 
 private:
     bool getProperty_(const DEVPROPKEY& key, DEVPROPTYPE requiredType, PropertyBuffer& out) const;

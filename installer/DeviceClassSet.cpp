@@ -49,7 +49,7 @@ bool findZtAdapters(std::vector<ZtAdapterDevice>& adapters, DWORD& error)
     for (std::size_t i = 0; i < network.size(); ++i) {
         const DevPropertiesReader device = network.reader(i);
         if (isSupportedHardwareId(device.getHardwareIds())) {
-            adapters.push_back({device.getAdapterName(), device.getProblemCode()});
+            adapters.push_back({device.getAdapterName(), device.getProblemCode(), device.getInstanceId()});
         }
     }
     ZT_TRACE(3, "findZtAdapters(): %d of %d network devices listed", static_cast<int>(adapters.size()),

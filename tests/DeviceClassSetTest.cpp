@@ -52,6 +52,8 @@ TEST(DeviceClassSet, findsThePresentListedNetworkAdaptersInTheDeviceManagersOrde
     for (const DeviceSetting& device : devices) {
         addDevice(device);
     }
+    const std::wstring uplinkId = L"PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_0B217E5C&REV_02\\4&1A2B3C4D&0&00E0";
+    host::addDevice(7, GUID_DEVCLASS_NET, true, uplinkId);
 
     std::vector<ZtAdapterDevice> found;
     DWORD error = 1;
@@ -60,6 +62,8 @@ TEST(DeviceClassSet, findsThePresentListedNetworkAdaptersInTheDeviceManagersOrde
     ASSERT_EQ(found.size(), 3U);
     EXPECT_EQ(found[0].name, L"Uplink");
     EXPECT_EQ(found[0].problemCode, 0U);
+    EXPECT_EQ(found[0].instanceId, uplinkId);
+    EXPECT_EQ(found[1].instanceId, L"ROOT\\NET\\0005") << "the host's own form";
     EXPECT_EQ(found[1].name, L"ZT 10G Adapter") << "named by its description without a friendly name";
     EXPECT_EQ(found[1].problemCode, 22U);
     EXPECT_EQ(found[2].name, L"No code");
@@ -68,6 +72,20 @@ TEST(DeviceClassSet, findsThePresentListedNetworkAdaptersInTheDeviceManagersOrde
 
     DeviceClassSet network(GUID_DEVCLASS_NET);
     EXPECT_EQ(network.size(), 4U) << "present network devices, listed or not";
+}
+
+TEST(DeviceClassSet, anInstanceIdThatCantBeReadLeavesTheAdapterListedWithoutOne)
+{
+    const TraceAll capture;
+    addDevice({GUID_DEVCLASS_NET, {listedId}, L"Uplink", nullptr, 1, 0, true, true});
+    host::failGetDeviceInstanceId(ERROR_INVALID_HANDLE);
+    std::vector<ZtAdapterDevice> found;
+    DWORD error = 1;
+    ASSERT_TRUE(findZtAdapters(found, error));
+    EXPECT_EQ(error, 0U);
+    ASSERT_EQ(found.size(), 1U);
+    EXPECT_EQ(found[0].name, L"Uplink");
+    EXPECT_EQ(found[0].instanceId, L"");
 }
 
 TEST(DeviceClassSet, aSetThatCantBeMadeIsAFailureWithItsCode)

@@ -37,6 +37,7 @@ DemoDevices::DemoDevices(std::vector<Device> devices) : devices_(std::move(devic
             {"SetupDiDestroyDeviceInfoList",
              reinterpret_cast<const void*>(&DemoDevices::destroyDeviceInfoList)},
             {"SetupDiGetDevicePropertyW", reinterpret_cast<const void*>(&DemoDevices::getDeviceProperty)},
+            {"SetupDiGetDeviceInstanceIdW", reinterpret_cast<const void*>(&DemoDevices::getDeviceInstanceId)},
         });
 }
 
@@ -48,7 +49,7 @@ DemoDevices::~DemoDevices()
 
 bool DemoDevices::patched() const
 {
-    return patch_->patched().size() == 4;
+    return patch_->patched().size() == 5;
 }
 
 HDEVINFO WINAPI DemoDevices::getClassDevs(const GUID* classGuid, PCWSTR /*enumerator*/, HWND /*parent*/,
@@ -83,6 +84,29 @@ BOOL WINAPI DemoDevices::destroyDeviceInfoList(HDEVINFO set)
     if (current == nullptr || (set != &current->set_ && set != &current->emptySet_)) {
         return fail(ERROR_INVALID_HANDLE);
     }
+    return TRUE;
+}
+
+BOOL WINAPI DemoDevices::getDeviceInstanceId(HDEVINFO set, PSP_DEVINFO_DATA device, PWSTR id, DWORD size,
+                                             PDWORD requiredSize)
+{
+    if (current == nullptr || set != &current->set_ || device == nullptr
+        || device->cbSize != sizeof(SP_DEVINFO_DATA) || device->DevInst == 0
+        || device->DevInst > current->devices_.size()) {
+        return fail(ERROR_INVALID_HANDLE);
+    }
+    if (id == nullptr && size != 0) {
+        return fail(ERROR_INVALID_USER_BUFFER);
+    }
+    const std::wstring& known = current->devices_[device->DevInst - 1].instanceId;
+    const auto needed = static_cast<DWORD>(known.size() + 1);  // characters, the closing zero too
+    if (requiredSize != nullptr) {
+        *requiredSize = needed;
+    }
+    if (size < needed) {
+        return fail(ERROR_INSUFFICIENT_BUFFER);
+    }
+    std::memcpy(id, known.c_str(), needed * sizeof(wchar_t));
     return TRUE;
 }
 

@@ -18,6 +18,7 @@ public:
         std::wstring friendlyName;
         std::vector<std::wstring> hardwareIds;
         std::uint32_t problemCode = 0;
+        std::wstring instanceId;
     };
 
     explicit DemoDevices(std::vector<Device> devices);
@@ -25,17 +26,20 @@ public:
     DemoDevices(const DemoDevices&) = delete;
     DemoDevices& operator=(const DemoDevices&) = delete;
 
-    // All four functions were found among the program's imports and replaced.
+    // All five functions were found among the program's imports and replaced.
     bool patched() const;
 
     // SetupDiGetClassDevsW, SetupDiEnumDeviceInfo, SetupDiDestroyDeviceInfoList,
-    // SetupDiGetDevicePropertyW, with SetupAPI's protocol for what the tool asks.
+    // SetupDiGetDevicePropertyW, SetupDiGetDeviceInstanceIdW, with SetupAPI's
+    // protocol for what the tool asks.
     static HDEVINFO WINAPI getClassDevs(const GUID* classGuid, PCWSTR enumerator, HWND parent, DWORD flags);
     static BOOL WINAPI enumDeviceInfo(HDEVINFO set, DWORD index, PSP_DEVINFO_DATA device);
     static BOOL WINAPI destroyDeviceInfoList(HDEVINFO set);
     static BOOL WINAPI getDeviceProperty(HDEVINFO set, PSP_DEVINFO_DATA device, const DEVPROPKEY* key,
                                          DEVPROPTYPE* type, PBYTE buffer, DWORD bufferSize,
                                          PDWORD requiredSize, DWORD flags);
+    static BOOL WINAPI getDeviceInstanceId(HDEVINFO set, PSP_DEVINFO_DATA device, PWSTR id, DWORD size,
+                                           PDWORD requiredSize);
 
 private:
     std::vector<Device> devices_;

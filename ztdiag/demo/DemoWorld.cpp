@@ -11,11 +11,18 @@ const wchar_t* const otherMakersId = L"PCI\\VEN_5B2D&DEV_0A41&SUBSYS_00005B2D&RE
 
 std::vector<DemoDevices::Device> devicesOf(const DemoSettings& settings)
 {
-    std::vector<DemoDevices::Device> devices{{settings.name, {listedId, L"PCI\\VEN_7E5C&DEV_C3E1"}, 0}};
+    std::vector<DemoDevices::Device> devices{{settings.name,
+                                              {listedId, L"PCI\\VEN_7E5C&DEV_C3E1"},
+                                              0,
+                                              std::wstring(listedId) + L"\\4&1A2B3C4D&0&00E0"}};
     if (settings.secondAdapter) {
-        devices.push_back({settings.name + L" #2", {listedId}, 22});
+        devices.push_back(
+            {settings.name + L" #2", {listedId}, 22, std::wstring(listedId) + L"\\4&1A2B3C4D&0&00E4"});
     }
-    devices.push_back({L"Onboard Gigabit Ethernet", {otherMakersId}, 0});
+    devices.push_back({L"Onboard Gigabit Ethernet",
+                       {otherMakersId},
+                       0,
+                       std::wstring(otherMakersId) + L"\\3&11583659&0&C8"});
     return devices;
 }
 
