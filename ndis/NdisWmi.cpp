@@ -9,6 +9,9 @@
 
 namespace {
 
+// NDIS_LINK_SPEED_UNKNOWN: the miniport doesn't know its link speed.
+constexpr std::uint64_t linkSpeedUnknown = ~0ULL;
+
 // In the order of registration.
 const wchar_t* const notificationClasses[] = {
     L"MSNdis_NotifyAdapterArrival",
@@ -154,7 +157,8 @@ std::uint64_t NdisWmi::linkSpeed() const
         ZT_TRACE(0, "[!] XmitLinkSpeed is not text (type %d)", static_cast<int>(speed.vartype()));
         return 0;
     }
-    return parseLinkSpeed(speed.get().bstrVal);
+    const std::uint64_t value = parseLinkSpeed(speed.get().bstrVal);
+    return value == linkSpeedUnknown ? 0 : value;
 }
 
 MediaConnectState NdisWmi::mediaConnectState() const

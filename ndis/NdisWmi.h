@@ -35,7 +35,8 @@ public:
     // after it no callback runs. Not to be called from a callback.
     void clearCallbacks();
 
-    // Bits per second; 0 when there is no answer.
+    // Bits per second; 0 when there is no answer or NDIS doesn't know it
+    // (NDIS_LINK_SPEED_UNKNOWN).
     std::uint64_t linkSpeed() const;
     MediaConnectState mediaConnectState() const;
 
