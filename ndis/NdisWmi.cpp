@@ -39,10 +39,12 @@ std::uint64_t parseLinkSpeed(const wchar_t* text)
     return digit == text ? 0 : value;
 }
 
-NdisWmi::NdisWmi(const wchar_t* instance) : instance_(instance != nullptr ? instance : L"")
+NdisWmi::NdisWmi(const wchar_t* instance, NdisEvents events) : instance_(instance != nullptr ? instance : L"")
 {
     ZT_TRACE(5, "NdisWmi(%S)", instance_.c_str());
-    registerForNotifications_();
+    if (events == NdisEvents::Subscribe) {
+        registerForNotifications_();
+    }
 }
 
 NdisWmi::~NdisWmi()

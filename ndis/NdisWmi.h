@@ -1,7 +1,8 @@
 // Watches one adapter through the NDIS classes: subscribes to its arrival,
 // removal and media events (delivered to the bound callbacks on the service's
-// threads) and queries its link speed and media state on demand. Constructed
-// and destroyed on one thread; the queries may run on any thread.
+// threads) and queries its link speed and media state on demand; or, made to
+// hear no events, only queries. Constructed and destroyed on one thread; the
+// queries may run on any thread.
 #pragma once
 
 #include <cstdint>
@@ -17,13 +18,20 @@
 #include "wmi/WbemClassObject.h"
 #include "wmi/com_ptr.h"
 
+// Whether a monitor subscribes to its adapter's events: a reader that looks
+// once (a listing) opens no subscription for the service to keep.
+enum class NdisEvents {
+    Subscribe,
+    None,  // the queries only; the bound callbacks are never called
+};
+
 // Its sink calls the NdisEventsOwner handlers; nothing else is to.
 class NdisWmi : public NdisEventsOwner {
 public:
     using AdapterCallback = std::function<void(const std::wstring& instanceName)>;
     using MediaCallback = std::function<void(const std::wstring& instanceName, MediaConnectState state)>;
 
-    explicit NdisWmi(const wchar_t* instance);
+    explicit NdisWmi(const wchar_t* instance, NdisEvents events = NdisEvents::Subscribe);
     NdisWmi(const NdisWmi&) = delete;
     NdisWmi& operator=(const NdisWmi&) = delete;
     virtual ~NdisWmi();

@@ -6,8 +6,8 @@
 #include "trace/Trace.h"
 #include "wmi/WbemServices.h"
 
-ZtNic::ZtNic(const std::wstring& instanceName, bool deviceReady)
-    : instanceName_(instanceName), ndis_(instanceName.c_str()), ready_(deviceReady)
+ZtNic::ZtNic(const std::wstring& instanceName, bool deviceReady, NdisEvents events)
+    : instanceName_(instanceName), ndis_(instanceName.c_str(), events), ready_(deviceReady)
 {
     ZT_TRACE(4, "ZtNic()");
     ndis_.bindCallbacks(

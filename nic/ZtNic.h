@@ -23,8 +23,10 @@
 
 class ZtNic {
 public:
-    // `deviceReady`: the device's problem code was read and is 0.
-    ZtNic(const std::wstring& instanceName, bool deviceReady);
+    // `deviceReady`: the device's problem code was read and is 0. With
+    // NdisEvents::None it reads what it knows once and hears of no arrival,
+    // removal or media change after.
+    ZtNic(const std::wstring& instanceName, bool deviceReady, NdisEvents events = NdisEvents::Subscribe);
     ZtNic(const ZtNic&) = delete;
     ZtNic& operator=(const ZtNic&) = delete;
     ~ZtNic();

@@ -114,6 +114,18 @@ TEST_F(NdisWmiTest, subscribesToTheFourEventClassesOfItsAdapter)
     }
 }
 
+TEST_F(NdisWmiTest, aMonitorThatHearsNoEventsSubscribesToNoneAndStillQueries)
+{
+    ndis_->setLinkState(adapter, sim::LinkState::at(2500000000ULL));
+    onNewThread([&] {
+        const NdisWmi monitor(adapter, NdisEvents::None);
+        EXPECT_EQ(monitor.mediaConnectState(), MediaConnectState::Connected);
+        EXPECT_EQ(monitor.linkSpeed(), 2500000000ULL);
+    });
+    EXPECT_EQ(queries(), std::vector<std::wstring>{});
+    EXPECT_EQ(callsOf("CancelAsyncCall"), 0) << "nothing to cancel";
+}
+
 TEST_F(NdisWmiTest, aFailedRegistrationIsTracedAndTheOthersGoOn)
 {
     service_.injectFault(

@@ -141,14 +141,76 @@ template <typename... Text> std::vector<std::wstring> args(Text... texts)
     return {texts...};
 }
 
+bool has(const std::vector<std::wstring>& arguments, const wchar_t* word)
+{
+    return std::find(arguments.begin(), arguments.end(), word) != arguments.end();
+}
+
+// Runs the tool as its user does, on a thread of its own; a watch is ended by
+// Ctrl+C once it has subscribed, after `whileWatching`.
+int run(Machine& machine, const std::vector<std::wstring>& arguments,
+        const std::function<void()>& whileWatching = nullptr)
+{
+    std::atomic<bool> ended{false};
+    int code = -1;
+    std::thread tool([&] {
+        code = ztdiagMain(arguments, machine.console);
+        ended = true;
+    });
+    std::function<void()> ctrlC;
+    for (int wait = 0; wait < 1000 && !ended && !(ctrlC = machine.console.interruptHandler()); ++wait) {
+        std::this_thread::sleep_for(10ms);
+    }
+    if (ctrlC) {
+        if (whileWatching) {
+            whileWatching();
+        }
+        ctrlC();
+    }
+    tool.join();
+    return code;
+}
+
+// Each JSON document of `text`: one per line for `watch`, else the whole text.
+std::vector<json> documents(const std::wstring& text, bool perLine)
+{
+    if (!perLine) {
+        return {parsed(text)};
+    }
+    std::vector<json> lines;
+    std::wistringstream in(text);
+    for (std::wstring line; std::getline(in, line);) {
+        lines.push_back(parsed(line));
+    }
+    return lines;
+}
+
 struct Case {
     std::vector<std::wstring> arguments;
     int devices;  // as Machine takes them
     int code;
     void (*setup)(Machine&);  // may be null
-    std::wstring out;  // with --json a document, compared parsed
+    std::wstring out;  // with --json the documents, compared parsed; `watch`'s one a line
     std::wstring err;
 };
+
+void expectCase(const Case& c)
+{
+    SCOPED_TRACE(testing::PrintToString(c.arguments));
+    Machine machine(c.devices);
+    if (c.setup != nullptr) {
+        c.setup(machine);
+    }
+    EXPECT_EQ(run(machine, c.arguments), c.code);
+    EXPECT_EQ(machine.console.errText, c.err);
+    if (has(c.arguments, L"--json") && !c.out.empty()) {
+        const bool perLine = has(c.arguments, L"watch");
+        EXPECT_EQ(documents(machine.console.outText, perLine), documents(c.out, perLine))
+            << testing::PrintToString(machine.console.outText);
+    } else {
+        EXPECT_EQ(machine.console.outText, c.out);
+    }
+}
 
 TEST(Ztdiag, printsWhatTheUserAskedForAndExitsWithItsCode)
 {
@@ -242,19 +304,7 @@ TEST(Ztdiag, printsWhatTheUserAskedForAndExitsWithItsCode)
         {args(L"--version"), 1, 0, nullptr, L"ztdiag " ZTPROP_VERSION_TEXT L"\n", L""},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(testing::PrintToString(c.arguments));
-        Machine machine(c.devices);
-        if (c.setup != nullptr) {
-            c.setup(machine);
-        }
-        EXPECT_EQ(ztdiagMain(c.arguments, machine.console), c.code);
-        EXPECT_EQ(machine.console.errText, c.err);
-        if (std::find(c.arguments.begin(), c.arguments.end(), L"--json") != c.arguments.end()) {
-            EXPECT_EQ(parsed(machine.console.outText), parsed(c.out))
-                << testing::PrintToString(machine.console.outText);
-        } else {
-            EXPECT_EQ(machine.console.outText, c.out);
-        }
+        expectCase(c);
     }
 }
 
@@ -329,22 +379,13 @@ TEST(Ztdiag, watchPrintsATimestampedLineForEachLinkEventUntilCtrlC)
     for (const bool asJson : {false, true}) {
         SCOPED_TRACE(asJson ? "--json" : "text");
         Machine machine(2);
-        int code = -1;
-        std::thread tool(
-            [&] { code = ztdiagMain(asJson ? args(L"watch", L"--json") : args(L"watch"), machine.console); });
-        std::function<void()> ctrlC;
-        for (int wait = 0; wait < 1000 && !(ctrlC = machine.console.interruptHandler()); ++wait) {
-            std::this_thread::sleep_for(10ms);
-        }
-        if (ctrlC) {
+        const int code = run(machine, asJson ? args(L"watch", L"--json") : args(L"watch"), [&] {
             for (const auto& change : changes) {
                 host::setLocalTime({2024, 5, 2, 14, 9, change.first, 0, 0});
                 change.second(machine.sim);
                 EXPECT_TRUE(machine.sim.service().drain(10s));
             }
-            ctrlC();
-        }
-        tool.join();
+        });
         EXPECT_EQ(code, 0);
         EXPECT_EQ(machine.console.errText, L"");
         EXPECT_FALSE(machine.console.interruptHandler()) << "Ctrl+C ends the program again";
@@ -365,12 +406,32 @@ TEST(Ztdiag, watchPrintsATimestampedLineForEachLinkEventUntilCtrlC)
             EXPECT_EQ(machine.console.outText, text);
             continue;
         }
-        std::vector<json> printed;
-        std::wistringstream out(machine.console.outText);
-        for (std::wstring line; std::getline(out, line);) {
-            printed.push_back(parsed(line));
-        }
-        EXPECT_EQ(printed, objects);
+        EXPECT_EQ(documents(machine.console.outText, true), objects);
+    }
+}
+
+// ---- A lean listing ---------------------------------------------------------
+
+TEST(Ztdiag, theListingOpensNoEventSubscription)
+{
+    const struct {
+        std::vector<std::wstring> arguments;
+        int subscriptions;  // ExecNotificationQueryAsync calls
+    } cases[] = {
+        {args(), 0},
+        {args(L"--json"), 0},
+        {args(L"cable-test"), 4},  // a cable test waits for the link to come back
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c.arguments));
+        Machine machine(1);
+        EXPECT_EQ(run(machine, c.arguments), 0);
+        const std::vector<sim::CallRecord> calls = machine.sim.service().calls();
+        EXPECT_EQ(std::count_if(
+                      calls.begin(), calls.end(),
+                      [](const sim::CallRecord& call) { return call.call == "ExecNotificationQueryAsync"; }),
+                  c.subscriptions);
+        EXPECT_NE(machine.console.outText, L"");
     }
 }
 

@@ -17,7 +17,8 @@ struct Survey {
 };
 
 // On the service thread. A device that isn't working isn't asked: its driver
-// has nothing to say, as on the page.
+// has nothing to say, as on the page. A listing looks once, so the model
+// subscribes to no event.
 AdapterReport surveyAdapter(const ZtAdapterDevice& device)
 {
     AdapterReport report;
@@ -26,7 +27,7 @@ AdapterReport surveyAdapter(const ZtAdapterDevice& device)
     if (device.problemCode != 0) {
         return report;
     }
-    ZtNic nic(device.name, true);
+    ZtNic nic(device.name, true, NdisEvents::None);
     report.ready = nic.isReady();
     report.media = nic.mediaState();
     report.linkSpeed = nic.linkSpeed();
