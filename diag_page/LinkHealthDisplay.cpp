@@ -85,5 +85,6 @@ void ZethoriaDiagPage::showDeviceStatus_()
     for (int reads = 1; problemCode() == 0 && reads < problemCodeReads; ++reads) {
         Sleep(problemCodeWait);
     }
-    resultsList_.addLine(deviceStatusText(problemCode()), DiagResultsList::ImageWarning);
+    resultsList_.addLine(deviceStatusText(problemCode(), ProblemCodeNumber::Signed),
+                         DiagResultsList::ImageWarning);
 }

@@ -9,6 +9,7 @@ constexpr std::uint32_t problemDisabled = 22;  // CM_PROB_DISABLED
 
 }  // namespace
 
+const wchar_t* const unknownText = L"<unknown>";
 const wchar_t* const cableGoodText = L"The overall status of cable is good";
 const wchar_t* const cableLengthUnknownText = L"Unable to determine cable length";
 const wchar_t* const firmwareUnsupportedText
@@ -33,10 +34,10 @@ const wchar_t* linkSpeedText(std::uint64_t speed)
             return entry.text;
         }
     }
-    return L"<unknown>";
+    return unknownText;
 }
 
-std::wstring deviceStatusText(std::uint32_t problemCode)
+std::wstring deviceStatusText(std::uint32_t problemCode, ProblemCodeNumber number)
 {
     if (problemCode == problemDisabled) {
         return L"Device is disabled";
@@ -44,7 +45,10 @@ std::wstring deviceStatusText(std::uint32_t problemCode)
     if (problemCode == 0) {
         return L"Unable to query device";
     }
-    return formatString(L"Device has a problem (code %d)", static_cast<int>(problemCode));
+    const std::wstring code = number == ProblemCodeNumber::Unsigned
+        ? formatString(L"%u", static_cast<unsigned>(problemCode))
+        : formatString(L"%d", static_cast<int>(problemCode));
+    return L"Device has a problem (code " + code + L")";
 }
 
 TemperatureHealth temperatureHealth(const ZtThermalInfo& thermal)

@@ -11,15 +11,25 @@
 #include "nic/ZtPairInfo.h"
 #include "nic/ZtThermalInfo.h"
 
+// "<unknown>": a value that isn't known.
+extern const wchar_t* const unknownText;
+
 // "Connected" for a connected link, "Disconnected" for any other state.
 const wchar_t* mediaStateText(MediaConnectState state);
 // The text of a link speed in bits per second; "<unknown>" for any other value.
 const wchar_t* linkSpeedText(std::uint64_t speed);
 
+// How a problem code's number is written: the page writes it signed, as it
+// always has, so an unreadable code reads -1; the tool writes it as Windows
+// shows it, unsigned (4294967295).
+enum class ProblemCodeNumber {
+    Signed,
+    Unsigned,
+};
 // Why a device isn't ready, by its problem code: 22 "Device is disabled", 0
 // "Unable to query device" (the device works, its driver doesn't answer), any
-// other "Device has a problem (code %d)", signed, so an unreadable code reads -1.
-std::wstring deviceStatusText(std::uint32_t problemCode);
+// other "Device has a problem (code N)".
+std::wstring deviceStatusText(std::uint32_t problemCode, ProblemCodeNumber number);
 
 enum class TemperatureHealth {
     Unknown,  // no temperature reported

@@ -129,12 +129,56 @@ std::wstring usageError(const std::wstring& message)
           L" (ztdiag --help tells more)\n";
 }
 
-const wchar_t* const firstListed = L"Name       : ZT Ethernet Adapter\nState      : Ready\n"
-                                   L"Link       : Connected, 2.5 Gbps\n"
-                                   L"Health     : Temperature is ok (PHY 54.25\u00B0C, MAC 61\u00B0C)\n"
-                                   L"Firmware   : 1.5.66\nCable test : Yes\n";
+// The listing of `first` with this link and health.
+std::wstring firstListedAs(const std::wstring& link, const std::wstring& health)
+{
+    return L"Name       : ZT Ethernet Adapter\nState      : Ready\nLink       : " + link + L"\nHealth     : "
+        + health + L"\nFirmware   : 1.5.66\nCable test : Yes\n";
+}
+const std::wstring firstListed
+    = firstListedAs(L"Connected, 2.5 Gbps", L"Temperature is ok (PHY 54.25\u00B0C, MAC 61\u00B0C)");
+// The same as JSON, with these JSON values.
+std::wstring firstListedAsJson(const std::wstring& link, const std::wstring& speed,
+                               const std::wstring& speedText, const std::wstring& phy = L"54.25",
+                               const std::wstring& mac = L"61.0")
+{
+    return LR"({"adapters": [{"name": "ZT Ethernet Adapter", "state": "ready", "stateText": "Ready",
+        "problemCode": 0, "link": )"
+        + link + L", \"speed\": " + speed + L", \"speedText\": " + speedText
+        + LR"(, "health": "ok", "healthText": "Temperature is ok", "phyTemperature": )" + phy
+        + L", \"macTemperature\": " + mac + LR"(, "firmware": "1.5.66", "cableTest": true}]})";
+}
+// A device that isn't working, as the listing shows it.
+std::wstring notWorkingListed(const std::wstring& name, const std::wstring& state)
+{
+    return L"Name       : " + name + L"\nState      : " + state
+        + L"\nLink       : <unknown>\nHealth     : Temperature <unknown>\nFirmware   : <unknown>\n"
+          L"Cable test : No, the device isn't ready\n";
+}
 const wchar_t* const goodPairs = L"Cable test on ZT Ethernet Adapter\nPair A: OK\nPair B: OK\nPair C: OK\n"
                                  L"Pair D: OK\nThe overall status of cable is good\n";
+// A cable test's JSON on `first` with four good pairs and these JSON values.
+std::wstring goodPairsJson(const std::wstring& link, const std::wstring& speed, const std::wstring& speedText,
+                           const std::wstring& cableLength, const std::wstring& category)
+{
+    std::wstring pairs;
+    for (const wchar_t* pair : {L"A", L"B", L"C", L"D"}) {
+        pairs += std::wstring(pairs.empty() ? L"" : L", ") + L"{\"pair\": \"" + pair
+            + L"\", \"status\": 0, \"verdict\": \"OK\", \"distance\": null, \"partner\": null, \"text\": "
+              L"\"Pair "
+            + pair + L": OK\"}";
+    }
+    return L"{\"adapter\": \"ZT Ethernet Adapter\", \"good\": true, \"pairs\": [" + pairs + L"], \"link\": "
+        + link + L", \"speed\": " + speed + L", \"speedText\": " + speedText + L", \"cableLength\": "
+        + cableLength + L", \"category\": " + category + L"}";
+}
+// The line `watch` prints first for `first`, at the host's clock (09:30).
+std::wstring watchingFirst(const std::wstring& state)
+{
+    return L"Watching ZT Ethernet Adapter; press Ctrl+C to stop.\n2024-05-14 09:30:00.000  ZT Ethernet "
+           L"Adapter  "
+        + state + L"\n";
+}
 
 template <typename... Text> std::vector<std::wstring> args(Text... texts)
 {
@@ -228,16 +272,13 @@ TEST(Ztdiag, printsWhatTheUserAskedForAndExitsWithItsCode)
              m.device(disabled, 22);
              m.sim.revokeLocator();  // a device that isn't working needs no service
          },
-         L"Name       : ZT Ethernet Adapter #2\nState      : Device is disabled\nLink       : Disconnected\n"
-         L"Health     : Temperature <unknown>\nFirmware   : <unknown>\n"
-         L"Cable test : No, the device isn't ready\n",
-         L""},
+         notWorkingListed(disabled, L"Device is disabled"), L""},
         {args(L"--json"), 2, 0, nullptr,
          LR"({"adapters": [{"name": "ZT Ethernet Adapter", "state": "ready", "stateText": "Ready",
            "problemCode": 0, "link": "connected", "speed": 2500000000, "speedText": "2.5 Gbps", "health": "ok",
            "healthText": "Temperature is ok", "phyTemperature": 54.25, "macTemperature": 61.0, "firmware": "1.5.66",
            "cableTest": true}, {"name": "ZT Ethernet Adapter #2", "state": "disabled", "problemCode": 22,
-           "stateText": "Device is disabled", "link": "disconnected", "speed": null, "speedText": null,
+           "stateText": "Device is disabled", "link": null, "speed": null, "speedText": null,
            "health": "unknown", "healthText": "Temperature <unknown>", "phyTemperature": null,
            "macTemperature": null, "firmware": null, "cableTest": false}]})",
          L""},
@@ -362,7 +403,7 @@ TEST(Ztdiag, watchPrintsATimestampedLineForEachLinkEventUntilCtrlC)
         {30, first, L"Connected, 2.5 Gbps",
          R"({"event":"state","problemCode":0,"link":"connected","speed":2500000000,"speedText":"2.5 Gbps"})"},
         {30, disabled, L"Device is disabled",
-         R"({"event":"state","problemCode":22,"link":"disconnected","speed":null,"speedText":null})"},
+         R"({"event":"state","problemCode":22,"link":null,"speed":null,"speedText":null})"},
         {31, first, L"Disconnected",
          R"({"event":"disconnected","link":"disconnected","speed":null,"speedText":null})"},
         {32, first, L"Connected, 2.5 Gbps",
@@ -407,6 +448,155 @@ TEST(Ztdiag, watchPrintsATimestampedLineForEachLinkEventUntilCtrlC)
             continue;
         }
         EXPECT_EQ(documents(machine.console.outText, true), objects);
+    }
+}
+
+// ---- What the tool doesn't know it never shows as fact ---------------------
+
+void linkQueryFails(Machine& m)
+{
+    m.sim.service().injectFault(
+        sim::Fault::on("ExecMethod", WBEM_E_FAILED).forTarget(L"MSNdis_LinkState.WmiQueryLinkState"));
+}
+
+// NDIS_LINK_SPEED_UNKNOWN on a connected link.
+constexpr std::uint64_t speedUnknown = ~0ULL;
+
+TEST(Ztdiag, aLinkStateOrSpeedThatCantBeReadIsUnknownNeverDisconnectedOrZero)
+{
+    const Case cases[] = {
+        // The listing.
+        {args(), 1, 0, linkQueryFails,
+         firstListedAs(L"<unknown>", L"Temperature is ok (PHY 54.25\u00B0C, MAC 61\u00B0C)"), L""},
+        {args(L"--json"), 1, 0, linkQueryFails, firstListedAsJson(L"null", L"null", L"null"), L""},
+        {args(), 1, 0,
+         [](Machine& m) {
+             m.sim.ndis().setLinkState(first, {0, sim::ndis::duplexFull, gbps1, gbps1});
+         },
+         firstListedAs(L"<unknown>", L"Temperature is ok (PHY 54.25\u00B0C, MAC 61\u00B0C)"), L""},
+        {args(L"--json"), 1, 0,
+         [](Machine& m) {
+             m.sim.ndis().setLinkState(first, {7, sim::ndis::duplexFull, gbps1, gbps1});
+         },
+         firstListedAsJson(L"null", L"null", L"null"), L""},
+        {args(), 1, 0, [](Machine& m) { m.sim.ndis().setLinkState(first, sim::LinkState::at(speedUnknown)); },
+         firstListedAs(L"Connected, <unknown>", L"Temperature is ok (PHY 54.25\u00B0C, MAC 61\u00B0C)"), L""},
+        {args(L"--json"), 1, 0,
+         [](Machine& m) {
+             m.sim.service().injectFault(sim::Fault::on("ExecMethod", WBEM_E_FAILED)
+                                             .forTarget(L"MSNdis_LinkState.WmiQueryLinkState")
+                                             .onlyCall(2));  // the speed's query, after the state's
+         },
+         firstListedAsJson(L"\"connected\"", L"null", L"null"), L""},
+        // The state `watch` starts from.
+        {args(L"watch"), 1, 0, linkQueryFails, watchingFirst(L"<unknown>"), L""},
+        {args(L"watch", L"--json"), 1, 0, linkQueryFails,
+         LR"({"time": "2024-05-14T09:30:00.000", "adapter": "ZT Ethernet Adapter", "event": "state", )"
+         LR"("problemCode": 0, "link": null, "speed": null, "speedText": null})",
+         L""},
+        {args(L"watch"), 1, 0,
+         [](Machine& m) { m.sim.ndis().setLinkState(first, sim::LinkState::at(speedUnknown)); },
+         watchingFirst(L"Connected, <unknown>"), L""},
+        // The cable test's report: with no link state there is no length, nor
+        // with no speed, which tells whether the length needs the category.
+        {args(L"cable-test"), 1, 0,
+         [](Machine& m) {
+             linkQueryFails(m);
+             m.sim.driver().onLinkDrop([](const std::wstring&) {});  // and no link event either
+             m.sim.driver().onLinkRestore([](const std::wstring&) {});
+         },
+         std::wstring(goodPairs) + L"Unable to determine cable length: link <unknown>\n", L""},
+        {args(L"cable-test", L"--json"), 1, 0,
+         [](Machine& m) {
+             linkQueryFails(m);
+             m.sim.driver().onLinkDrop([](const std::wstring&) {});
+             m.sim.driver().onLinkRestore([](const std::wstring&) {});
+         },
+         goodPairsJson(L"null", L"null", L"null", L"null", L"null"), L""},
+        {args(L"cable-test"), 1, 0,
+         [](Machine& m) {
+             m.sim.driver().onLinkRestore([&m](const std::wstring& name) {
+                 m.sim.ndis().setLinkState(name, sim::LinkState::at(speedUnknown));
+                 m.sim.ndis().connect(name);
+             });
+         },
+         std::wstring(goodPairs) + L"Unable to determine cable length: link speed <unknown>\n", L""},
+        {args(L"cable-test", L"--json", L"--category", L"6"), 1, 0,
+         [](Machine& m) {
+             m.sim.driver().onLinkRestore([&m](const std::wstring& name) {
+                 m.sim.ndis().setLinkState(name, sim::LinkState::at(speedUnknown));
+                 m.sim.ndis().connect(name);
+             });
+         },
+         goodPairsJson(L"\"connected\"", L"null", L"null", L"null", L"null"), L""},
+    };
+    for (const Case& c : cases) {
+        expectCase(c);
+    }
+}
+
+TEST(Ztdiag, aTemperatureTheDriverDoesntReportReadsUnknown)
+{
+    const Case cases[] = {
+        {args(), 1, 0, [](Machine& m) { m.sim.driver().setThermalFlags(first, 4); },
+         firstListedAs(L"Connected, 2.5 Gbps", L"Temperature is ok (PHY 54.25\u00B0C, MAC <unknown>)"), L""},
+        {args(), 1, 0, [](Machine& m) { m.sim.driver().setThermalFlags(first, 8); },
+         firstListedAs(L"Connected, 2.5 Gbps", L"Temperature is ok (PHY <unknown>, MAC 61\u00B0C)"), L""},
+        {args(L"--json"), 1, 0, [](Machine& m) { m.sim.driver().setThermalFlags(first, 8); },
+         firstListedAsJson(L"\"connected\"", L"2500000000", L"\"2.5 Gbps\"", L"null", L"61.0"), L""},
+    };
+    for (const Case& c : cases) {
+        expectCase(c);
+    }
+}
+
+TEST(Ztdiag, theCategoryIsTheOneAskedForWhereverItAppliesWithALengthOrNot)
+{
+    const auto noLength = [](Machine& m) { m.sim.driver().setCableLength(first, 0); };
+    const Case cases[] = {
+        {args(L"cable-test", L"--category", L"6", L"--json"), 1, 0, noLength,
+         goodPairsJson(L"\"connected\"", L"2500000000", L"\"2.5 Gbps\"", L"null", L"\"6\""), L""},
+        {args(L"cable-test", L"--json"), 1, 0,
+         [](Machine& m) {
+             m.sim.driver().setCableLength(first, 0);
+             m.sim.renegotiate(gbps5);
+         },
+         goodPairsJson(L"\"connected\"", L"5000000000", L"\"5.0 Gbps\"", L"null", L"\"5e\""), L""},
+        {args(L"cable-test", L"--category", L"6", L"--json"), 1, 0,
+         [](Machine& m) { m.sim.renegotiate(gbps1); },
+         goodPairsJson(L"\"connected\"", L"1000000000", L"\"1.0 Gbps\"", L"100", L"null"), L""},
+        {args(L"cable-test", L"--category", L"6"), 1, 0, noLength,
+         std::wstring(goodPairs) + L"Unable to determine cable length\n", L""},
+    };
+    for (const Case& c : cases) {
+        expectCase(c);
+    }
+}
+
+TEST(Ztdiag, aProblemCodeIsTheUnsignedNumberWindowsShows)
+{
+    const auto unreadable = [](Machine& m) {
+        m.device(first);
+        host::removeDeviceProperty(host::makeDevice(1), DEVPKEY_Device_ProblemCode);
+    };
+    const Case cases[] = {
+        {args(), 0, 0, unreadable, notWorkingListed(first, L"Device has a problem (code 4294967295)"), L""},
+        {args(L"--json"), 0, 0, unreadable,
+         LR"j({"adapters": [{"name": "ZT Ethernet Adapter", "state": "problem",
+           "stateText": "Device has a problem (code 4294967295)", "problemCode": 4294967295, "link": null,
+           "speed": null, "speedText": null, "health": "unknown", "healthText": "Temperature <unknown>",
+           "phyTemperature": null, "macTemperature": null, "firmware": null, "cableTest": false}]})j",
+         L""},
+        {args(L"cable-test"), 0, 2, [](Machine& m) { m.device(first, 0x80000000); }, L"",
+         L"ztdiag: ZT Ethernet Adapter: Device has a problem (code 2147483648)\n"},
+        {args(L"watch"), 0, 0, unreadable, watchingFirst(L"Device has a problem (code 4294967295)"), L""},
+        {args(L"watch", L"--json"), 0, 0, [](Machine& m) { m.device(first, 28); },
+         LR"({"time": "2024-05-14T09:30:00.000", "adapter": "ZT Ethernet Adapter", "event": "state", )"
+         LR"("problemCode": 28, "link": null, "speed": null, "speedText": null})",
+         L""},
+    };
+    for (const Case& c : cases) {
+        expectCase(c);
     }
 }
 

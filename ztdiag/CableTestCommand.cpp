@@ -78,7 +78,8 @@ void cableTest(CableRun& run, const std::wstring& name, const ZtdiagLimits& limi
     nic.nicMediaChanged.remove(key);
     report.media = nic.mediaState();
     report.linkSpeed = nic.linkSpeed();
-    if (report.media == MediaConnectState::Connected) {
+    // The length needs the link, and its speed to tell whether it needs correcting.
+    if (report.media == MediaConnectState::Connected && report.linkSpeed != 0) {
         report.cableLength = nic.estimateCableLength(report.category);
         report.corrected = report.linkSpeed == speed2500M || report.linkSpeed == speed5G;
     }
@@ -122,7 +123,9 @@ private:
 int runCableTest(const CommandContext& context, const ZtAdapterDevice& adapter)
 {
     if (adapter.problemCode != 0) {
-        return context.fail(exitNotTestable, adapter.name + L": " + deviceStatusText(adapter.problemCode));
+        return context.fail(exitNotTestable,
+                            adapter.name + L": "
+                                + deviceStatusText(adapter.problemCode, ProblemCodeNumber::Unsigned));
     }
     auto run = std::make_shared<CableRun>();
     run->report.adapter = adapter.name;
@@ -153,7 +156,8 @@ int runCableTest(const CommandContext& context, const ZtAdapterDevice& adapter)
     case CableRun::ServiceDown:
         return context.fail(exitServiceFailed, L"can't connect to the management service (root\\wmi)");
     case CableRun::NotReady:
-        return context.fail(exitNotTestable, adapter.name + L": " + deviceStatusText(0));
+        return context.fail(exitNotTestable,
+                            adapter.name + L": " + deviceStatusText(0, ProblemCodeNumber::Unsigned));
     case CableRun::Unsupported:
         return context.fail(exitNotTestable,
                             adapter.name + L": " + firmwareUnsupportedText + L" (firmware "

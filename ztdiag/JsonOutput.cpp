@@ -51,12 +51,14 @@ Json temperature(const ZtThermalInfo& thermal, std::uint8_t validFlag, double va
     return (thermal.flags & validFlag) != 0 ? Json(value) : Json(nullptr);
 }
 
+// Null for what isn't known: the link (isLinkKnown), the speed without a link or unread.
 void addLink(Json& json, MediaConnectState media, std::uint64_t linkSpeed)
 {
     const bool connected = media == MediaConnectState::Connected;
-    json["link"] = connected ? "connected" : "disconnected";
-    json["speed"] = connected ? Json(linkSpeed) : Json(nullptr);
-    json["speedText"] = connected ? text(linkSpeedText(linkSpeed)) : Json(nullptr);
+    json["link"] = !isLinkKnown(media) ? Json(nullptr) : connected ? "connected" : "disconnected";
+    const bool speedKnown = connected && linkSpeed != 0;
+    json["speed"] = speedKnown ? Json(linkSpeed) : Json(nullptr);
+    json["speedText"] = speedKnown ? text(linkSpeedText(linkSpeed)) : Json(nullptr);
 }
 
 const char* eventName(WatchEvent::Kind kind)
@@ -126,9 +128,11 @@ std::wstring cableTestJson(const CableTestReport& report)
     }
     json["pairs"] = std::move(pairs);
     addLink(json, report.media, report.linkSpeed);
-    const bool known = report.media == MediaConnectState::Connected && report.cableLength != 0;
+    const bool known
+        = report.media == MediaConnectState::Connected && report.linkSpeed != 0 && report.cableLength != 0;
     json["cableLength"] = known ? Json(report.cableLength) : Json(nullptr);
-    json["category"] = known && report.corrected ? text(categoryName(report.category)) : Json(nullptr);
+    // The category asked for wherever it applies, a length or not.
+    json["category"] = report.corrected ? text(categoryName(report.category)) : Json(nullptr);
     return document(json, 2);
 }
 

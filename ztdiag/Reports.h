@@ -13,13 +13,21 @@
 #include "nic/ZtThermalInfo.h"
 #include "platform.h"
 
+// What the tool states as the link: connected or disconnected as NDIS said it.
+// Any other state (no answer, a value NDIS doesn't define, a device that isn't
+// working and so wasn't asked) is unknown. A link speed of 0 is unknown too.
+inline bool isLinkKnown(MediaConnectState media)
+{
+    return media == MediaConnectState::Connected || media == MediaConnectState::Disconnected;
+}
+
 // One adapter of the listing.
 struct AdapterReport {
     std::wstring name;
     std::uint32_t problemCode = 0;  // as found by the device manager
     bool ready = false;  // the device works and its driver answers
     MediaConnectState media = MediaConnectState::Unknown;
-    std::uint64_t linkSpeed = 0;  // bits per second; the last known while connected
+    std::uint64_t linkSpeed = 0;  // bits per second; the last known while connected; 0: unknown
     ZtThermalInfo thermal;  // read only from a ready adapter
     ZtFwVersion firmware;  // all zero: unknown
     bool cableTestSupported = false;
@@ -32,8 +40,9 @@ struct CableTestReport {
     MediaConnectState media = MediaConnectState::Unknown;  // once the link is back (or not)
     std::uint64_t linkSpeed = 0;
     std::uint32_t cableLength = 0;  // meters; 0: none could be determined
-    bool corrected = false;  // the length is corrected for `category` (2.5 and 5 Gbps)
-    CableCategory category = Cat5e;
+    // Connected at 2.5 or 5 Gbps, where a length is corrected for `category`.
+    bool corrected = false;
+    CableCategory category = Cat5e;  // as asked for
 };
 
 // One line of `watch`.

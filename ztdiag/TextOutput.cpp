@@ -11,18 +11,36 @@ void addField(std::wstring& text, const wchar_t* label, const std::wstring& valu
     text += formatString(L"%-11s: %s\n", label, value.c_str());
 }
 
+// "54.25°C", or "<unknown>" for a temperature the driver doesn't report.
+std::wstring temperature(const ZtThermalInfo& thermal, std::uint8_t validFlag, double value)
+{
+    return (thermal.flags & validFlag) != 0 ? temperatureText(true, value) : std::wstring(unknownText);
+}
+
 std::wstring healthText(const AdapterReport& adapter)
 {
     const ZtThermalInfo& thermal = adapter.thermal;
     const TemperatureHealth health = temperatureHealth(thermal);
     std::wstring text = temperatureHealthText(health);
     if (health != TemperatureHealth::Unknown) {
-        text += L" (PHY "
-            + temperatureText((thermal.flags & ZtThermalInfo::phyValid) != 0, thermal.phyTemperature)
-            + L", MAC "
-            + temperatureText((thermal.flags & ZtThermalInfo::macValid) != 0, thermal.macTemperature) + L")";
+        text += L" (PHY " + temperature(thermal, ZtThermalInfo::phyValid, thermal.phyTemperature) + L", MAC "
+            + temperature(thermal, ZtThermalInfo::macValid, thermal.macTemperature) + L")";
     }
     return text;
+}
+
+// Why no length can be given, after "Unable to determine cable length"; null
+// when the link allows one.
+const wchar_t* noLinkReason(const CableTestReport& report)
+{
+    if (report.media == MediaConnectState::Disconnected) {
+        return L": no link";
+    }
+    if (!isLinkKnown(report.media)) {
+        return L": link <unknown>";
+    }
+    // Whether the length needs the category's correction depends on the speed.
+    return report.linkSpeed == 0 ? L": link speed <unknown>" : nullptr;
 }
 
 std::wstring cableTestAbility(const AdapterReport& adapter)
@@ -37,11 +55,14 @@ std::wstring cableTestAbility(const AdapterReport& adapter)
 
 std::wstring adapterStateText(const AdapterReport& adapter)
 {
-    return adapter.ready ? L"Ready" : deviceStatusText(adapter.problemCode);
+    return adapter.ready ? L"Ready" : deviceStatusText(adapter.problemCode, ProblemCodeNumber::Unsigned);
 }
 
 std::wstring linkText(MediaConnectState media, std::uint64_t linkSpeed)
 {
+    if (!isLinkKnown(media)) {
+        return unknownText;
+    }
     std::wstring text = mediaStateText(media);
     if (media == MediaConnectState::Connected) {
         text += L", ";
@@ -86,11 +107,10 @@ std::wstring cableTestText(const CableTestReport& report)
         text += cableGoodText;
         text += L"\n";
     }
-    if (report.media != MediaConnectState::Connected) {
+    const wchar_t* const noLink = noLinkReason(report);
+    if (noLink != nullptr || report.cableLength == 0) {
         text += cableLengthUnknownText;
-        text += L": no link\n";
-    } else if (report.cableLength == 0) {
-        text += cableLengthUnknownText;
+        text += noLink != nullptr ? noLink : L"";
         text += L"\n";
     } else if (report.corrected) {
         text += cableLengthText(report.cableLength)
@@ -107,7 +127,7 @@ std::wstring watchText(const WatchEvent& event)
     std::wstring what;
     switch (event.kind) {
     case WatchEvent::State:
-        what = event.problemCode != 0 ? deviceStatusText(event.problemCode)
+        what = event.problemCode != 0 ? deviceStatusText(event.problemCode, ProblemCodeNumber::Unsigned)
                                       : linkText(event.media, event.linkSpeed);
         break;
     case WatchEvent::Connected:

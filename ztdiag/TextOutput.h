@@ -14,7 +14,8 @@ std::wstring watchText(const WatchEvent& event);
 
 // "Ready", or why the device isn't (the page's line for it).
 std::wstring adapterStateText(const AdapterReport& adapter);
-// "Connected, 2.5 Gbps" or "Disconnected".
+// "Connected, 2.5 Gbps", "Disconnected", or "<unknown>" (isLinkKnown); an
+// unknown speed reads "Connected, <unknown>".
 std::wstring linkText(MediaConnectState media, std::uint64_t linkSpeed);
 // "2024-05-14 09:30:00.250", or with `iso` "2024-05-14T09:30:00.250"; local time.
 std::wstring timestampText(const SYSTEMTIME& time, bool iso);

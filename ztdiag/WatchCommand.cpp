@@ -110,7 +110,9 @@ public:
             link = {event.media, event.linkSpeed};
             break;
         case WatchEvent::Connected:
-            if (link.media == MediaConnectState::Connected && link.speed != event.linkSpeed) {
+            // Another speed only when both are known (0 is not).
+            if (link.media == MediaConnectState::Connected && link.speed != 0 && event.linkSpeed != 0
+                && link.speed != event.linkSpeed) {
                 event.kind = WatchEvent::Speed;
             }
             link = {MediaConnectState::Connected, event.linkSpeed};
