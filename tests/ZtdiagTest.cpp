@@ -573,6 +573,23 @@ TEST(Ztdiag, theCategoryIsTheOneAskedForWhereverItAppliesWithALengthOrNot)
     }
 }
 
+TEST(Ztdiag, aCableTestWithoutPairResultsIsAnErrorNeverAGoodCable)
+{
+    const auto noPairs = [](Machine& m) { m.sim.driver().setPairs(first, {}); };
+    const wchar_t* const noResult
+        = L"ztdiag: ZT Ethernet Adapter: the driver's cable test gave no result for any wire pair\n";
+    const Case cases[] = {
+        {args(L"cable-test"), 1, 3, noPairs, L"", noResult},
+        {args(L"cable-test", L"--json"), 1, 3, noPairs, L"", noResult},
+        {args(L"cable-test"), 1, 3,
+         [](Machine& m) { m.sim.driver().removeField(first, sim::ZtField::pairs); }, L"",
+         L"ztdiag: ZT Ethernet Adapter: the driver's cable test failed\n"},
+    };
+    for (const Case& c : cases) {
+        expectCase(c);
+    }
+}
+
 TEST(Ztdiag, aProblemCodeIsTheUnsignedNumberWindowsShows)
 {
     const auto unreadable = [](Machine& m) {

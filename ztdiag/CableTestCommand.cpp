@@ -24,6 +24,7 @@ struct CableRun {
         NotReady,
         Unsupported,
         Failed,
+        NoPairs,  // the driver's answer has no pair to judge
         Gone,  // the adapter went away during the test
     };
     Outcome outcome = Done;
@@ -67,6 +68,12 @@ void cableTest(CableRun& run, const std::wstring& name, const ZtdiagLimits& limi
     if (!nic.performCableDiag(report.pairs)) {
         nic.nicMediaChanged.remove(key);
         run.outcome = nic.isReady() ? CableRun::Failed : CableRun::Gone;
+        return;
+    }
+    if (report.pairs.empty()) {
+        // No pair judged is no verdict; the page would call it a good cable.
+        nic.nicMediaChanged.remove(key);
+        run.outcome = CableRun::NoPairs;
         return;
     }
     if (wasConnected) {
@@ -164,6 +171,9 @@ int runCableTest(const CommandContext& context, const ZtAdapterDevice& adapter)
                                 + run->firmware.toString() + L", cable tests need 1.5.66)");
     case CableRun::Failed:
         return context.fail(exitServiceFailed, adapter.name + L": the driver's cable test failed");
+    case CableRun::NoPairs:
+        return context.fail(exitServiceFailed,
+                            adapter.name + L": the driver's cable test gave no result for any wire pair");
     case CableRun::Gone:
         return context.fail(exitNotTestable, adapter.name + L": the adapter went away during the cable test");
     case CableRun::Done:
