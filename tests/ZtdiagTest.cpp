@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cwctype>
 #include <mutex>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -30,6 +31,12 @@ const wchar_t* const first = L"ZT Ethernet Adapter";
 const wchar_t* const disabled = L"ZT Ethernet Adapter #2";
 constexpr std::uint64_t gbps1 = 1000000000;
 constexpr std::uint64_t gbps5 = 5000000000;
+
+// The device instance id of the machine's nth network device (from 1).
+std::wstring instanceId(int n)
+{
+    return L"PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_0B217E5C&REV_02\\4&2F6B3A1&0&00E" + std::to_wstring(n);
+}
 
 // Records what the tool writes and the handler it leaves for Ctrl+C.
 class RecordingConsole : public Console {
@@ -81,10 +88,11 @@ public:
         EXPECT_EQ(sim.service().references().references, 0)
             << testing::PrintToString(sim.service().liveObjects());
     }
-    // A network device with a listed hardware id.
+    // A network device with a listed hardware id; the nth has instanceId(n).
     void device(const std::wstring& name, DWORD problemCode = 0)
     {
-        host::addDevice(++devices_, GUID_DEVCLASS_NET);
+        ++devices_;
+        host::addDevice(devices_, GUID_DEVCLASS_NET, true, instanceId(static_cast<int>(devices_)));
         const SP_DEVINFO_DATA device = host::makeDevice(devices_);
         host::setDeviceStringList(device, DEVPKEY_Device_HardwareIds,
                                   {L"PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_0B217E5C&REV_02"});
@@ -610,6 +618,112 @@ TEST(Ztdiag, aProblemCodeIsTheUnsignedNumberWindowsShows)
         {args(L"watch", L"--json"), 0, 0, [](Machine& m) { m.device(first, 28); },
          LR"({"time": "2024-05-14T09:30:00.000", "adapter": "ZT Ethernet Adapter", "event": "state", )"
          LR"("problemCode": 28, "link": null, "speed": null, "speedText": null})",
+         L""},
+    };
+    for (const Case& c : cases) {
+        expectCase(c);
+    }
+}
+
+// ---- Which adapter: never one picked silently ------------------------------
+
+// Two network devices both named `first`.
+void twoAlike(Machine& m)
+{
+    m.device(first);
+    m.device(first);
+}
+
+TEST(Ztdiag, anAdapterNameThatNamesNoneOrSeveralIsAUsageError)
+{
+    const std::wstring ids = L"'" + instanceId(1) + L"', '" + instanceId(2) + L"'";
+    const std::wstring bothListed = L"'ZT Ethernet Adapter' (device instance id '" + instanceId(1)
+        + L"'), 'ZT Ethernet Adapter' (device instance id '" + instanceId(2) + L"')";
+    const std::wstring empty
+        = usageError(L"an empty adapter name; give the name the listing shows, or the device instance id");
+    const Case cases[] = {
+        {args(L"cable-test", first), 0, 64, twoAlike, L"",
+         usageError(
+             L"'ZT Ethernet Adapter' names 2 ZT adapters; give the device instance id of the one to test: "
+             + ids)},
+        {args(L"watch", L"zt ethernet adapter"), 0, 64, twoAlike, L"",
+         usageError(L"'zt ethernet adapter' names 2 ZT adapters; give the device instance id of the one to "
+                    L"watch: "
+                    + ids)},
+        {args(L"cable-test", first, L"--json"), 0, 64,
+         [](Machine& m) {
+             twoAlike(m);
+             host::failGetDeviceInstanceId(ERROR_INVALID_HANDLE);
+         },
+         L"",
+         usageError(
+             L"'ZT Ethernet Adapter' names 2 ZT adapters; give the device instance id of the one to test: "
+             L"<unknown>, <unknown>")},
+        {args(L"cable-test"), 0, 64, twoAlike, L"",
+         usageError(L"2 ZT adapters: name the one to test: " + bothListed)},
+        {args(L"cable-test", L"ZT Adapter"), 0, 2,
+         [](Machine& m) {
+             twoAlike(m);
+             m.device(disabled, 22);
+         },
+         L"",
+         L"ztdiag: no ZT adapter named 'ZT Adapter'; the ZT adapters are " + bothListed
+             + L", 'ZT Ethernet Adapter #2'\n"},
+        // Given empty, ADAPTER names no adapter: it isn't "the only one".
+        {args(L"cable-test", L""), 1, 64, nullptr, L"", empty},
+        {args(L"cable-test", L"", L"--json"), 1, 64, nullptr, L"", empty},
+        {args(L"watch", L""), 1, 64, nullptr, L"", empty},
+    };
+    for (const Case& c : cases) {
+        expectCase(c);
+    }
+}
+
+TEST(Ztdiag, namesMatchIgnoringCaseCharacterByCharacterAsThePlatformComparesThem)
+{
+    const Case cases[] = {
+        {args(L"cable-test", L"zt ethernet adapter \u00E4"), 0, 2,
+         [](Machine& m) { m.device(L"ZT Ethernet Adapter \u00C4", 22); }, L"",
+         L"ztdiag: ZT Ethernet Adapter \u00C4: Device is disabled\n"},
+        // The exact spelling wins nothing: case doesn't matter, so both are named.
+        {args(L"cable-test", L"ZT Ethernet Adapter \u00C4"), 0, 64,
+         [](Machine& m) {
+             m.device(L"ZT Ethernet Adapter \u00C4", 22);
+             m.device(L"zt ethernet adapter \u00E4", 22);
+         },
+         L"",
+         usageError(
+             L"'ZT Ethernet Adapter \u00C4' names 2 ZT adapters; give the device instance id of the one "
+             L"to test: '"
+             + instanceId(1) + L"', '" + instanceId(2) + L"'")},
+        // One character for one: no linguistic folding of "\u00DF" into "SS".
+        {args(L"cable-test", L"ZT STRASSE"), 0, 2, [](Machine& m) { m.device(L"ZT Stra\u00DFe", 22); }, L"",
+         L"ztdiag: no ZT adapter named 'ZT STRASSE'; the ZT adapters are 'ZT Stra\u00DFe'\n"},
+    };
+    for (const Case& c : cases) {
+        expectCase(c);
+    }
+}
+
+std::wstring lowerCase(std::wstring text)
+{
+    std::transform(text.begin(), text.end(), text.begin(), [](wchar_t c) { return std::towlower(c); });
+    return text;
+}
+
+TEST(Ztdiag, anAdapterCanBeNamedByItsDeviceInstanceIdInAnyCase)
+{
+    // Both named `first`; the second one is disabled, so each answer tells which one was taken.
+    const auto twoAlikeSecondDisabled = [](Machine& m) {
+        m.device(first);
+        m.device(first, 22);
+    };
+    const Case cases[] = {
+        {args(L"cable-test", instanceId(1)), 0, 0, twoAlikeSecondDisabled,
+         std::wstring(goodPairs) + L"Approx cable length: 144 meters (category 5e at 2.5 Gbps)\n", L""},
+        {args(L"cable-test", lowerCase(instanceId(2))), 0, 2, twoAlikeSecondDisabled, L"",
+         L"ztdiag: ZT Ethernet Adapter: Device is disabled\n"},
+        {args(L"watch", instanceId(2)), 0, 0, twoAlikeSecondDisabled, watchingFirst(L"Device is disabled"),
          L""},
     };
     for (const Case& c : cases) {

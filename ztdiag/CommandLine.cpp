@@ -1,6 +1,6 @@
 #include "ztdiag/CommandLine.h"
 
-#include <cwctype>
+#include "platform.h"
 
 namespace {
 
@@ -29,15 +29,7 @@ bool isHelp(const std::wstring& arg)
 
 bool sameIgnoringCase(const std::wstring& a, const std::wstring& b)
 {
-    if (a.size() != b.size()) {
-        return false;
-    }
-    for (std::size_t i = 0; i < a.size(); ++i) {
-        if (std::towlower(a[i]) != std::towlower(b[i])) {
-            return false;
-        }
-    }
-    return true;
+    return CompareStringOrdinal(a.c_str(), -1, b.c_str(), -1, TRUE) == CSTR_EQUAL;
 }
 
 const wchar_t* const usageLine
@@ -94,6 +86,10 @@ bool parseCommandLine(const std::vector<std::wstring>& args, Command& command, s
         } else if (!haveCommand && names.empty() && (arg == L"cable-test" || arg == L"watch")) {
             command.kind = arg == L"watch" ? CommandKind::Watch : CommandKind::CableTest;
             haveCommand = true;
+        } else if (haveCommand && arg.empty()) {
+            // Left out, ADAPTER means the only one or all; given empty, it names none.
+            error = L"an empty adapter name; give the name the listing shows, or the device instance id";
+            return false;
         } else {
             names.push_back(arg);
         }

@@ -17,7 +17,7 @@ enum class CommandKind {
 
 struct Command {
     CommandKind kind = CommandKind::List;
-    std::wstring adapter;  // empty: the only one (cable-test), or all (watch)
+    std::wstring adapter;  // a name or device instance id; empty: the only one (cable-test), or all (watch)
     CableCategory category = Cat5e;  // the page's first offer
     bool json = false;
 };
@@ -26,7 +26,8 @@ struct Command {
 // `error`, for a usage error; --help and --version win over everything else.
 bool parseCommandLine(const std::vector<std::wstring>& args, Command& command, std::wstring& error);
 
-// Equal but for the case of letters (adapter names, categories).
+// Equal but for the case of letters, as the platform compares names:
+// ordinally, any letter in upper case (adapter names, instance ids, categories).
 bool sameIgnoringCase(const std::wstring& a, const std::wstring& b);
 
 // The category's name as the page's combo box shows it: "5e", "6", "6a".

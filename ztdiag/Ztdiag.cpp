@@ -2,6 +2,7 @@
 
 #include <exception>
 
+#include "nic/AdapterTexts.h"
 #include "resources/resource.h"
 #include "trace/FormatString.h"
 #include "ztdiag/Commands.h"
@@ -40,9 +41,10 @@ std::wstring helpText(const ZtdiagLimits& limits)
         L"      adapter (of every ZT adapter, without a name) until Ctrl+C.\n"
         L"  ztdiag --help | --version\n"
         L"\n"
-        L"ADAPTER is a name as the listing shows it, in quotes if it has blanks; with one\n"
-        L"adapter on the machine it may be left out. --json prints one JSON document\n"
-        L"(watch: one JSON object per line).\n"
+        L"ADAPTER is a name as the listing shows it, in quotes if it has blanks, or the\n"
+        L"adapter's device instance id; case doesn't matter. With one adapter on the\n"
+        L"machine it may be left out. --json prints one JSON document (watch: one JSON\n"
+        L"object per line).\n"
         L"\n"
         L"Exit codes:\n"
         L"  0   all good\n"
@@ -55,26 +57,43 @@ std::wstring helpText(const ZtdiagLimits& limits)
         version, durationText(limits.service).c_str(), durationText(limits.cableTest).c_str());
 }
 
-// The adapter of that name: spelled exactly, else the one spelled so but for case.
-const ZtAdapterDevice* findAdapter(const std::vector<ZtAdapterDevice>& adapters, const std::wstring& name)
+// "ztdiag: <message>" and the usage line on the error stream; gives exitUsage.
+int usageError(Console& console, const std::wstring& message)
 {
-    const ZtAdapterDevice* found = nullptr;
-    for (const ZtAdapterDevice& device : adapters) {
-        if (device.name == name) {
-            return &device;
-        }
-        if (found == nullptr && sameIgnoringCase(device.name, name)) {
-            found = &device;
-        }
-    }
-    return found;
+    console.err(L"ztdiag: " + message + L"\n" + usageLine + L"\n");
+    return exitUsage;
 }
 
+// The adapters that `name` names, by their name or device instance id, case
+// ignored. None is preferred for its exact spelling: the user was told case
+// doesn't matter, so names that differ only in case name both adapters.
+std::vector<const ZtAdapterDevice*> adaptersNamed(const std::vector<ZtAdapterDevice>& adapters,
+                                                  const std::wstring& name)
+{
+    std::vector<const ZtAdapterDevice*> named;
+    for (const ZtAdapterDevice& device : adapters) {
+        if (sameIgnoringCase(device.name, name) || sameIgnoringCase(device.instanceId, name)) {
+            named.push_back(&device);
+        }
+    }
+    return named;
+}
+
+std::wstring quotedInstanceId(const ZtAdapterDevice& device)
+{
+    return device.instanceId.empty() ? std::wstring(unknownText) : L"'" + device.instanceId + L"'";
+}
+
+// Each adapter as the user can name it: its name, and its device instance id
+// where another adapter has that name too.
 std::wstring nameList(const std::vector<ZtAdapterDevice>& adapters)
 {
     std::wstring names;
     for (const ZtAdapterDevice& device : adapters) {
         names += (names.empty() ? L"'" : L", '") + device.name + L"'";
+        if (adaptersNamed(adapters, device.name).size() > 1) {
+            names += L" (device instance id " + quotedInstanceId(device) + L")";
+        }
     }
     return names;
 }
@@ -87,6 +106,18 @@ int unknownAdapter(const CommandContext& context, const std::vector<ZtAdapterDev
     }
     return context.fail(exitNotTestable,
                         L"no ZT adapter named '" + name + L"'; the ZT adapters are " + nameList(adapters));
+}
+
+int ambiguousAdapter(const CommandContext& context, const std::vector<const ZtAdapterDevice*>& named)
+{
+    std::wstring ids;
+    for (const ZtAdapterDevice* device : named) {
+        ids += (ids.empty() ? L"" : L", ") + quotedInstanceId(*device);
+    }
+    return usageError(context.console,
+                      L"'" + context.command.adapter + L"' names " + std::to_wstring(named.size())
+                          + L" ZT adapters; give the device instance id of the one to "
+                          + (context.command.kind == CommandKind::Watch ? L"watch: " : L"test: ") + ids);
 }
 
 int dispatch(const CommandContext& context)
@@ -111,12 +142,16 @@ int dispatch(const CommandContext& context)
         return listAdapters(context, adapters);
     }
     if (!command.adapter.empty()) {
-        const ZtAdapterDevice* chosen = findAdapter(adapters, command.adapter);
-        if (chosen == nullptr) {
+        const std::vector<const ZtAdapterDevice*> named = adaptersNamed(adapters, command.adapter);
+        if (named.empty()) {
             return unknownAdapter(context, adapters);
         }
-        return command.kind == CommandKind::CableTest ? runCableTest(context, *chosen)
-                                                      : watchAdapters(context, {*chosen});
+        if (named.size() > 1) {
+            return ambiguousAdapter(context, named);
+        }
+        const ZtAdapterDevice& chosen = *named.front();
+        return command.kind == CommandKind::CableTest ? runCableTest(context, chosen)
+                                                      : watchAdapters(context, {chosen});
     }
     if (adapters.empty()) {
         return context.fail(exitNotTestable, L"no ZT adapter found");
@@ -125,10 +160,9 @@ int dispatch(const CommandContext& context)
         return watchAdapters(context, adapters);
     }
     if (adapters.size() > 1) {
-        context.console.err(L"ztdiag: " + std::to_wstring(adapters.size())
-                            + L" ZT adapters: name the one to test: " + nameList(adapters) + L"\n" + usageLine
-                            + L"\n");
-        return exitUsage;
+        return usageError(context.console,
+                          std::to_wstring(adapters.size()) + L" ZT adapters: name the one to test: "
+                              + nameList(adapters));
     }
     return runCableTest(context, adapters.front());
 }
@@ -152,8 +186,7 @@ int ztdiagMain(const std::vector<std::wstring>& args, Console& console, const Zt
         Command command;
         std::wstring error;
         if (!parseCommandLine(args, command, error)) {
-            console.err(L"ztdiag: " + error + L"\n" + usageLine + L"\n");
-            return exitUsage;
+            return usageError(console, error);
         }
         return dispatch(CommandContext{console, limits, command});
     } catch (const std::exception&) {
