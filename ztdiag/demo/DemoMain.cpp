@@ -2,7 +2,8 @@
 // scripts/run-ztdiag and the Wine test; never shipped. Its own settings come
 // first, as --sim-NAME=VALUE; every other argument is the tool's. With the
 // command `watch` it plays a few link changes, a removal and an arrival, then
-// presses Ctrl+C.
+// presses Ctrl+C. A command line the tool refuses, or help and version, need
+// no simulated service: the tool answers them before one is started.
 #include <atomic>
 #include <chrono>
 #include <stdexcept>
@@ -12,6 +13,7 @@
 #include "platform/Threading.h"
 #include "sim/ZtDriver.h"
 #include "tools/sheet_host/LoaderLock.h"
+#include "ztdiag/CommandLine.h"
 #include "ztdiag/Ztdiag.h"
 #include "ztdiag/demo/DemoWorld.h"
 #include "ztdiag/windows/WindowsConsole.h"
@@ -114,16 +116,6 @@ DemoSettings takeSettings(std::vector<std::wstring>& args)
     return settings;
 }
 
-bool isWatch(const std::vector<std::wstring>& args)
-{
-    for (const std::wstring& arg : args) {
-        if (arg == L"watch") {
-            return true;
-        }
-    }
-    return false;
-}
-
 // What `watch` sees: a cable pulled and put back, a faster link, the adapter
 // removed and back, then Ctrl+C. Each step stops early once `done` is set.
 void playWatch(DemoWorld& world, const std::atomic<bool>& done)
@@ -172,6 +164,12 @@ int wmain(int argc, wchar_t** argv)
         console.err(demoUsage);
         ExitProcess(exitUsage);
     }
+    Command command;
+    std::wstring error;
+    if (!parseCommandLine(args, command, error) || command.kind == CommandKind::Help
+        || command.kind == CommandKind::Version) {
+        ExitProcess(static_cast<UINT>(ztdiagMain(args, console)));
+    }
     DemoWorld world(settings);
     if (!world.ready()) {
         console.err(L"ztdiag_demo: the simulated adapter couldn't be set up\n");
@@ -182,7 +180,7 @@ int wmain(int argc, wchar_t** argv)
     }
     std::atomic<bool> done{false};
     Thread script;
-    if (isWatch(args)) {
+    if (command.kind == CommandKind::Watch) {
         script = Thread([&world, &done] { playWatch(world, done); });
     }
     const int code = ztdiagMain(args, console);
