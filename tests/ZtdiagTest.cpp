@@ -137,15 +137,17 @@ std::wstring usageError(const std::wstring& message)
           L" (ztdiag --help tells more)\n";
 }
 
-// The listing of `first` with this link and health.
+const wchar_t* const firstListed = L"Name       : ZT Ethernet Adapter\nState      : Ready\n"
+                                   L"Link       : Connected, 2.5 Gbps\n"
+                                   L"Health     : Temperature is ok (PHY 54.25\u00B0C, MAC 61\u00B0C)\n"
+                                   L"Firmware   : 1.5.66\nCable test : Yes\n";
+// The listing of `first` with another link and health.
 std::wstring firstListedAs(const std::wstring& link, const std::wstring& health)
 {
     return L"Name       : ZT Ethernet Adapter\nState      : Ready\nLink       : " + link + L"\nHealth     : "
         + health + L"\nFirmware   : 1.5.66\nCable test : Yes\n";
 }
-const std::wstring firstListed
-    = firstListedAs(L"Connected, 2.5 Gbps", L"Temperature is ok (PHY 54.25\u00B0C, MAC 61\u00B0C)");
-// The same as JSON, with these JSON values.
+// That listing as JSON, with these JSON values.
 std::wstring firstListedAsJson(const std::wstring& link, const std::wstring& speed,
                                const std::wstring& speedText, const std::wstring& phy = L"54.25",
                                const std::wstring& mac = L"61.0")
