@@ -14,7 +14,8 @@ public:
     using Replacement = std::pair<std::string, const void*>;  // function name, new address
 
     // Patches `module`'s entries for `replacements` among its imports from
-    // `dllName` (compared ignoring case). The module must outlive this object.
+    // `dllName` (compared ignoring case). The module must outlive this object
+    // unless the replacements stay (keepInPlace).
     ImportPatch(HMODULE module, const std::string& dllName, const std::vector<Replacement>& replacements);
     ~ImportPatch();
     ImportPatch(const ImportPatch&) = delete;
@@ -22,6 +23,9 @@ public:
 
     // Names of the replacements that were patched, in the order given.
     const std::vector<std::string>& patched() const { return names_; }
+    // Leaves the replacements in place when this object ends: they then last
+    // as long as the module, which need not outlive this object any more.
+    void keepInPlace() { slots_.clear(); }
 
 private:
     struct Slot {

@@ -4,4 +4,14 @@
 // the simulated service (sim::WmiService::watchForbiddenCalls).
 #pragma once
 
+#include <windows.h>
+#include <winternl.h>
+
 bool holdsLoaderLock();
+
+// Whether holdsLoaderLock() can tell: false on this thread as it is, true while
+// it takes the loader lock itself for a moment. Not from under the loader lock.
+bool loaderLockVisible();
+
+// The process's environment block, where the loader keeps its lock and its list of modules.
+const PEB* processEnvironmentBlock();

@@ -32,7 +32,8 @@ const StepShape stepShapes[] = {
     {"screenshot", 1, 1},  // the sheet window, as a BMP file
     {"click-run", 0, 0},  // "Run cable diagnostics"
     {"category", 1, 1},  // a row of the cable category combo box, by its text
-    {"unplug", 0, 0},      {"plug", 0, 0},
+    {"unplug", 0, 1},  // the link goes down; "nowait": without waiting for its events
+    {"plug", 0, 1},  // the link comes back; "nowait" as for unplug
     {"renegotiate", 1, 1},  // the link goes down and up at this speed, bits per second
     {"disable", 0, 0},  // problem code 22, the adapter leaves
     {"enable", 0, 0},  // problem code 0, the adapter arrives
@@ -117,6 +118,9 @@ void apply(Scenario& scenario, const std::string& name, const std::vector<std::w
     for (const StepShape& shape : stepShapes) {
         if (name == shape.name) {
             expectWords(name, words, shape.least, shape.most, line);
+            if ((name == "unplug" || name == "plug") && !words.empty() && words[0] != L"nowait") {
+                fail(line, name + ": nowait or nothing expected, not " + narrow(words[0]));
+            }
             scenario.steps.push_back({name, words, line});
             return;
         }
@@ -194,6 +198,30 @@ void applySetting(Scenario& scenario, const std::string& name, const std::vector
     } else if (name == "interactive") {
         expectWords(name, words, 0, 0, line);
         scenario.interactive = true;
+    } else if (name == "rounds") {
+        scenario.rounds = static_cast<std::uint32_t>(number(one(), line, 1000));
+        if (scenario.rounds == 0) {
+            fail(line, "rounds: at least 1");
+        }
+    } else if (name == "free-dll") {
+        expectWords(name, words, 1, 10, line);
+        scenario.freeDll.clear();
+        for (const auto& word : words) {
+            if (word == L"at-end") {
+                scenario.freeDll.push_back(FreeDll::atEnd);
+            } else if (word == L"on-sheet-thread") {
+                scenario.freeDll.push_back(FreeDll::onSheetThread);
+            } else if (word == L"sheet-thread-alive") {
+                scenario.freeDll.push_back(FreeDll::sheetThreadAlive);
+            } else {
+                fail(line, "free-dll: at-end, on-sheet-thread or sheet-thread-alive, not " + narrow(word));
+            }
+        }
+    } else if (name == "pooled-deliveries") {
+        expectWords(name, words, 0, 0, line);
+        scenario.pooledDeliveries = true;
+    } else if (name == "linger-detach") {
+        scenario.lingerDetachMs = static_cast<std::uint32_t>(number(one(), line, 10000));
     } else {
         fail(line, "unknown setting or step: " + name);
     }
@@ -289,7 +317,8 @@ const char* scenarioUsage()
 {
     return "usage: sheet_host [--scenario=FILE] [--SETTING VALUE...] [--STEP ARGS...]\n"
            "settings: dll hwid no-hwids name problem pages dif link speed firmware temperatures\n"
-           "          thermal-flags pairs cable-length cable-test-ms no-driver interactive\n"
+           "          thermal-flags pairs cable-length cable-test-ms no-driver interactive rounds\n"
+           "          free-dll pooled-deliveries linger-detach\n"
            "steps:    wait settle dump screenshot click-run category unplug plug renegotiate disable\n"
            "          enable remove arrive heat chord await-line list-images select-page close\n";
 }

@@ -20,6 +20,13 @@ struct Step {
 // What the scenario's adapter is unless it says otherwise.
 sim::AdapterSettings scenarioAdapter();
 
+// When the DLL is freed, as the installer frees it with its device information set.
+enum class FreeDll {
+    atEnd,  // on the installer's thread once the sheet's thread has ended
+    onSheetThread,  // on the sheet's thread, right after its sheet is destroyed
+    sheetThreadAlive,  // on the installer's thread while the sheet's thread still runs; it ends after
+};
+
 struct Scenario {
     // ---- The device as the installer knows it -------------------------------------
     std::wstring dll;  // empty: ztprop.dll beside the host
@@ -38,6 +45,13 @@ struct Scenario {
 
     // ---- How the host runs ---------------------------------------------------------
     bool interactive = false;  // a person closes the sheet
+    // The whole run, from the DLL's load to its unload, again and again in one
+    // process; round N frees the DLL as freeDll[(N - 1) % size] says.
+    std::uint32_t rounds = 1;
+    std::vector<FreeDll> freeDll{FreeDll::atEnd};
+    bool pooledDeliveries = false;  // the service's delivery threads end whenever they find no work
+    // Loads linger.dll, which holds each thread's end in the process this long.
+    std::optional<std::uint32_t> lingerDetachMs;
     std::vector<Step> steps;
 };
 

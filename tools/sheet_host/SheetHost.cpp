@@ -3,11 +3,14 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <optional>
 #include <utility>
 
 #include "platform/Threading.h"
 #include "resources/resource.h"
 #include "tools/sheet_host/KeyChord.h"
+#include "tools/sheet_host/LoaderLock.h"
+#include "tools/sheet_host/Output.h"
 #include "tools/sheet_host/Screenshot.h"
 #include "tools/sheet_host/Text.h"
 
@@ -17,13 +20,10 @@ constexpr UINT addPropertyPageAdvanced = 0x23;  // DIF_ADDPROPERTYPAGE_ADVANCED
 constexpr UINT problemDisabled = 22;  // CM_PROB_DISABLED
 constexpr DWORD settleLimitMs = 30000;
 constexpr DWORD awaitLimitMs = 20000;
-
-void say(const std::string& line)
-{
-    std::fwrite(line.data(), 1, line.size(), stdout);
-    std::fputc('\n', stdout);
-    std::fflush(stdout);
-}
+// The watchdog's limits: past one the run is stuck, and ends with every thread's stack.
+constexpr std::chrono::seconds sheetRunLimit{150};  // open, the steps (each with a limit of its own), close
+constexpr std::chrono::seconds endLimit{20};  // a thread's end, FreeLibrary, the service's stop
+constexpr std::chrono::seconds callLimit{30};  // LoadLibraryW, CoDeviceInstall
 
 std::string hex(std::uint32_t value)
 {
@@ -62,18 +62,28 @@ std::wstring tabTitle(HWND sheet, int index)
 
 }  // namespace
 
-SheetHost::SheetHost(Scenario scenario) : scenario_(std::move(scenario))
+SheetHost::SheetHost(Scenario scenario, Watchdog& watchdog, std::uint32_t round)
+    : scenario_(std::move(scenario)),
+      watchdog_(watchdog),
+      freeDll_(scenario_.freeDll[(round - 1) % scenario_.freeDll.size()])
 {
+    // A hang under the loader lock ends the run before the teardown tells of it.
+    watchdog_.setReport([this] {
+        return std::vector<std::string>{
+            "loader lock so far: " + std::to_string(serviceCallsUnderLoaderLock_) + " service calls, "
+            + std::to_string(ComWatch::callsUnderLoaderLockSoFar()) + " COM calls under it"};
+    });
 }
 
 SheetHost::~SheetHost()
 {
+    watchdog_.setReport(nullptr);
     if (sheet_ != nullptr) {
         DestroyWindow(sheet_);
     }
 }
 
-int SheetHost::run()
+SheetHost::Outcome SheetHost::run()
 {
     sim::AdapterSettings adapter = scenario_.adapter;
     adapter.name = scenario_.friendlyName;
@@ -81,18 +91,50 @@ int SheetHost::run()
     adapter_ = std::make_unique<sim::SimAdapter>(std::move(adapter));
     if (FAILED(adapter_->registration())) {
         say("wmi: locator registration failed, " + hex(static_cast<std::uint32_t>(adapter_->registration())));
-        return 2;
+        outcome_.exitCode = 2;
+        return outcome_;
     }
+    // Each call into the service notes its thread, whose end the teardown
+    // waits for, and is recorded if made under the loader lock.
+    adapter_->service().watchForbiddenCalls([this] {
+        callers_.note();
+        const bool held = holdsLoaderLock();
+        serviceCallsUnderLoaderLock_ += held ? 1 : 0;
+        return held;
+    });
+    adapter_->service().setPooledDeliveryThreads(scenario_.pooledDeliveries);
     say("wmi: simulated locator registered from the multithreaded apartment");
+    if (scenario_.pooledDeliveries) {
+        say("wmi: a delivery thread ends whenever it finds no work");
+    }
     // Device Manager asks for pages on one thread and runs each sheet on a
-    // thread of its own, whose end also ends what the module kept for it.
+    // thread of its own; the module keeps nothing for that thread's end.
     if (install_() && scenario_.installFunction == addPropertyPageAdvanced) {
-        Thread sheetThread([this] { runSheet_(); });
-        sheetThread.join();
+        Thread sheetThread([this] {
+            watchdog_.nameThread("sheet");
+            runSheet_();
+            watchdog_.nameThread({});
+        });
+        {
+            // A person closes an interactive sheet whenever they like.
+            std::optional<Watchdog::Wait> wait;
+            if (!scenario_.interactive) {
+                wait.emplace(watchdog_, "the sheet's run until it closed", sheetRunLimit);
+            }
+            waitUntilSheetClosed_();
+        }
+        if (freeDll_ == FreeDll::sheetThreadAlive) {
+            freeModule_(", the sheet's thread still running");
+            letSheetThreadEnd_();
+        }
+        {
+            const Watchdog::Wait wait(watchdog_, "the sheet thread's end after its sheet closed", endLimit);
+            sheetThread.join();
+        }
         say("sheet thread: ended");
     }
     teardown_();
-    return failed_ ? 1 : 0;
+    return outcome_;
 }
 
 void SheetHost::runSheet_()
@@ -111,6 +153,31 @@ void SheetHost::runSheet_()
         }
     }
     closeSheet_();
+    {
+        const std::lock_guard<SrwLock> guard(lock_);
+        sheetClosed_ = true;
+        changed_.notifyAll();
+    }
+    if (freeDll_ == FreeDll::onSheetThread) {
+        freeModule_(" on the sheet's thread");
+    } else if (freeDll_ == FreeDll::sheetThreadAlive) {
+        // The installer frees the DLL meanwhile; this thread returns after.
+        std::unique_lock<SrwLock> guard(lock_);
+        changed_.wait(guard, [this] { return sheetMayEnd_; });
+    }
+}
+
+void SheetHost::waitUntilSheetClosed_()
+{
+    std::unique_lock<SrwLock> guard(lock_);
+    changed_.wait(guard, [this] { return sheetClosed_; });
+}
+
+void SheetHost::letSheetThreadEnd_()
+{
+    const std::lock_guard<SrwLock> guard(lock_);
+    sheetMayEnd_ = true;
+    changed_.notifyAll();
 }
 
 void SheetHost::setProblemCode_(std::uint32_t code)
@@ -141,11 +208,14 @@ bool SheetHost::install_()
     installer_.setClassInstallParams(record);
 
     const std::wstring path = scenario_.dll.empty() ? beside(L"ztprop.dll") : scenario_.dll;
-    module_ = std::make_unique<CoInstallerModule>(path);
+    {
+        const Watchdog::Wait wait(watchdog_, "LoadLibraryW of the DLL", callLimit);
+        module_ = std::make_unique<CoInstallerModule>(path);
+    }
     if (module_->handle() == nullptr || module_->entry() == nullptr) {
         say("dll: " + std::string(module_->handle() == nullptr ? "LoadLibraryW" : "GetProcAddress")
             + " failed, code " + std::to_string(module_->error()));
-        failed_ = true;
+        outcome_.exitCode = 1;
         return false;
     }
     // Wine has no SetupDiGetClassInstallParamsW: the module's SetupAPI imports
@@ -160,17 +230,26 @@ bool SheetHost::install_()
             {"SetupDiGetDevicePropertyW",
              reinterpret_cast<const void*>(&DeviceInstaller::setupDiGetDeviceProperty)}});
     spy_ = std::make_unique<ModuleSpy>(module_->handle());
+    com_ = std::make_unique<ComWatch>(module_->handle());
     reader_ = std::make_unique<PageReader>(module_->handle());
     icons_ = std::make_unique<IconCatalog>(module_->handle());
-    std::string patched;
-    for (const auto& name : setupApi_->patched()) {
-        patched += " " + name;
-    }
-    say("dll: loaded; setupapi imports replaced:" + patched);
+    const auto joined = [](const std::vector<std::string>& names) {
+        std::string text;
+        for (const auto& name : names) {
+            text += " " + name;
+        }
+        return text;
+    };
+    say("dll: loaded; setupapi imports replaced:" + joined(setupApi_->patched()));
+    say("dll: ole32 imports watched:" + joined(com_->patched()));
 
     COINSTALLER_CONTEXT_DATA context{};
-    const DWORD result = module_->entry()(scenario_.installFunction, installer_.deviceInfoSet(),
-                                          installer_.deviceInfoData(), &context);
+    DWORD result = 0;
+    {
+        const Watchdog::Wait wait(watchdog_, "CoDeviceInstall", callLimit);
+        result = module_->entry()(scenario_.installFunction, installer_.deviceInfoSet(),
+                                  installer_.deviceInfoData(), &context);
+    }
     flushTrace_();
     say("CoDeviceInstall(" + hex(scenario_.installFunction) + ") = " + std::to_string(result));
 
@@ -206,7 +285,7 @@ void SheetHost::openSheet_()
     if (sheet_ == nullptr || sheet_ == reinterpret_cast<HWND>(-1)) {
         sheet_ = nullptr;
         say("sheet: PropertySheetW failed, code " + std::to_string(GetLastError()));
-        failed_ = true;
+        outcome_.exitCode = 1;
         return;
     }
     SetWindowPos(sheet_, HWND_TOP, 40, 40, 0, 0, SWP_NOSIZE | SWP_SHOWWINDOW);
@@ -362,6 +441,7 @@ void SheetHost::runStep_(const Step& step)
     } else if (name == "unplug" || name == "plug" || name == "renegotiate" || name == "disable"
                || name == "enable" || name == "remove" || name == "arrive") {
         say(name + (args.empty() ? std::string() : " " + narrow(args[0])));
+        const bool wait = args.empty() || args[0] != L"nowait";
         if (name == "unplug") {
             adapter_->unplug();
         } else if (name == "plug") {
@@ -379,7 +459,9 @@ void SheetHost::runStep_(const Step& step)
         } else {
             adapter_->arrive();
         }
-        settle_();
+        if (wait) {
+            settle_();
+        }
     } else if (name == "heat") {
         const auto hundredths = [](const std::wstring& text) {
             return static_cast<std::int32_t>(std::lround(std::wcstod(text.c_str(), nullptr) * 100.0));
@@ -460,7 +542,10 @@ void SheetHost::closeSheet_()
     const int started = adapter_->startedCableTests();
     const int finished = adapter_->finishedCableTests();
     // The pages are released here; a page may wait for its work to end.
-    DestroyWindow(sheet);
+    {
+        const Watchdog::Wait wait(watchdog_, "the sheet's destruction", callLimit);
+        DestroyWindow(sheet);
+    }
     say("sheet: closed");
     if (started != 0) {
         say("cable tests: started " + std::to_string(started) + ", finished " + std::to_string(finished)
@@ -468,7 +553,21 @@ void SheetHost::closeSheet_()
     }
 }
 
-void SheetHost::teardown_()
+sim::ReferenceCounts SheetHost::reportReferences_(const std::string& when)
+{
+    sim::WmiService& service = adapter_->service();
+    const sim::ReferenceCounts counts = service.references();
+    say("wmi " + when + ": objects live " + std::to_string(counts.liveObjects) + ", references "
+        + std::to_string(counts.references));
+    if (counts.liveObjects != 0) {
+        for (const auto& line : service.liveObjects()) {
+            say("wmi " + when + ":   " + line);
+        }
+    }
+    return counts;
+}
+
+void SheetHost::freeModule_(const std::string& where)
 {
     // Pages no sheet took are the installer's to destroy.
     for (HPROPSHEETPAGE page : sheetPages_) {
@@ -491,8 +590,12 @@ void SheetHost::teardown_()
             + "; icons loaded " + std::to_string(icons.loaded) + ", destroyed "
             + std::to_string(icons.destroyed));
     }
+    // A sink of the module gets its last calls on the service's threads: the
+    // DLL goes once those have returned. The service itself runs on.
     sim::WmiService& service = adapter_->service();
-    service.drain(std::chrono::seconds(10));
+    if (!service.drain(std::chrono::seconds(10))) {
+        say("wmi: deliveries still under way after 10000 ms");
+    }
     int made = 0;
     int ended = 0;
     for (const auto& call : service.calls()) {
@@ -502,38 +605,59 @@ void SheetHost::teardown_()
             ++ended;
         }
     }
-    const auto report = [&service](const std::string& when) {
-        const sim::ReferenceCounts counts = service.references();
-        say("wmi " + when + ": objects live " + std::to_string(counts.liveObjects) + ", references "
-            + std::to_string(counts.references));
-        if (counts.liveObjects == 0) {
-            return;
-        }
-        for (const auto& line : service.liveObjects()) {
-            std::string text = "wmi ";
-            text += when;
-            text += ":   ";
-            text += line;
-            say(text);
-        }
-    };
     say("wmi: subscriptions made " + std::to_string(made) + ", ended " + std::to_string(ended) + ", live "
         + std::to_string(service.subscriptions().size()));
-    report("before unload");
+    reportReferences_("before unload");
     spy_.reset();
     setupApi_.reset();
     reader_.reset();
     icons_.reset();
-    // The service's delivery threads ran the module's code, and such a thread
-    // keeps the module loaded until it ends (its thread-exit clean-up lives in
-    // the module). Letting that last reference go at a thread's exit
-    // deadlocks on the loader lock under Wine, so they end first.
-    adapter_->stop();
-    say("wmi: service stopped, its threads ended");
-    if (module_ != nullptr) {
+    {
+        // GetModuleHandleW takes the loader lock too.
+        const Watchdog::Wait wait(watchdog_, "FreeLibrary of the DLL" + where, endLimit);
         module_->unload();
-        say(std::string("dll: ") + (module_->inProcess() ? "still loaded" : "unloaded")
-            + " after FreeLibrary");
-        report("after unload");
+        outcome_.unloaded = !module_->inProcess();
+    }
+    say(std::string("dll: ") + (outcome_.unloaded ? "unloaded" : "still loaded") + " after FreeLibrary"
+        + where);
+}
+
+void SheetHost::teardown_()
+{
+    // The module keeps nothing for a thread's end and no thread pins it: it
+    // goes while the service's delivery threads still run, as the installer
+    // frees it, and the service stops after.
+    if (module_ != nullptr && module_->handle() != nullptr) {
+        freeModule_("");
+    }
+    outcome_.left = reportReferences_("after unload");
+    {
+        const Watchdog::Wait wait(watchdog_, "the service's stop", endLimit);
+        adapter_->stop();
+    }
+    say("wmi: service stopped, its threads ended");
+    {
+        const Watchdog::Wait wait(watchdog_, "the end of the threads that called the service", endLimit);
+        callers_.waitForAll();
+    }
+    say("threads: each one that called the service has ended");
+    const std::vector<std::string> serviceCalls = adapter_->service().forbiddenCalls();
+    const std::vector<std::string> comCalls
+        = com_ != nullptr ? ComWatch::callsUnderLoaderLock() : std::vector<std::string>();
+    outcome_.serviceCallsUnderLoaderLock = static_cast<int>(serviceCalls.size());
+    outcome_.comCallsUnderLoaderLock = static_cast<int>(comCalls.size());
+    say("loader lock: " + std::to_string(serviceCalls.size()) + " service calls, "
+        + std::to_string(comCalls.size()) + " COM calls under it");
+    for (const auto& call : serviceCalls) {
+        say("loader lock:   " + call);
+    }
+    for (const auto& call : comCalls) {
+        say("loader lock:   " + call);
+    }
+    if (com_ != nullptr) {
+        const int left = ComWatch::initializationsLeft();
+        say(ComWatch::initializations() == 0 ? std::string("dll COM: no CoInitializeEx")
+                : left == 0                  ? std::string("dll COM: each CoInitializeEx undone")
+                            : "dll COM: " + std::to_string(left) + " CoInitializeEx not undone");
     }
 }

@@ -1,15 +1,20 @@
-// Plays Device Manager and the device installer for one simulated adapter: loads
-// the co-installer, asks it for pages, shows them in a modeless property sheet on
-// this thread, runs a scenario's steps on it, prints what the page shows, and
-// tears everything down, printing what was left behind.
+// Plays Device Manager and the device installer for one simulated adapter, one
+// round of a run: loads the co-installer, asks it for pages, shows them in a
+// modeless property sheet on a thread of its own, runs a scenario's steps on it,
+// prints what the page shows, frees the DLL where the scenario says, and tears
+// everything down, printing what was left behind and what ran under the loader lock.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "platform/Threading.h"
 #include "sim/SimAdapter.h"
+#include "tools/sheet_host/CallerThreads.h"
 #include "tools/sheet_host/CoInstallerModule.h"
+#include "tools/sheet_host/ComWatch.h"
 #include "tools/sheet_host/DeviceInstaller.h"
 #include "tools/sheet_host/HostPages.h"
 #include "tools/sheet_host/IconCatalog.h"
@@ -17,23 +22,39 @@
 #include "tools/sheet_host/ModuleSpy.h"
 #include "tools/sheet_host/PageReader.h"
 #include "tools/sheet_host/Scenario.h"
+#include "tools/sheet_host/Watchdog.h"
 #include "tools/sheet_host/Win32.h"
 
 class SheetHost {
 public:
-    // Output goes to stdout, one fact a line.
-    explicit SheetHost(Scenario scenario);
+    // What a round left, for the summary of a repeated run.
+    struct Outcome {
+        int exitCode = 0;  // 0 unless the host itself failed
+        bool unloaded = false;  // the DLL was out of the process after FreeLibrary
+        int serviceCallsUnderLoaderLock = 0;  // the service's calls, AddRef and Release
+        int comCallsUnderLoaderLock = 0;  // the DLL's calls of COM's functions
+        sim::ReferenceCounts left;  // the service's objects after the unload, once the sheet's thread ended
+    };
+
+    // Output goes through say(), one fact a line; round N frees the DLL as the
+    // scenario's freeDll[(N - 1) % size] says. One host at a time.
+    SheetHost(Scenario scenario, Watchdog& watchdog, std::uint32_t round);
     ~SheetHost();
     SheetHost(const SheetHost&) = delete;
     SheetHost& operator=(const SheetHost&) = delete;
 
-    // The whole run; the process's exit code (0 unless the host itself failed).
-    int run();
+    // The whole round.
+    Outcome run();
 
 private:
     bool install_();
-    // On the sheet's own thread: open, the steps, close.
+    // On the sheet's own thread: open, the steps, close, and the DLL's free if it is there.
     void runSheet_();
+    // The installer's side of the sheet thread's end.
+    void waitUntilSheetClosed_();
+    void letSheetThreadEnd_();
+    // FreeLibrary as the installer does; `where` ends the line that tells.
+    void freeModule_(const std::string& where);
     void openSheet_();
     void runStep_(const Step& step);
     void closeSheet_();
@@ -47,20 +68,33 @@ private:
     void settle_();
     void dump_(const std::string& label);
     void flushTrace_();
+    // The service's objects and references, "wmi WHEN: ..."; the counts.
+    sim::ReferenceCounts reportReferences_(const std::string& when);
     void setProblemCode_(std::uint32_t code);
     HWND diagPage_() const;
 
     Scenario scenario_;
+    Watchdog& watchdog_;
+    FreeDll freeDll_;
+    CallerThreads callers_;  // the service's watch notes threads in it until the service is gone
+    std::atomic<int> serviceCallsUnderLoaderLock_{0};  // as the watch saw them, for a run that hangs
     std::unique_ptr<sim::SimAdapter> adapter_;
     DeviceInstaller installer_;
     HostPages hostPages_;
     std::unique_ptr<CoInstallerModule> module_;
     std::unique_ptr<ImportPatch> setupApi_;
     std::unique_ptr<ModuleSpy> spy_;
+    std::unique_ptr<ComWatch> com_;
     std::unique_ptr<PageReader> reader_;
     std::unique_ptr<IconCatalog> icons_;
     std::vector<HPROPSHEETPAGE> sheetPages_;  // General, then the record's pages
     int diagIndex_ = -1;  // the module's page in the sheet
     HWND sheet_ = nullptr;
-    bool failed_ = false;
+    Outcome outcome_;
+
+    // The sheet's thread and the installer's meet at the sheet's close.
+    SrwLock lock_;
+    ConditionVariable changed_;
+    bool sheetClosed_ = false;
+    bool sheetMayEnd_ = false;
 };
