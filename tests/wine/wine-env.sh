@@ -25,7 +25,7 @@ preparePrefix() {
   exec {lock}>"$wineBuild/wine-prefix.lock"
   flock "$lock"
   # The marker names what the set-up below gives, so a prefix made by an older one is made again.
-  local ready="$WINEPREFIX/.ztprop-ready-fonts"
+  local ready="$WINEPREFIX/.ztprop-ready-fonts-unmanaged"
   if [[ ! -f "$ready" ]]; then
     rm -rf "${WINEPREFIX:?}"
     DISPLAY= wineboot -i >/dev/null 2>&1 || true
@@ -38,6 +38,9 @@ preparePrefix() {
       /v 'MS Shell Dlg' /t REG_SZ /d 'MS Sans Serif' /f >/dev/null 2>&1
     # Wine draws the title bar itself: Xvfb has no window manager.
     wine reg add 'HKCU\Software\Wine\X11 Driver' /v Decorated /t REG_SZ /d N /f >/dev/null 2>&1
+    # Nor does it wait for one: a managed window's hiding waits 2 s for a window manager to
+    # withdraw it, so each sheet's destruction took 2 s.
+    wine reg add 'HKCU\Software\Wine\X11 Driver' /v Managed /t REG_SZ /d N /f >/dev/null 2>&1
     # A crash ends the program instead of waiting for someone to close a dialog.
     wine reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f >/dev/null 2>&1
     wineserver -w
