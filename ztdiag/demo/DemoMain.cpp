@@ -6,19 +6,25 @@
 // no simulated service: the tool answers them before one is started.
 #include <atomic>
 #include <chrono>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "platform/Threading.h"
 #include "sim/ZtDriver.h"
+#include "tools/sheet_host/Linger.h"
 #include "tools/sheet_host/LoaderLock.h"
+#include "tools/sheet_host/Watchdog.h"
 #include "ztdiag/CommandLine.h"
 #include "ztdiag/Ztdiag.h"
 #include "ztdiag/demo/DemoWorld.h"
 #include "ztdiag/windows/WindowsConsole.h"
 
 namespace {
+
+// The longest command (a cable test: 40 seconds) with the threads' ends after it.
+constexpr std::chrono::seconds runLimit{50};
 
 const wchar_t* const demoUsage
     = L"ztdiag_demo [--sim-NAME=VALUE...] [ztdiag arguments]\n"
@@ -32,7 +38,9 @@ const wchar_t* const demoUsage
       L"  --sim-temperatures=P,M    PHY and MAC temperature in hundredths of a degree (5425,6100)\n"
       L"  --sim-pooled-threads      the service's delivery threads end whenever they find no work\n"
       L"  --sim-loader-lock         at the end, the calls into the service made under the loader\n"
-      L"                            lock (inside a thread's exit), to stderr\n";
+      L"                            lock (inside a thread's exit), to stderr\n"
+      L"  --sim-linger-detach=MS    every thread's end in the process waits MS in another DLL's\n"
+      L"                            DLL_THREAD_DETACH (linger.dll, beside the program)\n";
 
 std::vector<std::wstring> split(const std::wstring& text, wchar_t separator)
 {
@@ -75,6 +83,8 @@ DemoSettings takeSettings(std::vector<std::wstring>& args)
             settings.pooledThreads = true;
         } else if (name == L"--sim-loader-lock") {
             settings.loaderLockReport = true;
+        } else if (name == L"--sim-linger-detach") {
+            settings.lingerDetachMs = static_cast<std::uint32_t>(number(value));
         } else if (name == L"--sim-second-adapter") {
             settings.secondAdapter = true;
         } else if (name == L"--sim-link") {
@@ -170,6 +180,10 @@ int wmain(int argc, wchar_t** argv)
         || command.kind == CommandKind::Version) {
         ExitProcess(static_cast<UINT>(ztdiagMain(args, console)));
     }
+    // Past its limit a run that hangs prints every thread's stack and ends with exit code 3.
+    Watchdog watchdog;
+    watchdog.nameThread("main");
+    const Watchdog::Wait wait(watchdog, "the command, then the end of every other thread", runLimit);
     DemoWorld world(settings);
     if (!world.ready()) {
         console.err(L"ztdiag_demo: the simulated adapter couldn't be set up\n");
@@ -177,6 +191,16 @@ int wmain(int argc, wchar_t** argv)
     }
     if (settings.loaderLockReport) {
         world.service().watchForbiddenCalls(holdsLoaderLock);
+    }
+    // Kept loaded to the end: ExitProcess comes first.
+    std::unique_ptr<Linger> linger;
+    if (settings.lingerDetachMs != 0) {
+        linger = std::make_unique<Linger>(std::chrono::milliseconds(settings.lingerDetachMs));
+        if (!linger->error().empty()) {
+            console.err(L"ztdiag_demo: linger.dll: "
+                        + std::wstring(linger->error().begin(), linger->error().end()) + L"\n");
+            ExitProcess(exitServiceFailed);
+        }
     }
     std::atomic<bool> done{false};
     Thread script;
@@ -195,6 +219,11 @@ int wmain(int argc, wchar_t** argv)
         for (const std::string& call : calls) {
             console.err(L"  " + std::wstring(call.begin(), call.end()) + L"\n");
         }
+    }
+    if (linger) {
+        const Linger::Counts counts = linger->counts();
+        console.err(L"linger: " + std::to_wstring(counts.probed) + L" thread ends held, "
+                    + std::to_wstring(counts.held) + L" of them under the loader lock\n");
     }
     ExitProcess(static_cast<UINT>(code));
 }

@@ -27,6 +27,7 @@ struct DemoSettings {
     std::uint32_t cableTestMs = 1500;
     bool pooledThreads = false;  // delivery threads end whenever they find no work
     bool loaderLockReport = false;  // the service's calls under the loader lock, at the end
+    std::uint32_t lingerDetachMs = 0;  // each thread's end waits this long in linger.dll
 };
 
 class DemoWorld {
