@@ -561,7 +561,9 @@ sim::ReferenceCounts SheetHost::reportReferences_(const std::string& when)
         + std::to_string(counts.references));
     if (counts.liveObjects != 0) {
         for (const auto& line : service.liveObjects()) {
-            say("wmi " + when + ":   " + line);
+            std::string text = "wmi ";
+            text.append(when).append(":   ").append(line);
+            say(text);
         }
     }
     return counts;

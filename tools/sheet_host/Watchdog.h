@@ -45,8 +45,8 @@ public:
 private:
     struct Limit {
         std::string what;
-        std::chrono::milliseconds limit;
-        std::chrono::steady_clock::time_point deadline;
+        std::chrono::milliseconds limit{};
+        std::chrono::steady_clock::time_point deadline{};
     };
 
     void run_();
