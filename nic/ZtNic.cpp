@@ -131,10 +131,12 @@ void ZtNic::onMediaStateChanged_(const std::wstring& /*instanceName*/, MediaConn
 {
     ZT_TRACE(3, "ZtNic: media state changed %d -> %d", static_cast<int>(mediaState_.load()),
              static_cast<int>(state));
-    mediaState_ = state;
+    // The speed first: whoever sees the new state (the tool's cable test waits
+    // for Connected on another thread) must see that connection's speed with it.
     if (state == MediaConnectState::Connected) {
         linkSpeed_ = ndis_.linkSpeed();
     }
+    mediaState_ = state;
     nicMediaChanged.notify(state);
 }
 
