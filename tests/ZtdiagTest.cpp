@@ -41,7 +41,11 @@ std::wstring instanceId(int n)
 // Records what the tool writes and the handler it leaves for Ctrl+C.
 class RecordingConsole : public Console {
 public:
-    void out(const std::wstring& text) override { outText += text; }
+    bool out(const std::wstring& text) override
+    {
+        outText += text;
+        return true;
+    }
     void err(const std::wstring& text) override { errText += text; }
     bool isTerminal() const override { return false; }
     void onInterrupt(std::function<void()> handler) override

@@ -11,7 +11,9 @@ class Console {
 public:
     virtual ~Console() = default;
 
-    virtual void out(const std::wstring& text) = 0;
+    // False once the output is closed (the reader of a pipe went away): the
+    // text is lost and so is all that follows, and the command ends.
+    virtual bool out(const std::wstring& text) = 0;
     virtual void err(const std::wstring& text) = 0;
     // True when the output goes to a terminal, not to a file or a pipe.
     virtual bool isTerminal() const = 0;

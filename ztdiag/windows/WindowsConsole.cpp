@@ -34,15 +34,20 @@ WindowsConsole::Stream WindowsConsole::open_(DWORD which)
     return {handle, console};
 }
 
-void WindowsConsole::write_(const Stream& stream, const std::wstring& text)
+bool WindowsConsole::write_(Stream& stream, const std::wstring& text)
 {
+    if (stream.closed) {
+        return false;
+    }
+    // No stream at all (a program started without one) takes text as the null device would.
     if (stream.handle == nullptr || stream.handle == INVALID_HANDLE_VALUE || text.empty()) {
-        return;
+        return true;
     }
     if (stream.console) {
         DWORD written = 0;
-        WriteConsoleW(stream.handle, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
-        return;
+        stream.closed
+            = WriteConsoleW(stream.handle, text.data(), static_cast<DWORD>(text.size()), &written, nullptr) == 0;
+        return !stream.closed;
     }
     // A file or a pipe gets text as Windows programs write it: UTF-8, CR LF.
     std::wstring lines;
@@ -54,13 +59,17 @@ void WindowsConsole::write_(const Stream& stream, const std::wstring& text)
         lines += c;
     }
     const std::string bytes = toUtf8(lines);
+    // A pipe whose reader went fails with ERROR_NO_DATA or ERROR_BROKEN_PIPE;
+    // a full disk with ERROR_DISK_FULL. Either way the rest would be lost too.
     DWORD written = 0;
-    WriteFile(stream.handle, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
+    stream.closed = WriteFile(stream.handle, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr) == 0
+                    || written != bytes.size();
+    return !stream.closed;
 }
 
-void WindowsConsole::out(const std::wstring& text)
+bool WindowsConsole::out(const std::wstring& text)
 {
-    write_(out_, text);
+    return write_(out_, text);
 }
 
 void WindowsConsole::err(const std::wstring& text)

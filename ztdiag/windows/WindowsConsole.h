@@ -13,7 +13,7 @@ public:
     WindowsConsole(const WindowsConsole&) = delete;
     WindowsConsole& operator=(const WindowsConsole&) = delete;
 
-    void out(const std::wstring& text) override;
+    bool out(const std::wstring& text) override;
     void err(const std::wstring& text) override;
     bool isTerminal() const override { return out_.console; }
     void onInterrupt(std::function<void()> handler) override;
@@ -26,9 +26,10 @@ private:
     struct Stream {
         HANDLE handle;
         bool console;
+        bool closed = false;  // a write failed: nothing more is written
     };
     static Stream open_(DWORD which);
-    static void write_(const Stream& stream, const std::wstring& text);
+    static bool write_(Stream& stream, const std::wstring& text);
 
     Stream out_;
     Stream err_;
