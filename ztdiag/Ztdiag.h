@@ -17,6 +17,8 @@ enum ExitCode : int {
     exitNotTestable = 2,  // the adapter isn't there or can't be tested
     exitServiceFailed = 3,  // the management service failed or didn't answer in time
     exitUsage = 64,
+    exitOutputClosed = 74,  // the output was closed (the reader of a pipe went away)
+    exitInterrupted = 130,  // Ctrl+C ended a command before its result
 };
 
 // How long the main thread waits for the management service.
