@@ -68,7 +68,10 @@ TEST_F(WbemClassObjectTest, typedGettersWriteOnlyAnExactType)
 }
 
 // An interface that is no object of the service.
-struct NotAnObject : IUnknown {
+class NotAnObject final : public IUnknown {
+public:
+    virtual ~NotAnObject() = default;
+
     STDMETHOD(QueryInterface)(REFIID /*iid*/, void** object) override
     {
         *object = nullptr;
