@@ -1,12 +1,12 @@
 // The cable test: its start, the worker, its end on the dialog's thread, and the
 // category choice that corrects the cable length.
-#include <new>
 #include <utility>
 
 #include "diag_page/ZethoriaDiagPage.h"
 #include "nic/AdapterTexts.h"
 #include "nic/ZtNic.h"
 #include "resources/resource.h"
+#include "trace/ThreadBody.h"
 #include "trace/Trace.h"
 #include "wmi/WbemServices.h"
 
@@ -44,14 +44,9 @@ DWORD WINAPI ZethoriaDiagPage::cableDiagWorker_(void* argument)
     auto* page = static_cast<ZethoriaDiagPage*>(argument);
     ZT_TRACE(1, "Cable diag thread: enter");
     bool success = false;
-    try {
+    runThreadBody("Cable diag thread", [page, &success] {
         success = page->nic_ && page->nic_->performCableDiag(page->pairResults_);
-    } catch (const std::bad_alloc&) {
-        ZT_TRACE(0, "[!] Cable diag thread: out of memory");
-    } catch (...) {
-        // Anything else thrown here would end the host process (Device Manager's).
-        ZT_TRACE(0, "[!] Cable diag thread: the run ended by an exception");
-    }
+    });
     // The dialog may be gone by now; then the post fails and the destructor joins.
     PostMessageW(page->hwnd_, WM_CABLE_DIAG_DONE, success ? 1 : 0, 0);
     ZT_TRACE(1, "Cable diag thread: exit");

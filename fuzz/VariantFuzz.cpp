@@ -167,11 +167,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         IUnknown* unknown = nullptr;
         const bool found = object.getObjectProperty(L"thermalInfo", &unknown);
         fuzzCheck(found == (object[L"thermalInfo"].vartype() == VT_UNKNOWN), "VT_UNKNOWN exactly");
-        IWbemClassObject* embedded = nullptr;
-        if (found && unknown != nullptr
-            && SUCCEEDED(
-                unknown->QueryInterface(IID_IWbemClassObject, reinterpret_cast<void**>(&embedded)))) {
-            const WbemClassObject thermal(embedded, false);
+        WbemClassObject thermal;
+        if (found && unknown != nullptr && embeddedObject(unknown, thermal)) {
             checkSnapshot(inner, thermal);
             readTyped(thermal);
         }

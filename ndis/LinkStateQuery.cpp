@@ -90,16 +90,12 @@ WbemClassObject NdisWmi::getLinkStateData_() const
         return {};
     }
     const variant& linkState = output[L"LinkState"];
-    if (linkState.isEmpty() || linkState.vartype() != VT_UNKNOWN || linkState.get().punkVal == nullptr) {
+    // Here a link state that holds no interface is as missing as one of another type.
+    WbemClassObject embedded;
+    if (linkState.vartype() != VT_UNKNOWN || linkState.get().punkVal == nullptr
+        || !embeddedObject(linkState.get().punkVal, embedded)) {
         ZT_TRACE(0, "[!] Property 'LinkState' not found");
         return {};
     }
-    // The embedded object arrives as IUnknown; ask it for the object interface.
-    IWbemClassObject* embedded = nullptr;
-    if (FAILED(linkState.get().punkVal->QueryInterface(IID_IWbemClassObject,
-                                                       reinterpret_cast<void**>(&embedded)))) {
-        ZT_TRACE(0, "[!] Property 'LinkState' not found");
-        return {};
-    }
-    return {embedded, false};
+    return embedded;
 }

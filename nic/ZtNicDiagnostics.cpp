@@ -41,17 +41,14 @@ bool ZtNic::cableDiag_(std::vector<ZtPairInfo>& results)
         ZT_TRACE(1, "result type %d", static_cast<int>(returnValue.vartype()));
     }
     const variant& diagRes = out[L"diagRes"];
-    IUnknown* const unknown = diagRes.vartype() == VT_UNKNOWN ? diagRes.get().punkVal : nullptr;
-    IWbemClassObject* embedded = nullptr;
+    WbemClassObject embedded;
     // An object that holds no interface is one with no properties: the parse
     // finds no "pairs" in its empty wrapper.
-    if (diagRes.vartype() != VT_UNKNOWN
-        || (unknown != nullptr
-            && FAILED(unknown->QueryInterface(IID_IWbemClassObject, reinterpret_cast<void**>(&embedded))))) {
+    if (diagRes.vartype() != VT_UNKNOWN || !embeddedObject(diagRes.get().punkVal, embedded)) {
         ZT_TRACE(0, "[!] 'diagRes' property not found or has invalid type");
         return false;
     }
-    return parseDiagResult(WbemClassObject(embedded, false), results);
+    return parseDiagResult(embedded, results);
 }
 
 bool parseDiagResult(const WbemClassObject& diagRes, std::vector<ZtPairInfo>& results)
@@ -144,16 +141,13 @@ ZtThermalInfo ZtNic::getThermalInfo()
         return {};
     }
     IUnknown* thermalUnknown = nullptr;
-    IWbemClassObject* thermalObject = nullptr;
+    WbemClassObject thermal;
     // No interface is an object with no properties: the reads below say so.
     if (!diagnostics.getObjectProperty(L"thermalInfo", &thermalUnknown)
-        || (thermalUnknown != nullptr
-            && FAILED(thermalUnknown->QueryInterface(IID_IWbemClassObject,
-                                                     reinterpret_cast<void**>(&thermalObject))))) {
+        || !embeddedObject(thermalUnknown, thermal)) {
         ZT_TRACE(0, "[!] Couldn't get thermalInfo object");
         return {};
     }
-    const WbemClassObject thermal(thermalObject, false);
     std::uint8_t flags = 0;
     std::int32_t phy = 0;
     std::int32_t mac = 0;

@@ -72,8 +72,9 @@ void waitRealTime(std::chrono::milliseconds limit);
 
 // A thread of the platform's running `body`. Ends as a plain thread does:
 // whatever the thread must end (its COM use) `body` ends before it returns.
-// An exception out of `body` stops there, untraced: bodies trace their own. Must be joined or
-// detached before it is destroyed (a joinable one is detached then).
+// An exception out of `body` stops there, untraced (this layer has no log): the
+// module's and the tool's bodies end theirs in runThreadBody (trace/ThreadBody.h).
+// Must be joined or detached before it is destroyed (a joinable one is detached then).
 class Thread {
 public:
     Thread() = default;

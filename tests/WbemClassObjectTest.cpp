@@ -67,6 +67,49 @@ TEST_F(WbemClassObjectTest, typedGettersWriteOnlyAnExactType)
     });
 }
 
+// An interface that is no object of the service.
+class NotAnObject final : public IUnknown {
+public:
+    virtual ~NotAnObject() = default;
+
+    STDMETHOD(QueryInterface)(REFIID /*iid*/, void** object) override
+    {
+        *object = nullptr;
+        return E_NOINTERFACE;
+    }
+    STDMETHOD_(ULONG, AddRef)() override { return 1; }
+    STDMETHOD_(ULONG, Release)() override { return 1; }
+};
+
+TEST_F(WbemClassObjectTest, embeddedObjectIsTheHeldObjectOrOneWithNoProperties)
+{
+    onNewThread([&] {
+        const WbemClassObject adapter = threadWbemServices().getObject(adapterPath);
+        IUnknown* details = nullptr;
+        ASSERT_TRUE(adapter.getObjectProperty(L"Details", &details));
+        NotAnObject other;
+        struct Case {
+            const char* what;
+            IUnknown* held;
+            bool read;
+            const wchar_t* temperature;
+            const wchar_t* name;  // the adapter's, where the target was left alone
+        };
+        const Case cases[] = {
+            {"an object", details, true, L"41", L"<empty>"},
+            {"no interface", nullptr, true, L"<empty>", L"<empty>"},
+            {"an interface that isn't an object", &other, false, L"<empty>", L"ZT 10G"},
+        };
+        for (const auto& c : cases) {
+            WbemClassObject out = threadWbemServices().getObject(adapterPath);
+            EXPECT_EQ(embeddedObject(c.held, out), c.read) << c.what;
+            EXPECT_EQ(out.isEmpty(), c.held == nullptr) << c.what;
+            EXPECT_EQ(variantToString(out[L"Temperature"]), c.temperature) << c.what;
+            EXPECT_EQ(variantToString(out[L"Name"]), c.name) << c.what;
+        }
+    });
+}
+
 TEST_F(WbemClassObjectTest, emptyWrapperAnswersEveryLookupWithTheEmptyValue)
 {
     const WbemClassObject empty;

@@ -120,6 +120,21 @@ bool WbemClassObject::getObjectProperty(const std::wstring& name, IUnknown** out
     return found;
 }
 
+bool embeddedObject(IUnknown* held, WbemClassObject& out)
+{
+    if (held == nullptr) {
+        out = WbemClassObject();
+        return true;
+    }
+    // The embedded object arrives as IUnknown; ask it for the object interface.
+    IWbemClassObject* object = nullptr;
+    if (FAILED(held->QueryInterface(IID_IWbemClassObject, reinterpret_cast<void**>(&object)))) {
+        return false;
+    }
+    out = WbemClassObject(object, false);
+    return true;
+}
+
 bool WbemClassObject::getByteProperty(const std::wstring& name, std::uint8_t& out) const
 {
     const auto [found, value] = getPropertyWithTypeCheck_(name, VT_UI1);

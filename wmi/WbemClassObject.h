@@ -53,5 +53,10 @@ private:
     std::map<std::wstring, variant> properties_;
 };
 
+// The object an embedded-object value (VT_UNKNOWN) holds, `held` being its
+// interface: false, `out` untouched, if that isn't an object. No interface is an
+// object with no properties: true with an empty wrapper.
+bool embeddedObject(IUnknown* held, WbemClassObject& out);
+
 // `Class.InstanceName="name"`, the instance name as it is (no escaping).
 std::wstring objectInstancePath(const std::wstring& className, const std::wstring& instanceName);

@@ -1,10 +1,9 @@
 #include "ztdiag/ServiceThread.h"
 
 #include <atomic>
-#include <new>
 
 #include "platform/Threading.h"
-#include "trace/Trace.h"
+#include "trace/ThreadBody.h"
 #include "wmi/WbemServices.h"
 
 namespace {
@@ -16,16 +15,7 @@ ServiceThread::ServiceThread(std::function<void()> work) : status_(std::make_sha
     ++runningThreads;
     try {
         thread_ = Thread([status = status_, work = std::move(work)] {
-            bool succeeded = true;
-            try {
-                work();
-            } catch (const std::bad_alloc&) {
-                ZT_TRACE(0, "[!] ztdiag service thread: out of memory");
-                succeeded = false;
-            } catch (...) {
-                ZT_TRACE(0, "[!] ztdiag service thread: the work ended by an exception");
-                succeeded = false;
-            }
+            const bool succeeded = runThreadBody("ztdiag service thread", work);
             endThreadWbemServices();
             {
                 const std::lock_guard<SrwLock> guard(status->lock);

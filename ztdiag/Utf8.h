@@ -1,6 +1,7 @@
 // Wide text (UTF-16 on Windows, UTF-32 on the host) to UTF-8 and back, for the
-// JSON library and redirected output. Anything that isn't a whole character
-// (a lone surrogate, a broken sequence) becomes U+FFFD.
+// JSON library and redirected output. A surrogate pair is one character; a lone
+// surrogate half becomes U+FFFD, and so does each byte that starts no whole
+// UTF-8 character (a broken or overlong sequence, an encoded surrogate).
 #pragma once
 
 #include <string>

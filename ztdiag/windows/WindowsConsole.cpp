@@ -3,6 +3,7 @@
 #include <mutex>
 
 #include "platform/Threading.h"
+#include "trace/ThreadBody.h"
 #include "ztdiag/Utf8.h"
 
 namespace {
@@ -92,6 +93,7 @@ BOOL WINAPI WindowsConsole::controlEvent(DWORD type)
     if (!interruptHandler) {
         return FALSE;
     }
-    interruptHandler();
-    return TRUE;
+    // The system's thread runs this; a handler that fails leaves Ctrl+C to the
+    // default handler, which ends the process as it would without one.
+    return runThreadBody("ztdiag Ctrl+C handler", interruptHandler) ? TRUE : FALSE;
 }

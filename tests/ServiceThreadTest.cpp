@@ -1,0 +1,58 @@
+// The tool's service thread ends whatever its work throws at its own boundary:
+// traced at level 0, the work reported failed, the process going on.
+#include "ztdiag/ServiceThread.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "TraceCapture.h"
+#include "host/HostPlatform.h"
+#include "trace/Trace.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+TEST(ServiceThread, anExceptionOutOfTheWorkEndsAtTheThreadsBoundaryWithALevel0Line)
+{
+    struct Case {
+        const char* what;
+        void (*work)();
+        bool succeeded;
+        std::vector<std::string> lines;
+    };
+    const Case cases[] = {
+        {"no exception", [] {}, true, {}},
+        {"out of memory",
+         [] { throw std::bad_alloc(); },
+         false,
+         {"[!] ztdiag service thread: out of memory"}},
+        {"a std::exception",
+         [] { throw std::runtime_error("no answer"); },
+         false,
+         {"[!] ztdiag service thread: ended by an exception: no answer"}},
+        {"anything else", [] { throw 7; }, false, {"[!] ztdiag service thread: ended by an exception"}},
+    };
+    for (const auto& c : cases) {
+        const int saved = traceLevel;
+        traceLevel = 0;  // failures only, as shipped
+        host::reset();
+        {
+            ServiceThread thread(c.work);
+            ASSERT_TRUE(thread.waitFor(10s)) << c.what;
+            EXPECT_EQ(thread.succeeded(), c.succeeded) << c.what;
+        }
+        traceLevel = saved;
+        EXPECT_EQ(tracedMessages(), c.lines) << c.what;
+        if (!c.lines.empty()) {
+            EXPECT_EQ(tracedLines()[0].function, "runThreadBody") << c.what;
+        }
+    }
+}
+
+}  // namespace
