@@ -48,8 +48,10 @@ bool findZtAdapters(std::vector<ZtAdapterDevice>& adapters, DWORD& error)
     }
     for (std::size_t i = 0; i < network.size(); ++i) {
         const DevPropertiesReader device = network.reader(i);
-        if (isSupportedHardwareId(device.getHardwareIds())) {
-            adapters.push_back({device.getAdapterName(), device.getProblemCode(), device.getInstanceId()});
+        const std::vector<std::wstring> hardwareIds = device.getHardwareIds();
+        if (isSupportedHardwareId(hardwareIds)) {
+            adapters.push_back({device.getAdapterName(), device.getProblemCode(), device.getInstanceId(),
+                                hardwareIds.front()});
         }
     }
     ZT_TRACE(3, "findZtAdapters(): %d of %d network devices listed", static_cast<int>(adapters.size()),

@@ -37,6 +37,7 @@ struct ZtAdapterDevice {
     std::wstring name;  // as the page names it: the management service's instance name
     DWORD problemCode;  // 0: working; 0xFFFFFFFF: unreadable
     std::wstring instanceId;  // the device manager's own name for it; empty: unreadable
+    std::wstring hardwareId;  // its most specific hardware id, the first it lists
 };
 
 // The listed adapters among the network class's present devices, in the

@@ -18,6 +18,9 @@ hostPackages=(cmake make g++ googletest libgtest-dev nlohmann-json3-dev zlib1g-d
 # scripts/fuzz and scripts/lint.
 fuzzPackages=(clang libclang-rt-14-dev)
 lintPackages=(clang-format clang-tidy)
+# The metrics' real readers: promtool for the file and the alert rules, and
+# node_exporter's textfile collector, scraped over HTTP.
+metricsPackages=(prometheus prometheus-node-exporter curl)
 
 needPackages() {
   local package missing=()

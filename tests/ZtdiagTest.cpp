@@ -6,9 +6,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cwctype>
+#include <filesystem>
+#include <fstream>
+#include <map>
 #include <mutex>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -20,6 +24,7 @@
 #include "resources/resource.h"
 #include "sim/SimAdapter.h"
 #include "ztdiag/ServiceThread.h"
+#include "ztdiag/Utf8.h"
 
 namespace {
 
@@ -137,8 +142,8 @@ void faultyPairs(Machine& m)
 std::wstring usageError(const std::wstring& message)
 {
     return L"ztdiag: " + message
-        + L"\nUsage: ztdiag [cable-test [ADAPTER] [--category 5e|6|6a] | watch [ADAPTER]] [--json]"
-          L" (ztdiag --help tells more)\n";
+        + L"\nUsage: ztdiag [cable-test [ADAPTER] [--category 5e|6|6a] | watch [ADAPTER] | metrics [ADAPTER]"
+          L" [--output FILE]] [--json] (ztdiag --help tells more)\n";
 }
 
 const wchar_t* const firstListed = L"Name       : ZT Ethernet Adapter\nState      : Ready\n"
@@ -350,7 +355,7 @@ TEST(Ztdiag, printsWhatTheUserAskedForAndExitsWithItsCode)
          L"", L"ztdiag: ZT Ethernet Adapter: the driver's cable test failed\n"},
         // Usage errors, and the version.
         {args(L"frobnicate"), 1, 64, nullptr, L"",
-         usageError(L"unknown command 'frobnicate'; the commands are cable-test and watch")},
+         usageError(L"unknown command 'frobnicate'; the commands are cable-test, watch and metrics")},
         {args(L"--fast"), 1, 64, nullptr, L"", usageError(L"unknown option '--fast'")},
         {args(L"cable-test", L"--category", L"7"), 1, 64, nullptr, L"",
          usageError(L"unknown cable category '7'; the categories are 5e, 6 and 6a")},
@@ -760,6 +765,224 @@ TEST(Ztdiag, theListingOpensNoEventSubscription)
                   c.subscriptions);
         EXPECT_NE(machine.console.outText, L"");
     }
+}
+
+// ---- Metrics for the textfile collectors -------------------------------------
+
+// The samples of an exposition, by name and labels as written.
+std::map<std::string, std::string> samples(const std::string& text)
+{
+    std::map<std::string, std::string> found;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) {
+        if (!line.empty() && line[0] != '#') {
+            const std::size_t value = line.rfind(' ');
+            found[line.substr(0, value)] = line.substr(value + 1);
+        }
+    }
+    return found;
+}
+
+std::string utf8(const std::wstring& text)
+{
+    return toUtf8(text);
+}
+
+// "name{adapter=...,connection=...,instance_id=...}" for the nth device.
+std::string series(const char* name, const std::wstring& adapter, int device, const std::string& more = "")
+{
+    std::string id;
+    for (const char c : utf8(instanceId(device))) {
+        id += c == '\\' ? std::string("\\\\") : std::string(1, c);
+    }
+    return std::string(name) + "{adapter=\"" + utf8(adapter) + "\",connection=\"\",instance_id=\"" + id + "\""
+        + more + "}";
+}
+
+// What promtool says of the exposition: empty when it finds nothing wrong.
+std::string promtoolCheck(const std::string& text)
+{
+    const std::string path = testing::TempDir() + "ztdiag-check.prom";
+    std::ofstream(path) << text;
+    std::string said;
+    FILE* pipe = popen(("promtool check metrics < " + path + " 2>&1; echo \"exit $?\"").c_str(), "r");
+    if (pipe == nullptr) {
+        return "promtool can't be run";
+    }
+    for (std::array<char, 256> buffer{}; fgets(buffer.data(), buffer.size(), pipe) != nullptr;) {
+        said += buffer.data();
+    }
+    pclose(pipe);
+    return said == "exit 0\n" ? "" : said;
+}
+
+TEST(ZtdiagMetrics, stateEachAdapterAndLeaveOutWhatIsntKnown)
+{
+    Machine machine(2);
+    addBackup(machine);
+    EXPECT_EQ(run(machine, args(L"metrics")), 0);
+    EXPECT_EQ(machine.console.errText, L"");
+    const std::string text = utf8(machine.console.outText);
+    EXPECT_EQ(promtoolCheck(text), "") << text;
+    const std::map<std::string, std::string> found = samples(text);
+    const std::wstring backup = L"ZT Backup Adapter";
+    const std::map<std::string, std::string> expected = {
+        {series("ztdiag_adapter_info", first, 1,
+                ",firmware=\"1.5.66\",hardware_id=\"PCI\\\\VEN_7E5C&DEV_C3E1&SUBSYS_0B217E5C&REV_02\","
+                "driver_state=\"Ready\""),
+         "1"},
+        {series("ztdiag_adapter_info", disabled, 2,
+                ",firmware=\"\",hardware_id=\"PCI\\\\VEN_7E5C&DEV_C3E1&SUBSYS_0B217E5C&REV_02\","
+                "driver_state=\"Device is disabled\""),
+         "1"},
+        {series("ztdiag_adapter_problem_code", first, 1), "0"},
+        {series("ztdiag_adapter_problem_code", disabled, 2), "22"},
+        {series("ztdiag_adapter_problem_code", backup, 3), "0"},
+        {series("ztdiag_link_up", first, 1), "1"},
+        {series("ztdiag_link_up", backup, 3), "0"},
+        {series("ztdiag_link_speed_bytes", first, 1), "312500000"},
+        {series("ztdiag_phy_temperature_celsius", first, 1), "54.25"},
+        {series("ztdiag_mac_temperature_celsius", first, 1), "61"},
+        {series("ztdiag_phy_temperature_celsius", backup, 3), "102.5"},
+        {series("ztdiag_mac_temperature_celsius", backup, 3), "105"},
+        {series("ztdiag_temperature_health", first, 1, ",state=\"ok\""), "1"},
+        {series("ztdiag_temperature_health", first, 1, ",state=\"high\""), "0"},
+        {series("ztdiag_temperature_health", first, 1, ",state=\"unknown\""), "0"},
+        {series("ztdiag_temperature_health", backup, 3, ",state=\"ok\""), "0"},
+        {series("ztdiag_temperature_health", backup, 3, ",state=\"high\""), "1"},
+        {series("ztdiag_temperature_health", backup, 3, ",state=\"unknown\""), "0"},
+        {series("ztdiag_cable_test_supported", first, 1), "1"},
+        {series("ztdiag_cable_test_supported", backup, 3), "0"},
+        {series("ztdiag_scrape_success", first, 1), "1"},
+        {series("ztdiag_scrape_success", disabled, 2), "1"},
+        {series("ztdiag_scrape_success", backup, 3), "1"},
+    };
+    for (const auto& sample : expected) {
+        EXPECT_EQ(found.count(sample.first) != 0 ? found.at(sample.first) : "absent", sample.second)
+            << sample.first;
+    }
+    // The rest are the three scrape durations and the backup's info.
+    EXPECT_EQ(found.size(), expected.size() + 4) << text;
+    EXPECT_EQ(machine.sim.startedCableTests(), 0);
+}
+
+TEST(ZtdiagMetrics, aReadThatFailsIsAFailedScrapeNeverAColdOrDownAdapter)
+{
+    const struct {
+        void (*setup)(Machine&);
+        std::wstring err;
+    } cases[] = {
+        {linkQueryFails,
+         L"ztdiag: the management service didn't answer for 'ZT Ethernet Adapter'; the metrics mark the "
+         L"scrape as "
+         L"failed\n"},
+        {[](Machine& m) { m.sim.service().injectFault(sim::Fault::on("ConnectServer", E_FAIL)); },
+         L"ztdiag: can't connect to the management service (root\\wmi); the metrics mark every working "
+         L"adapter's scrape as failed\n"},
+    };
+    for (const auto& c : cases) {
+        Machine machine(1);
+        c.setup(machine);
+        EXPECT_EQ(run(machine, args(L"metrics")), 3);
+        EXPECT_EQ(machine.console.errText, c.err);
+        const std::map<std::string, std::string> found = samples(utf8(machine.console.outText));
+        EXPECT_EQ(found.at(series("ztdiag_scrape_success", first, 1)), "0");
+        for (const char* left : {"ztdiag_link_up", "ztdiag_link_speed_bytes",
+                                 "ztdiag_phy_temperature_celsius", "ztdiag_cable_test_supported"}) {
+            EXPECT_EQ(found.count(series(left, first, 1)), 0U) << left;
+        }
+    }
+}
+
+TEST(ZtdiagMetrics, labelValuesAreEscapedAndUtf8)
+{
+    const std::wstring odd = L"ZT \"Lab\" \\ Adapter \u00C4\u00DF\u20AC";
+    Machine machine(0);
+    machine.device(odd, 22);
+    EXPECT_EQ(run(machine, args(L"metrics")), 0);
+    const std::string text = utf8(machine.console.outText);
+    EXPECT_EQ(promtoolCheck(text), "") << text;
+    EXPECT_EQ(samples(text).count("ztdiag_adapter_problem_code{adapter=\"ZT \\\"Lab\\\" \\\\ Adapter "
+                                  "\xC3\x84\xC3\x9F\xE2\x82\xAC\",connection=\"\",instance_id=\""
+                                  "PCI\\\\VEN_7E5C&DEV_C3E1&SUBSYS_0B217E5C&REV_02\\\\4&2F6B3A1&0&00E1\"}"),
+              1U)
+        << text;
+}
+
+std::string fileText(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+// A folder of its own for each test's files.
+std::string freshFolder(const char* name)
+{
+    const std::string folder = testing::TempDir() + name;
+    std::filesystem::remove_all(folder);
+    std::filesystem::create_directories(folder);
+    return folder;
+}
+
+TEST(ZtdiagMetrics, aFileIsReplacedWholeOrLeftAsItWas)
+{
+    const std::string folder = freshFolder("ztdiag-metrics");
+    const std::string path = folder + "/ztdiag.prom";
+    const std::wstring widePath(path.begin(), path.end());
+    {
+        Machine machine(1);
+        EXPECT_EQ(run(machine, args(L"metrics", L"--output", widePath)), 0);
+        EXPECT_EQ(machine.console.outText, L"");
+        EXPECT_EQ(promtoolCheck(fileText(path)), "");
+    }
+    const std::string before = fileText(path);
+    const struct {
+        const char* function;
+        DWORD error;
+        const wchar_t* step;
+    } cases[] = {
+        {"CreateFileW", ERROR_ACCESS_DENIED, L"create: error 5"},
+        {"WriteFile", ERROR_DISK_FULL, L"write: error 112"},
+        {"FlushFileBuffers", ERROR_WRITE_FAULT, L"write: error 29"},
+        {"MoveFileExW", ERROR_SHARING_VIOLATION, L"replace: error 32"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.function);
+        Machine machine(1);
+        machine.sim.heat(9000, 9100);  // what would be new
+        host::failFileFunction(c.function, c.error);
+        EXPECT_EQ(run(machine, args(L"metrics", L"--output=" + widePath)), 73);
+        EXPECT_EQ(machine.console.errText,
+                  L"ztdiag: can't write '" + widePath + L"' (" + c.step
+                      + L"); the old file is left as it was\n");
+        EXPECT_EQ(fileText(path), before);
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 1);  // no new file left
+        EXPECT_EQ(host::openFileHandles(), 0);
+    }
+}
+
+TEST(ZtdiagMetrics, aReaderNeverSeesPartOfAFile)
+{
+    const std::string path = freshFolder("ztdiag-reader") + "/ztdiag.prom";
+    const std::wstring widePath(path.begin(), path.end());
+    Machine machine(1);
+    ASSERT_EQ(run(machine, args(L"metrics", L"--output", widePath)), 0);
+    std::atomic<bool> writing{true};
+    int partial = 0;
+    std::thread reader([&] {
+        while (writing) {
+            const std::string text = fileText(path);
+            partial += text.empty() || text.back() != '\n'
+                || text.find("ztdiag_scrape_success{") == std::string::npos;
+        }
+    });
+    for (int i = 0; i < 50; ++i) {
+        machine.sim.heat(5000 + i, 6000 + i);
+        EXPECT_EQ(ztdiagMain(args(L"metrics", L"--output", widePath), machine.console), 0);
+    }
+    writing = false;
+    reader.join();
+    EXPECT_EQ(partial, 0);
 }
 
 }  // namespace

@@ -20,6 +20,23 @@ bool parseCategory(const std::wstring& text, CableCategory& category)
     return false;
 }
 
+bool commandNamed(const std::wstring& arg, CommandKind& kind)
+{
+    const struct {
+        const wchar_t* word;
+        CommandKind kind;
+    } words[] = {{L"cable-test", CommandKind::CableTest},
+                 {L"watch", CommandKind::Watch},
+                 {L"metrics", CommandKind::Metrics}};
+    for (const auto& entry : words) {
+        if (arg == entry.word) {
+            kind = entry.kind;
+            return true;
+        }
+    }
+    return false;
+}
+
 bool isHelp(const std::wstring& arg)
 {
     return arg == L"--help" || arg == L"-h" || arg == L"-?" || arg == L"/?";
@@ -33,7 +50,8 @@ bool sameIgnoringCase(const std::wstring& a, const std::wstring& b)
 }
 
 const wchar_t* const usageLine
-    = L"Usage: ztdiag [cable-test [ADAPTER] [--category 5e|6|6a] | watch [ADAPTER]] [--json]"
+    = L"Usage: ztdiag [cable-test [ADAPTER] [--category 5e|6|6a] | watch [ADAPTER] | metrics [ADAPTER]"
+      L" [--output FILE]] [--json]"
       L" (ztdiag --help tells more)";
 
 const wchar_t* categoryName(CableCategory category)
@@ -60,6 +78,7 @@ bool parseCommandLine(const std::vector<std::wstring>& args, Command& command, s
     }
     bool haveCommand = false;
     bool haveCategory = false;
+    bool haveOutput = false;
     std::vector<std::wstring> names;
     for (std::size_t i = 0; i < args.size(); ++i) {
         const std::wstring& arg = args[i];
@@ -80,11 +99,24 @@ bool parseCommandLine(const std::vector<std::wstring>& args, Command& command, s
                 return false;
             }
             haveCategory = true;
+        } else if (arg == L"--output" || arg.rfind(L"--output=", 0) == 0) {
+            if (arg.size() > 8) {
+                command.output = arg.substr(9);
+            } else if (i + 1 < args.size()) {
+                command.output = args[++i];
+            } else {
+                error = L"--output needs a file name";
+                return false;
+            }
+            if (command.output.empty()) {
+                error = L"an empty file name for --output";
+                return false;
+            }
+            haveOutput = true;
         } else if (arg.size() > 1 && arg[0] == L'-') {
             error = L"unknown option '" + arg + L"'";
             return false;
-        } else if (!haveCommand && names.empty() && (arg == L"cable-test" || arg == L"watch")) {
-            command.kind = arg == L"watch" ? CommandKind::Watch : CommandKind::CableTest;
+        } else if (!haveCommand && names.empty() && commandNamed(arg, command.kind)) {
             haveCommand = true;
         } else if (haveCommand && arg.empty()) {
             // Left out, ADAPTER means the only one or all; given empty, it names none.
@@ -95,7 +127,7 @@ bool parseCommandLine(const std::vector<std::wstring>& args, Command& command, s
         }
     }
     if (!haveCommand && !names.empty()) {
-        error = L"unknown command '" + names.front() + L"'; the commands are cable-test and watch";
+        error = L"unknown command '" + names.front() + L"'; the commands are cable-test, watch and metrics";
         return false;
     }
     if (names.size() > 1) {
@@ -105,6 +137,14 @@ bool parseCommandLine(const std::vector<std::wstring>& args, Command& command, s
     }
     if (haveCategory && command.kind != CommandKind::CableTest) {
         error = L"--category goes with cable-test only";
+        return false;
+    }
+    if (haveOutput && command.kind != CommandKind::Metrics) {
+        error = L"--output goes with metrics only";
+        return false;
+    }
+    if (command.kind == CommandKind::Metrics && command.json) {
+        error = L"metrics are written in the Prometheus text format, never as JSON";
         return false;
     }
     if (!names.empty()) {

@@ -11,6 +11,7 @@ enum class CommandKind {
     List,  // no command word: every adapter
     CableTest,
     Watch,
+    Metrics,
     Help,
     Version,
 };
@@ -20,6 +21,7 @@ struct Command {
     std::wstring adapter;  // a name or device instance id; empty: the only one (cable-test), or all (watch)
     CableCategory category = Cat5e;  // the page's first offer
     bool json = false;
+    std::wstring output;  // metrics: the file to write; empty: the output stream
 };
 
 // Reads `args` (without the program's name). False, with a one-line

@@ -9,6 +9,7 @@
 #include "installer/DeviceClassSet.h"
 #include "ztdiag/CommandLine.h"
 #include "ztdiag/Console.h"
+#include "ztdiag/Reports.h"
 #include "ztdiag/Ztdiag.h"
 
 struct CommandContext {
@@ -22,6 +23,11 @@ struct CommandContext {
     int timedOut(std::chrono::milliseconds limit) const;
 };
 
+// One adapter as the listing and the metrics show it, read on the calling
+// (service) thread with no event subscription.
+AdapterReport surveyAdapter(const ZtAdapterDevice& device);
+
 int listAdapters(const CommandContext& context, const std::vector<ZtAdapterDevice>& adapters);
 int runCableTest(const CommandContext& context, const ZtAdapterDevice& adapter);
 int watchAdapters(const CommandContext& context, const std::vector<ZtAdapterDevice>& adapters);
+int writeMetrics(const CommandContext& context, const std::vector<ZtAdapterDevice>& adapters);

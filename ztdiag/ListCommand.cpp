@@ -16,9 +16,25 @@ struct Survey {
     bool serviceDown = false;
 };
 
-// On the service thread. A device that isn't working isn't asked: its driver
-// has nothing to say, as on the page. A listing looks once, so the model
-// subscribes to no event.
+void survey(Survey& survey, const std::vector<ZtAdapterDevice>& adapters)
+{
+    bool serviceNeeded = false;
+    for (const ZtAdapterDevice& device : adapters) {
+        serviceNeeded = serviceNeeded || device.problemCode == 0;
+    }
+    if (serviceNeeded && !threadWbemServices().isConnected()) {
+        survey.serviceDown = true;
+        return;
+    }
+    for (const ZtAdapterDevice& device : adapters) {
+        survey.reports.push_back(surveyAdapter(device));
+    }
+}
+
+}  // namespace
+
+// A device that isn't working isn't asked: its driver has nothing to say, as
+// on the page. A reading looks once, so the model subscribes to no event.
 AdapterReport surveyAdapter(const ZtAdapterDevice& device)
 {
     AdapterReport report;
@@ -38,23 +54,6 @@ AdapterReport surveyAdapter(const ZtAdapterDevice& device)
     }
     return report;
 }
-
-void survey(Survey& survey, const std::vector<ZtAdapterDevice>& adapters)
-{
-    bool serviceNeeded = false;
-    for (const ZtAdapterDevice& device : adapters) {
-        serviceNeeded = serviceNeeded || device.problemCode == 0;
-    }
-    if (serviceNeeded && !threadWbemServices().isConnected()) {
-        survey.serviceDown = true;
-        return;
-    }
-    for (const ZtAdapterDevice& device : adapters) {
-        survey.reports.push_back(surveyAdapter(device));
-    }
-}
-
-}  // namespace
 
 int listAdapters(const CommandContext& context, const std::vector<ZtAdapterDevice>& adapters)
 {

@@ -141,6 +141,9 @@ int dispatch(const CommandContext& context)
     if (command.kind == CommandKind::List) {
         return listAdapters(context, adapters);
     }
+    if (command.kind == CommandKind::Metrics && command.adapter.empty()) {
+        return writeMetrics(context, adapters);
+    }
     if (!command.adapter.empty()) {
         const std::vector<const ZtAdapterDevice*> named = adaptersNamed(adapters, command.adapter);
         if (named.empty()) {
@@ -150,8 +153,14 @@ int dispatch(const CommandContext& context)
             return ambiguousAdapter(context, named);
         }
         const ZtAdapterDevice& chosen = *named.front();
-        return command.kind == CommandKind::CableTest ? runCableTest(context, chosen)
-                                                      : watchAdapters(context, {chosen});
+        switch (command.kind) {
+        case CommandKind::CableTest:
+            return runCableTest(context, chosen);
+        case CommandKind::Metrics:
+            return writeMetrics(context, {chosen});
+        default:
+            return watchAdapters(context, {chosen});
+        }
     }
     if (adapters.empty()) {
         return context.fail(exitNotTestable, L"no ZT adapter found");

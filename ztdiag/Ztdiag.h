@@ -17,6 +17,7 @@ enum ExitCode : int {
     exitNotTestable = 2,  // the adapter isn't there or can't be tested
     exitServiceFailed = 3,  // the management service failed or didn't answer in time
     exitUsage = 64,
+    exitCantWrite = 73,  // the metrics file can't be written; the old one is left
     exitOutputClosed = 74,  // the output was closed (the reader of a pipe went away)
     exitInterrupted = 130,  // Ctrl+C ended a command before its result
 };

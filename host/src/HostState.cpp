@@ -30,6 +30,7 @@ void reset()
     resetWindows();
     resetIcons();
     resetThreads();
+    resetFiles();
     auto& s = state();
     const std::lock_guard<std::mutex> guard(s.lock);
     s.debugOutput.clear();

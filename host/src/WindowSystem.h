@@ -109,5 +109,9 @@ void resetWindows();
 void resetIcons();
 // Clears the scripted failure and count of CreateThread; running threads go on.
 void resetThreads();
+// Clears the scripted failures of the file functions; open files stay open.
+void resetFiles();
+// Closes a handle of CreateFileW; false if `handle` is none of its.
+bool closeFileHandle(HANDLE handle);
 
 }  // namespace host

@@ -193,7 +193,7 @@ BOOL CloseHandle(HANDLE handle)
 {
     auto& t = threads();
     const std::lock_guard<std::mutex> guard(t.lock);
-    if (t.handles.erase(handle) == 0) {
+    if (t.handles.erase(handle) == 0 && !host::closeFileHandle(handle)) {
         SetLastError(ERROR_INVALID_HANDLE);
         return FALSE;
     }

@@ -99,6 +99,14 @@ int coUninitializeCalls();
 int coCreateInstanceCalls();
 int coSetProxyBlanketCalls();
 
+// ---- Files ------------------------------------------------------------------
+// Files are the host's own. A scripted error makes the named function
+// ("CreateFileW", "WriteFile", "FlushFileBuffers", "MoveFileExW") fail with it,
+// `times` times, or until reset with -1.
+void failFileFunction(const std::string& function, DWORD error, int times = -1);
+// Handles of CreateFileW not yet closed.
+int openFileHandles();
+
 // ---- Automation memory --------------------------------------------------------
 // BSTRs and SAFEARRAYs allocated and not yet freed: a leak check. These are
 // facts about the heap, so reset() does not change them.
