@@ -331,9 +331,6 @@ TEST(Ztdiag, printsWhatTheUserAskedForAndExitsWithItsCode)
            "health": "unknown", "healthText": "Temperature <unknown>", "phyTemperature": null,
            "macTemperature": null, "firmware": null, "cableTest": false}]})",
          L""},
-        {args(L"--json"), 0, 2, nullptr,
-         LR"({"adapters": [], "error": {"code": 2, "message": "no ZT adapter found"}})",
-         L"ztdiag: no ZT adapter found\n"},
         // The cable test; the length is corrected for the category at 2.5 and 5 Gbps only.
         {args(L"cable-test"), 1, 0, [](Machine& m) { m.sim.renegotiate(gbps1); },
          std::wstring(goodPairs) + L"Approx cable length: 100 meters\n", L""},
@@ -863,6 +860,10 @@ TEST(Ztdiag, withJsonAnErrorIsAlsoAJsonObjectOnTheOutput)
          R"j({"error": {"code": 64, "message": "2 ZT adapters: name the one to test: 'ZT Ethernet Adapter', 'ZT Ethernet Adapter #2'"}})j",
          64,
          usageError(L"2 ZT adapters: name the one to test: 'ZT Ethernet Adapter', 'ZT Ethernet Adapter #2'")},
+        // The listing that found no adapter is still a listing.
+        {args(L"--json"), 0, nullptr,
+         R"j({"adapters": [], "error": {"code": 2, "message": "no ZT adapter found"}})j", 2,
+         L"ztdiag: no ZT adapter found\n"},
         // A watch's error is one line, as its events are.
         {args(L"watch", L"--json"), 1, [](Machine& m) { m.sim.revokeLocator(); },
          R"j({"error": {"code": 3, "message": "can't connect to the management service (root\\wmi)"}})j", 3,

@@ -181,5 +181,5 @@ std::wstring emptyListingJson(int code, const std::wstring& message)
     Json json;
     json["adapters"] = Json::array();
     json["error"] = error(code, message);
-    return document(json, 2);
+    return document(json, -1);
 }

@@ -15,5 +15,6 @@ std::wstring watchJson(const WatchEvent& event);
 // {"error": {"code": <exit code>, "message": "..."}} on one line, so that it
 // reads as a document and as a line of `watch`.
 std::wstring errorJson(int code, const std::wstring& message);
-// The listing with no adapter and that error: {"adapters": [], "error": {...}}.
+// The listing with no adapter and that error, on one line too:
+// {"adapters": [], "error": {...}}.
 std::wstring emptyListingJson(int code, const std::wstring& message);
