@@ -834,40 +834,39 @@ TEST(Ztdiag, quietPrintsNothingAtAllOnlyTheExitCodeTells)
 
 TEST(Ztdiag, withJsonAnErrorIsAlsoAJsonObjectOnTheOutput)
 {
-    const wchar_t* const serviceDown = L"can't connect to the management service (root\\wmi)";
+    const auto serviceDown = [](Machine& m) { m.sim.revokeLocator(); };
     const struct {
         std::vector<std::wstring> arguments;
         int devices;
+        int code;
         void (*setup)(Machine&);
         const char* out;  // parsed
-        int code;
         std::wstring err;
     } cases[] = {
-        {args(L"cable-test", L"--json"), 1, [](Machine& m) { m.sim.revokeLocator(); },
-         R"j({"error": {"code": 3, "message": "can't connect to the management service (root\\wmi)"}})j", 3,
-         L"ztdiag: " + std::wstring(serviceDown) + L"\n"},
-        {args(L"--json", L"cable-test", L"ZT Adapter"), 1, nullptr,
+        {args(L"cable-test", L"--json"), 1, 3, serviceDown,
+         R"j({"error": {"code": 3, "message": "can't connect to the management service (root\\wmi)"}})j",
+         L"ztdiag: can't connect to the management service (root\\wmi)\n"},
+        {args(L"--json", L"cable-test", L"ZT Adapter"), 1, 2, nullptr,
          R"j({"error": {"code": 2, "message": "no ZT adapter named 'ZT Adapter'; the ZT adapters are 'ZT Ethernet Adapter'"}})j",
-         2, L"ztdiag: no ZT adapter named 'ZT Adapter'; the ZT adapters are 'ZT Ethernet Adapter'\n"},
+         L"ztdiag: no ZT adapter named 'ZT Adapter'; the ZT adapters are 'ZT Ethernet Adapter'\n"},
         // A usage error: the first line's message; --json is read past the error.
-        {args(L"--fast", L"--json"), 1, nullptr,
-         R"j({"error": {"code": 64, "message": "unknown option '--fast'"}})j", 64,
+        {args(L"--fast", L"--json"), 1, 64, nullptr,
+         R"j({"error": {"code": 64, "message": "unknown option '--fast'"}})j",
          usageError(L"unknown option '--fast'")},
-        {args(L"watch", L"--category", L"6", L"--json"), 1, nullptr,
-         R"j({"error": {"code": 64, "message": "--category goes with cable-test only"}})j", 64,
+        {args(L"watch", L"--category", L"6", L"--json"), 1, 64, nullptr,
+         R"j({"error": {"code": 64, "message": "--category goes with cable-test only"}})j",
          usageError(L"--category goes with cable-test only")},
-        {args(L"cable-test", L"--json"), 2, nullptr,
+        {args(L"cable-test", L"--json"), 2, 64, nullptr,
          R"j({"error": {"code": 64, "message": "2 ZT adapters: name the one to test: 'ZT Ethernet Adapter', 'ZT Ethernet Adapter #2'"}})j",
-         64,
          usageError(L"2 ZT adapters: name the one to test: 'ZT Ethernet Adapter', 'ZT Ethernet Adapter #2'")},
         // The listing that found no adapter is still a listing.
-        {args(L"--json"), 0, nullptr,
-         R"j({"adapters": [], "error": {"code": 2, "message": "no ZT adapter found"}})j", 2,
+        {args(L"--json"), 0, 2, nullptr,
+         R"j({"adapters": [], "error": {"code": 2, "message": "no ZT adapter found"}})j",
          L"ztdiag: no ZT adapter found\n"},
         // A watch's error is one line, as its events are.
-        {args(L"watch", L"--json"), 1, [](Machine& m) { m.sim.revokeLocator(); },
-         R"j({"error": {"code": 3, "message": "can't connect to the management service (root\\wmi)"}})j", 3,
-         L"ztdiag: " + std::wstring(serviceDown) + L"\n"},
+        {args(L"watch", L"--json"), 1, 3, serviceDown,
+         R"j({"error": {"code": 3, "message": "can't connect to the management service (root\\wmi)"}})j",
+         L"ztdiag: can't connect to the management service (root\\wmi)\n"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::PrintToString(c.arguments));
