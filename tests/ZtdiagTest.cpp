@@ -43,21 +43,28 @@ std::wstring instanceId(int n)
     return L"PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_0B217E5C&REV_02\\4&2F6B3A1&0&00E" + std::to_wstring(n);
 }
 
-// Records what the tool writes and the handler it leaves for Ctrl+C.
+// Records what the tool writes and the handler it leaves for Ctrl+C. Its
+// output may close after some writes, as a pipe does when its reader goes away.
 class RecordingConsole : public Console {
 public:
     bool out(const std::wstring& text) override
     {
+        if (closeOutputAfter >= 0 && outWrites_ >= closeOutputAfter) {
+            ++writesAfterClose;
+            return false;
+        }
+        ++outWrites_;
         outText += text;
         return true;
     }
     void err(const std::wstring& text) override { errText += text; }
-    bool isTerminal() const override { return false; }
+    bool isTerminal() const override { return terminal; }
     void onInterrupt(std::function<void()> handler) override
     {
         const std::lock_guard<std::mutex> guard(lock_);
         interrupt_ = std::move(handler);
     }
+    // Ctrl+C as the console gives it: the handler the tool set, or none.
     std::function<void()> interruptHandler()
     {
         const std::lock_guard<std::mutex> guard(lock_);
@@ -66,8 +73,12 @@ public:
 
     std::wstring outText;
     std::wstring errText;
+    bool terminal = false;
+    int closeOutputAfter = -1;  // the writes that succeed before the output closes; -1: all
+    int writesAfterClose = 0;  // the failed ones
 
 private:
+    int outWrites_ = 0;
     std::mutex lock_;
     std::function<void()> interrupt_;
 };
@@ -143,7 +154,7 @@ std::wstring usageError(const std::wstring& message)
 {
     return L"ztdiag: " + message
         + L"\nUsage: ztdiag [cable-test [ADAPTER] [--category 5e|6|6a] | watch [ADAPTER] | metrics [ADAPTER]"
-          L" [--output FILE]] [--json] (ztdiag --help tells more)\n";
+          L" [--output FILE]] [--json] [--quiet] (ztdiag --help tells more)\n";
 }
 
 const wchar_t* const firstListed = L"Name       : ZT Ethernet Adapter\nState      : Ready\n"
@@ -221,7 +232,9 @@ int run(Machine& machine, const std::vector<std::wstring>& arguments,
         ended = true;
     });
     std::function<void()> ctrlC;
-    for (int wait = 0; wait < 1000 && !ended && !(ctrlC = machine.console.interruptHandler()); ++wait) {
+    const bool watch = has(arguments, L"watch");
+    for (int wait = 0; watch && wait < 1000 && !ended && !(ctrlC = machine.console.interruptHandler());
+         ++wait) {
         std::this_thread::sleep_for(10ms);
     }
     if (ctrlC) {
@@ -257,6 +270,22 @@ struct Case {
     std::wstring err;
 };
 
+// The error object that --json adds to an error: its code and the message of
+// the error line, without "ztdiag: ".
+json errorObject(int code, const std::wstring& errorLine)
+{
+    const std::wstring prefix = L"ztdiag: ";
+    EXPECT_EQ(errorLine.rfind(prefix, 0), 0U) << testing::PrintToString(errorLine);
+    return {{"error", {{"code", code}, {"message", toUtf8(errorLine.substr(prefix.size()))}}}};
+}
+
+std::wstring firstLine(const std::wstring& text)
+{
+    return text.substr(0, text.find(L'\n'));
+}
+
+// An error with --json and no `out` of its own prints only the error object,
+// from the first line on the error stream.
 void expectCase(const Case& c)
 {
     SCOPED_TRACE(testing::PrintToString(c.arguments));
@@ -266,9 +295,14 @@ void expectCase(const Case& c)
     }
     EXPECT_EQ(run(machine, c.arguments), c.code);
     EXPECT_EQ(machine.console.errText, c.err);
-    if (has(c.arguments, L"--json") && !c.out.empty()) {
+    const bool asJson = has(c.arguments, L"--json") && !has(c.arguments, L"--quiet");
+    if (asJson && !c.out.empty()) {
         const bool perLine = has(c.arguments, L"watch");
         EXPECT_EQ(documents(machine.console.outText, perLine), documents(c.out, perLine))
+            << testing::PrintToString(machine.console.outText);
+    } else if (asJson && c.code > exitCableFault) {
+        EXPECT_EQ(documents(machine.console.outText, false),
+                  std::vector<json>{errorObject(c.code, firstLine(c.err))})
             << testing::PrintToString(machine.console.outText);
     } else {
         EXPECT_EQ(machine.console.outText, c.out);
@@ -301,7 +335,6 @@ TEST(Ztdiag, printsWhatTheUserAskedForAndExitsWithItsCode)
            "health": "unknown", "healthText": "Temperature <unknown>", "phyTemperature": null,
            "macTemperature": null, "firmware": null, "cableTest": false}]})",
          L""},
-        {args(L"--json"), 0, 2, nullptr, L"{\"adapters\": []}", L"ztdiag: no ZT adapter found\n"},
         // The cable test; the length is corrected for the category at 2.5 and 5 Gbps only.
         {args(L"cable-test"), 1, 0, [](Machine& m) { m.sim.renegotiate(gbps1); },
          std::wstring(goodPairs) + L"Approx cable length: 100 meters\n", L""},
@@ -378,7 +411,10 @@ TEST(Ztdiag, helpTellsTheLimitsInForceAndWinsOverEverythingElse)
         const std::wstring& help = machine.console.outText;
         EXPECT_EQ(help.rfind(L"ztdiag " ZTPROP_VERSION_TEXT L": link, health and cable test of ZT", 0), 0U);
         EXPECT_NE(help.find(L"  3   the management service failed, or didn't answer within 250 ms\n"
-                            L"      (the cable test: 40 seconds)\n  64  usage error\n"),
+                            L"      (the cable test: 40 seconds)\n  64  usage error\n"
+                            L"  73  the metrics file can't be written (the old one is left as it was)\n"
+                            L"  74  the output was closed (the reader of a pipe went away)\n"
+                            L"  130 a cable test interrupted by Ctrl+C\n"),
                   std::wstring::npos);
         EXPECT_EQ(machine.console.errText, L"");
     }
@@ -764,6 +800,209 @@ TEST(Ztdiag, theListingOpensNoEventSubscription)
                       [](const sim::CallRecord& call) { return call.call == "ExecNotificationQueryAsync"; }),
                   c.subscriptions);
         EXPECT_NE(machine.console.outText, L"");
+    }
+}
+
+// ---- What scripts can trust -------------------------------------------------
+
+void oldFirmware(Machine& m)
+{
+    m.sim.driver().setFirmware(first, 1, 5, 10);
+}
+
+TEST(Ztdiag, quietPrintsNothingAtAllOnlyTheExitCodeTells)
+{
+    const struct {
+        std::vector<std::wstring> arguments;
+        int devices;
+        int code;
+        void (*setup)(Machine&);
+    } cases[] = {
+        {args(L"--quiet"), 1, 0, nullptr},
+        {args(L"--quiet", L"--json"), 0, 2, nullptr},
+        {args(L"--quiet"), 1, 3, [](Machine&) { host::failGetClassDevs(ERROR_NOT_ENOUGH_MEMORY); }},
+        {args(L"cable-test", L"--quiet"), 1, 0, nullptr},
+        {args(L"cable-test", L"--quiet", L"--json"), 1, 1, faultyPairs},
+        {args(L"cable-test", L"--quiet"), 1, 2, oldFirmware},
+        {args(L"cable-test", L"--quiet", L"--json"), 1, 3, [](Machine& m) { m.sim.revokeLocator(); }},
+        {args(L"cable-test", L"--quiet"), 2, 64, nullptr},
+        {args(L"watch", L"--quiet"), 1, 0, nullptr},
+        {args(L"watch", L"ZT Adapter", L"--quiet", L"--json"), 1, 2, nullptr},
+        {args(L"--fast", L"--quiet", L"--json"), 1, 64, nullptr},
+        {args(L"--quiet", L"--help"), 0, 0, nullptr},
+        {args(L"--version", L"--quiet"), 0, 0, nullptr},
+    };
+    for (const auto& c : cases) {
+        expectCase({c.arguments, c.devices, c.code, c.setup, L"", L""});
+    }
+}
+
+TEST(Ztdiag, withJsonAnErrorIsAlsoAJsonObjectOnTheOutput)
+{
+    const auto serviceDown = [](Machine& m) { m.sim.revokeLocator(); };
+    const struct {
+        std::vector<std::wstring> arguments;
+        int devices;
+        int code;
+        void (*setup)(Machine&);
+        const char* out;  // parsed
+        std::wstring err;
+    } cases[] = {
+        {args(L"cable-test", L"--json"), 1, 3, serviceDown,
+         R"j({"error": {"code": 3, "message": "can't connect to the management service (root\\wmi)"}})j",
+         L"ztdiag: can't connect to the management service (root\\wmi)\n"},
+        {args(L"--json", L"cable-test", L"ZT Adapter"), 1, 2, nullptr,
+         R"j({"error": {"code": 2, "message": "no ZT adapter named 'ZT Adapter'; the ZT adapters are 'ZT Ethernet Adapter'"}})j",
+         L"ztdiag: no ZT adapter named 'ZT Adapter'; the ZT adapters are 'ZT Ethernet Adapter'\n"},
+        // A usage error: the first line's message; --json is read past the error.
+        {args(L"--fast", L"--json"), 1, 64, nullptr,
+         R"j({"error": {"code": 64, "message": "unknown option '--fast'"}})j",
+         usageError(L"unknown option '--fast'")},
+        {args(L"watch", L"--category", L"6", L"--json"), 1, 64, nullptr,
+         R"j({"error": {"code": 64, "message": "--category goes with cable-test only"}})j",
+         usageError(L"--category goes with cable-test only")},
+        {args(L"cable-test", L"--json"), 2, 64, nullptr,
+         R"j({"error": {"code": 64, "message": "2 ZT adapters: name the one to test: 'ZT Ethernet Adapter', 'ZT Ethernet Adapter #2'"}})j",
+         usageError(L"2 ZT adapters: name the one to test: 'ZT Ethernet Adapter', 'ZT Ethernet Adapter #2'")},
+        // The listing that found no adapter is still a listing.
+        {args(L"--json"), 0, 2, nullptr,
+         R"j({"adapters": [], "error": {"code": 2, "message": "no ZT adapter found"}})j",
+         L"ztdiag: no ZT adapter found\n"},
+        // A watch's error is one line, as its events are.
+        {args(L"watch", L"--json"), 1, 3, serviceDown,
+         R"j({"error": {"code": 3, "message": "can't connect to the management service (root\\wmi)"}})j",
+         L"ztdiag: can't connect to the management service (root\\wmi)\n"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c.arguments));
+        Machine machine(c.devices);
+        if (c.setup != nullptr) {
+            c.setup(machine);
+        }
+        EXPECT_EQ(run(machine, c.arguments), c.code);
+        EXPECT_EQ(machine.console.errText, c.err);
+        const std::wstring& out = machine.console.outText;
+        EXPECT_EQ(out.find(L'\n'), out.size() - 1) << "one line: " << testing::PrintToString(out);
+        EXPECT_EQ(parsed(out), json::parse(c.out));
+    }
+}
+
+TEST(Ztdiag, aClosedOutputEndsTheCommandAtOnceWithExitCode74)
+{
+    const std::wstring closed = L"ztdiag: the output was closed\n";
+    const std::wstring running = L"\rRunning the cable test on ZT Ethernet Adapter... 0 s";
+    const struct {
+        std::vector<std::wstring> arguments;
+        int devices;
+        bool terminal;
+        int writes;  // before the output closes
+        int code;
+        std::wstring out;
+        std::wstring err;
+    } cases[] = {
+        {args(), 1, false, 0, 74, L"", closed},
+        {args(L"--json"), 2, false, 0, 74, L"", closed},
+        {args(L"cable-test"), 1, false, 0, 74, L"", closed},
+        {args(L"cable-test", L"--json"), 1, false, 0, 74, L"", closed},
+        // On a terminal: while the running line shows, and as it is erased.
+        {args(L"cable-test"), 1, true, 0, 74, L"", closed},
+        {args(L"cable-test"), 1, true, 1, 74, running, closed},
+        {args(L"--help"), 0, false, 0, 74, L"", closed},
+        {args(L"--version"), 0, false, 0, 74, L"", closed},
+        // An error is the answer, written or not.
+        {args(L"cable-test", L"ZT Adapter", L"--json"), 1, false, 0, 2, L"",
+         L"ztdiag: no ZT adapter named 'ZT Adapter'; the ZT adapters are 'ZT Ethernet Adapter'\n"},
+        {args(L"--json"), 0, false, 0, 2, L"", L"ztdiag: no ZT adapter found\n"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c.arguments) + (c.terminal ? " on a terminal" : ""));
+        Machine machine(c.devices);
+        machine.console.terminal = c.terminal;
+        machine.console.closeOutputAfter = c.writes;
+        EXPECT_EQ(run(machine, c.arguments), c.code);
+        EXPECT_EQ(machine.console.outText, c.out);
+        EXPECT_EQ(machine.console.errText, c.err);
+        EXPECT_EQ(machine.console.writesAfterClose, 1) << "nothing more is written once a write failed";
+    }
+}
+
+TEST(Ztdiag, ctrlCDuringACableTestWaitsForTheDriversResultAndCtrlCAgainLeavesAtOnce)
+{
+    const std::wstring stillRunning
+        = L"ztdiag: the cable test is still running on ZT Ethernet Adapter: waiting "
+          L"for it to end and for the link to come back (Ctrl+C again to leave at "
+          L"once)\n";
+    const struct {
+        int presses;
+        void (*setup)(Machine&);
+        std::wstring told;  // after stillRunning
+    } cases[] = {
+        {1, nullptr,
+         L"ztdiag: the cable test on ZT Ethernet Adapter was interrupted; link after the test: Connected, "
+         L"2.5 "
+         L"Gbps\n"},
+        {1, [](Machine& m) { m.sim.driver().onLinkRestore([](const std::wstring&) {}); },
+         L"ztdiag: the cable test on ZT Ethernet Adapter was interrupted; link after the test: "
+         L"Disconnected\n"},
+        {2, nullptr,
+         L"ztdiag: the cable test on ZT Ethernet Adapter was interrupted before its end; the link may still "
+         L"be "
+         L"down\n"},
+    };
+    for (const auto& c : cases) {
+        for (const bool asJson : {false, true}) {
+            SCOPED_TRACE(testing::PrintToString(c.presses) + (asJson ? " --json" : ""));
+            Machine machine(1);
+            if (c.setup != nullptr) {
+                c.setup(machine);
+            }
+            machine.sim.driver().holdCableTest(first);
+            ZtdiagLimits limits;
+            limits.linkReturn = 100ms;
+            int code = -1;
+            std::thread tool([&] {
+                code = ztdiagMain(asJson ? args(L"cable-test", L"--json") : args(L"cable-test"),
+                                  machine.console, limits);
+            });
+            std::function<void()> ctrlC;
+            for (int wait = 0; wait < 1000 && !(ctrlC = machine.console.interruptHandler()); ++wait) {
+                std::this_thread::sleep_for(10ms);
+            }
+            EXPECT_TRUE(machine.sim.driver().waitUntilCableTestRunning(first));
+            for (int press = 0; ctrlC && press < c.presses; ++press) {
+                ctrlC();
+            }
+            if (c.presses == 2) {
+                tool.join();  // while the driver's test goes on
+            }
+            machine.sim.driver().releaseCableTest(first);
+            if (tool.joinable()) {
+                tool.join();
+            }
+            EXPECT_EQ(code, 130);
+            EXPECT_EQ(machine.console.errText, stillRunning + c.told);
+            EXPECT_FALSE(machine.console.interruptHandler()) << "Ctrl+C ends the program again";
+            if (asJson) {
+                EXPECT_EQ(parsed(machine.console.outText), errorObject(130, firstLine(c.told)));
+            } else {
+                EXPECT_EQ(machine.console.outText, L"");
+            }
+        }
+    }
+}
+
+TEST(Ztdiag, aUsageErrorComesBeforeAnyCallToTheService)
+{
+    const std::vector<std::wstring> cases[] = {
+        args(L"watch", L"--category", L"6"), args(L"cable-test", L"--category", L"7"),
+        args(L"cable-test", L"ZT Ethernet Adapter", L"extra"),
+        args(L"cable-test"),  // two adapters
+    };
+    for (const auto& arguments : cases) {
+        SCOPED_TRACE(testing::PrintToString(arguments));
+        Machine machine(2);
+        EXPECT_EQ(run(machine, arguments), 64);
+        EXPECT_TRUE(machine.sim.service().calls().empty());
     }
 }
 

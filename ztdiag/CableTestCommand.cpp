@@ -1,5 +1,7 @@
 // `ztdiag cable-test`: the driver's cable test on one adapter, as the page's
 // worker runs it, then the cable length for the category once the link is back.
+#include <algorithm>
+#include <functional>
 #include <memory>
 #include <mutex>
 
@@ -30,6 +32,39 @@ struct CableRun {
     Outcome outcome = Done;
     ZtFwVersion firmware;
     CableTestReport report;
+};
+
+// What the main thread waits for: the end of the service work, or Ctrl+C.
+// Shared with the service thread and the console's handler.
+struct CableWait {
+    SrwLock lock;
+    ConditionVariable changed;
+    bool workEnded = false;
+    int interrupts = 0;
+
+    void update(const std::function<void(CableWait&)>& change)
+    {
+        {
+            const std::lock_guard<SrwLock> guard(lock);
+            change(*this);
+        }
+        changed.notifyAll();
+    }
+};
+
+// Ctrl+C goes to `handler` while this lives, then ends the program again.
+class InterruptScope {
+public:
+    InterruptScope(Console& console, std::function<void()> handler) : console_(console)
+    {
+        console_.onInterrupt(std::move(handler));
+    }
+    ~InterruptScope() { console_.onInterrupt(nullptr); }
+    InterruptScope(const InterruptScope&) = delete;
+    InterruptScope& operator=(const InterruptScope&) = delete;
+
+private:
+    Console& console_;
 };
 
 // Wakes a waiter when the adapter's media state changes.
@@ -99,22 +134,26 @@ public:
         : console_(console), adapter_(adapter), shown_(shown)
     {
     }
-    void show(long seconds)
+    // Each returns false once the output is closed.
+    bool show(long seconds)
     {
         if (shown_ && seconds != seconds_) {
             seconds_ = seconds;
             const std::wstring line
                 = L"Running the cable test on " + adapter_ + L"... " + std::to_wstring(seconds) + L" s";
-            console_.out(L"\r" + line);
             width_ = line.size();
+            return console_.out(L"\r" + line);
         }
+        return true;
     }
-    void erase()
+    bool erase()
     {
         if (shown_ && width_ != 0) {
-            console_.out(L"\r" + std::wstring(width_, L' ') + L"\r");
+            const std::size_t width = width_;
             width_ = 0;
+            return console_.out(L"\r" + std::wstring(width, L' ') + L"\r");
         }
+        return true;
     }
 
 private:
@@ -138,10 +177,25 @@ int runCableTest(const CommandContext& context, const ZtAdapterDevice& adapter)
     run->report.adapter = adapter.name;
     run->report.category = context.command.category;
     const ZtdiagLimits limits = context.limits;
-    ServiceThread thread([run, name = adapter.name, limits] { cableTest(*run, name, limits); });
+    auto wait = std::make_shared<CableWait>();
+    // Ctrl+C can't stop the driver's test, which has taken the link down: the
+    // first one waits for its end, so that the user sees whether the link came back.
+    const InterruptScope interrupts(context.console,
+                                    [wait] { wait->update([](CableWait& w) { ++w.interrupts; }); });
+    ServiceThread thread([run, wait, name = adapter.name, limits] {
+        struct Ended {
+            std::shared_ptr<CableWait> wait;
+            ~Ended()
+            {
+                wait->update([](CableWait& w) { w.workEnded = true; });
+            }
+        } ended{wait};
+        cableTest(*run, name, limits);
+    });
 
     RunningLine running(context.console, adapter.name, context.console.isTerminal() && !context.command.json);
     const auto start = std::chrono::steady_clock::now();
+    bool interrupted = false;
     for (;;) {
         const auto elapsed
             = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
@@ -149,13 +203,54 @@ int runCableTest(const CommandContext& context, const ZtAdapterDevice& adapter)
             running.erase();
             return context.timedOut(limits.cableTest);
         }
-        running.show(static_cast<long>(elapsed.count() / 1000));
+        if (!interrupted && !running.show(static_cast<long>(elapsed.count() / 1000))) {
+            return context.outputClosed();
+        }
         const auto slice = std::min(limits.cableTest - elapsed, std::chrono::milliseconds(200));
-        if (thread.waitFor(slice)) {
+        int pressed = 0;
+        bool workEnded = false;
+        {
+            std::unique_lock<SrwLock> guard(wait->lock);
+            wait->changed.waitFor(guard, slice, [&wait, interrupted] {
+                return wait->workEnded || wait->interrupts > (interrupted ? 1 : 0);
+            });
+            pressed = wait->interrupts;
+            workEnded = wait->workEnded;
+        }
+        // Each Ctrl+C is told in turn, however close together they came.
+        if (pressed >= 1 && !interrupted) {
+            interrupted = true;
+            running.erase();
+            context.console.err(L"ztdiag: the cable test is still running on " + adapter.name
+                                + L": waiting for it to end and for the link to come back"
+                                  L" (Ctrl+C again to leave at once)\n");
+        }
+        if (pressed >= 2) {
+            return context.fail(exitInterrupted,
+                                L"the cable test on " + adapter.name
+                                    + L" was interrupted before its end; the link may still be down");
+        }
+        if (workEnded) {
             break;
         }
     }
-    running.erase();
+    // The work has returned; its thread ends its use of the service next.
+    const auto elapsed
+        = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+    if (!thread.waitFor(std::max(limits.cableTest - elapsed, std::chrono::milliseconds(0)))) {
+        running.erase();
+        return context.timedOut(limits.cableTest);
+    }
+    if (interrupted) {
+        std::wstring message = L"the cable test on " + adapter.name + L" was interrupted";
+        if (thread.succeeded() && run->outcome == CableRun::Done) {
+            message += L"; link after the test: " + linkText(run->report.media, run->report.linkSpeed);
+        }
+        return context.fail(exitInterrupted, message);
+    }
+    if (!running.erase()) {
+        return context.outputClosed();
+    }
     if (!thread.succeeded()) {
         return context.fail(exitServiceFailed, L"out of memory");
     }
@@ -179,6 +274,9 @@ int runCableTest(const CommandContext& context, const ZtAdapterDevice& adapter)
     case CableRun::Done:
         break;
     }
-    context.console.out(context.command.json ? cableTestJson(run->report) : cableTestText(run->report));
+    const std::wstring text = context.command.json ? cableTestJson(run->report) : cableTestText(run->report);
+    if (!context.console.out(text)) {
+        return context.outputClosed();
+    }
     return hasFaultyPair(run->report.pairs) ? exitCableFault : exitOk;
 }

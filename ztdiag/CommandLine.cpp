@@ -51,7 +51,7 @@ bool sameIgnoringCase(const std::wstring& a, const std::wstring& b)
 
 const wchar_t* const usageLine
     = L"Usage: ztdiag [cable-test [ADAPTER] [--category 5e|6|6a] | watch [ADAPTER] | metrics [ADAPTER]"
-      L" [--output FILE]] [--json]"
+      L" [--output FILE]] [--json] [--quiet]"
       L" (ztdiag --help tells more)";
 
 const wchar_t* categoryName(CableCategory category)
@@ -66,16 +66,23 @@ const wchar_t* categoryName(CableCategory category)
 
 bool parseCommandLine(const std::vector<std::wstring>& args, Command& command, std::wstring& error)
 {
+    bool helpOrVersion = false;
+    CommandKind helpKind = CommandKind::Help;
     for (const std::wstring& arg : args) {
-        if (isHelp(arg)) {
-            command.kind = CommandKind::Help;
-            return true;
-        }
-        if (arg == L"--version") {
-            command.kind = CommandKind::Version;
-            return true;
+        if (isHelp(arg) || arg == L"--version") {
+            helpKind = isHelp(arg) ? CommandKind::Help : CommandKind::Version;
+            helpOrVersion = true;
+            break;
         }
     }
+    // The first usage error is the one told; the rest of the line is still
+    // read for --json and --quiet, which say how to tell it.
+    error.clear();
+    const auto refuse = [&error](const std::wstring& reason) {
+        if (error.empty()) {
+            error = reason;
+        }
+    };
     bool haveCommand = false;
     bool haveCategory = false;
     bool haveOutput = false;
@@ -84,6 +91,8 @@ bool parseCommandLine(const std::vector<std::wstring>& args, Command& command, s
         const std::wstring& arg = args[i];
         if (arg == L"--json") {
             command.json = true;
+        } else if (arg == L"--quiet") {
+            command.quiet = true;
         } else if (arg == L"--category" || arg.rfind(L"--category=", 0) == 0) {
             std::wstring value;
             if (arg.size() > 10) {
@@ -91,12 +100,11 @@ bool parseCommandLine(const std::vector<std::wstring>& args, Command& command, s
             } else if (i + 1 < args.size()) {
                 value = args[++i];
             } else {
-                error = L"--category needs a value: 5e, 6 or 6a";
-                return false;
+                refuse(L"--category needs a value: 5e, 6 or 6a");
+                continue;
             }
             if (!parseCategory(value, command.category)) {
-                error = L"unknown cable category '" + value + L"'; the categories are 5e, 6 and 6a";
-                return false;
+                refuse(L"unknown cable category '" + value + L"'; the categories are 5e, 6 and 6a");
             }
             haveCategory = true;
         } else if (arg == L"--output" || arg.rfind(L"--output=", 0) == 0) {
@@ -105,50 +113,47 @@ bool parseCommandLine(const std::vector<std::wstring>& args, Command& command, s
             } else if (i + 1 < args.size()) {
                 command.output = args[++i];
             } else {
-                error = L"--output needs a file name";
-                return false;
+                refuse(L"--output needs a file name");
+                continue;
             }
             if (command.output.empty()) {
-                error = L"an empty file name for --output";
-                return false;
+                refuse(L"an empty file name for --output");
             }
             haveOutput = true;
         } else if (arg.size() > 1 && arg[0] == L'-') {
-            error = L"unknown option '" + arg + L"'";
-            return false;
+            refuse(L"unknown option '" + arg + L"'");
         } else if (!haveCommand && names.empty() && commandNamed(arg, command.kind)) {
             haveCommand = true;
         } else if (haveCommand && arg.empty()) {
             // Left out, ADAPTER means the only one or all; given empty, it names none.
-            error = L"an empty adapter name; give the name the listing shows, or the device instance id";
-            return false;
+            refuse(L"an empty adapter name; give the name the listing shows, or the device instance id");
         } else {
             names.push_back(arg);
         }
     }
+    if (helpOrVersion) {
+        command.kind = helpKind;
+        error.clear();
+        return true;
+    }
     if (!haveCommand && !names.empty()) {
-        error = L"unknown command '" + names.front() + L"'; the commands are cable-test, watch and metrics";
-        return false;
+        refuse(L"unknown command '" + names.front() + L"'; the commands are cable-test, watch and metrics");
     }
     if (names.size() > 1) {
-        error = L"one adapter at a time: '" + names[0] + L"' and '" + names[1]
-            + L"' (put a name with blanks in quotes)";
-        return false;
+        refuse(L"one adapter at a time: '" + names[0] + L"' and '" + names[1]
+               + L"' (put a name with blanks in quotes)");
     }
     if (haveCategory && command.kind != CommandKind::CableTest) {
-        error = L"--category goes with cable-test only";
-        return false;
+        refuse(L"--category goes with cable-test only");
     }
     if (haveOutput && command.kind != CommandKind::Metrics) {
-        error = L"--output goes with metrics only";
-        return false;
+        refuse(L"--output goes with metrics only");
     }
     if (command.kind == CommandKind::Metrics && command.json) {
-        error = L"metrics are written in the Prometheus text format, never as JSON";
-        return false;
+        refuse(L"metrics are written in the Prometheus text format, never as JSON");
     }
     if (!names.empty()) {
         command.adapter = names.front();
     }
-    return true;
+    return error.empty();
 }

@@ -22,10 +22,12 @@ struct Command {
     CableCategory category = Cat5e;  // the page's first offer
     bool json = false;
     std::wstring output;  // metrics: the file to write; empty: the output stream
+    bool quiet = false;  // nothing on either stream: the exit code only
 };
 
 // Reads `args` (without the program's name). False, with a one-line
-// `error`, for a usage error; --help and --version win over everything else.
+// `error`, for a usage error (the first one); --json and --quiet are read from
+// the whole line even then. --help and --version win over everything else.
 bool parseCommandLine(const std::vector<std::wstring>& args, Command& command, std::wstring& error);
 
 // Equal but for the case of letters, as the platform compares names:

@@ -17,10 +17,16 @@ struct CommandContext {
     const ZtdiagLimits& limits;
     const Command& command;
 
-    // "ztdiag: <message>" on the error stream; gives `code`.
+    // "ztdiag: <message>" on the error stream (and the usage line for
+    // exitUsage), with --json also errorJson on the output; gives `code`.
     int fail(int code, const std::wstring& message) const;
+    // The same for the listing that found no adapter: emptyListingJson with --json.
+    int failEmptyListing(int code, const std::wstring& message) const;
     // The line for a service that didn't answer within `limit`; gives exitServiceFailed.
     int timedOut(std::chrono::milliseconds limit) const;
+    // Once Console::out failed: "ztdiag: the output was closed" on the error
+    // stream, nothing more on the output; gives exitOutputClosed.
+    int outputClosed() const;
 };
 
 // One adapter as the listing and the metrics show it, read on the calling

@@ -61,6 +61,14 @@ void addLink(Json& json, MediaConnectState media, std::uint64_t linkSpeed)
     json["speedText"] = speedKnown ? text(linkSpeedText(linkSpeed)) : Json(nullptr);
 }
 
+Json error(int code, const std::wstring& message)
+{
+    Json json;
+    json["code"] = code;
+    json["message"] = text(message);
+    return json;
+}
+
 const char* eventName(WatchEvent::Kind kind)
 {
     switch (kind) {
@@ -158,5 +166,20 @@ std::wstring watchJson(const WatchEvent& event)
     case WatchEvent::Arrived:
         break;
     }
+    return document(json, -1);
+}
+
+std::wstring errorJson(int code, const std::wstring& message)
+{
+    Json json;
+    json["error"] = error(code, message);
+    return document(json, -1);
+}
+
+std::wstring emptyListingJson(int code, const std::wstring& message)
+{
+    Json json;
+    json["adapters"] = Json::array();
+    json["error"] = error(code, message);
     return document(json, -1);
 }

@@ -58,10 +58,7 @@ AdapterReport surveyAdapter(const ZtAdapterDevice& device)
 int listAdapters(const CommandContext& context, const std::vector<ZtAdapterDevice>& adapters)
 {
     if (adapters.empty()) {
-        if (context.command.json) {
-            context.console.out(listingJson({}));
-        }
-        return context.fail(exitNotTestable, L"no ZT adapter found");
+        return context.failEmptyListing(exitNotTestable, L"no ZT adapter found");
     }
     auto result = std::make_shared<Survey>();
     ServiceThread thread([result, adapters] { survey(*result, adapters); });
@@ -74,6 +71,7 @@ int listAdapters(const CommandContext& context, const std::vector<ZtAdapterDevic
     if (result->serviceDown) {
         return context.fail(exitServiceFailed, L"can't connect to the management service (root\\wmi)");
     }
-    context.console.out(context.command.json ? listingJson(result->reports) : listingText(result->reports));
-    return exitOk;
+    const std::wstring text
+        = context.command.json ? listingJson(result->reports) : listingText(result->reports);
+    return context.console.out(text) ? exitOk : context.outputClosed();
 }

@@ -57,7 +57,7 @@ int writeText(const CommandContext& context, const std::string& text)
 {
     const std::wstring& path = context.command.output;
     if (path.empty()) {
-        return context.console.out(fromUtf8(text)) ? exitOk : exitOutputClosed;
+        return context.console.out(fromUtf8(text)) ? exitOk : context.outputClosed();
     }
     FileReplaceError error;
     if (!replaceFileContent(path, text, error)) {

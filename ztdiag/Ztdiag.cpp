@@ -6,6 +6,7 @@
 #include "resources/resource.h"
 #include "trace/FormatString.h"
 #include "ztdiag/Commands.h"
+#include "ztdiag/JsonOutput.h"
 
 namespace {
 
@@ -36,15 +37,22 @@ std::wstring helpText(const ZtdiagLimits& limits)
         L"      Runs the driver's cable test (up to 8 seconds; the link goes down meanwhile)\n"
         L"      and gives each wire pair's verdict, the distance to a fault, and the cable\n"
         L"      length, corrected for the cable category at 2.5 and 5 Gbps (default 5e).\n"
+        L"      Ctrl+C waits for the driver's test to end and the link to come back;\n"
+        L"      Ctrl+C again leaves at once.\n"
         L"  ztdiag watch [ADAPTER] [--json]\n"
         L"      Prints a timestamped line for each link change, removal and arrival of the\n"
         L"      adapter (of every ZT adapter, without a name) until Ctrl+C.\n"
+        L"  ztdiag metrics [ADAPTER] [--output FILE]\n"
+        L"      Writes what the listing reads in the Prometheus text format, for a\n"
+        L"      textfile collector: to the output, or into FILE, replaced at once.\n"
         L"  ztdiag --help | --version\n"
         L"\n"
         L"ADAPTER is a name as the listing shows it, in quotes if it has blanks, or the\n"
         L"adapter's device instance id; case doesn't matter. With one adapter on the\n"
         L"machine it may be left out. --json prints one JSON document (watch: one JSON\n"
-        L"object per line).\n"
+        L"object per line); an error is then also one line of JSON on the output,\n"
+        L"{\"error\":{\"code\":<exit code>,\"message\":\"<the error line without ztdiag:>\"}}.\n"
+        L"--quiet prints nothing at all, on either stream: the exit code tells.\n"
         L"\n"
         L"Exit codes:\n"
         L"  0   all good\n"
@@ -53,16 +61,39 @@ std::wstring helpText(const ZtdiagLimits& limits)
         L"      firmware too old)\n"
         L"  3   the management service failed, or didn't answer within %s\n"
         L"      (the cable test: %s)\n"
-        L"  64  usage error\n",
+        L"  64  usage error\n"
+        L"  73  the metrics file can't be written (the old one is left as it was)\n"
+        L"  74  the output was closed (the reader of a pipe went away)\n"
+        L"  130 a cable test interrupted by Ctrl+C\n",
         version, durationText(limits.service).c_str(), durationText(limits.cableTest).c_str());
 }
 
-// "ztdiag: <message>" and the usage line on the error stream; gives exitUsage.
-int usageError(Console& console, const std::wstring& message)
+// Every error the tool tells, in one place: "ztdiag: <message>" on the error
+// stream, for a usage error with the usage line; with --json also `document`
+// (the error object) on the output, whether or not that can still be written:
+// the error is the answer either way.
+int tellError(Console& console, bool json, int code, const std::wstring& message,
+              std::wstring (*document)(int, const std::wstring&) = errorJson)
 {
-    console.err(L"ztdiag: " + message + L"\n" + usageLine + L"\n");
-    return exitUsage;
+    console.err(L"ztdiag: " + message + L"\n" + (code == exitUsage ? usageLine + std::wstring(L"\n") : L""));
+    if (json) {
+        console.out(document(code, message));
+    }
+    return code;
 }
+
+// --quiet: nothing reaches either stream; Ctrl+C still reaches the command.
+class QuietConsole : public Console {
+public:
+    explicit QuietConsole(Console& console) : console_(console) { }
+    bool out(const std::wstring&) override { return true; }
+    void err(const std::wstring&) override { }
+    bool isTerminal() const override { return false; }
+    void onInterrupt(std::function<void()> handler) override { console_.onInterrupt(std::move(handler)); }
+
+private:
+    Console& console_;
+};
 
 // The adapters that `name` names, by their name or device instance id, case
 // ignored. None is preferred for its exact spelling: the user was told case
@@ -114,22 +145,20 @@ int ambiguousAdapter(const CommandContext& context, const std::vector<const ZtAd
     for (const ZtAdapterDevice* device : named) {
         ids += (ids.empty() ? L"" : L", ") + quotedInstanceId(*device);
     }
-    return usageError(context.console,
-                      L"'" + context.command.adapter + L"' names " + std::to_wstring(named.size())
-                          + L" ZT adapters; give the device instance id of the one to "
-                          + (context.command.kind == CommandKind::Watch ? L"watch: " : L"test: ") + ids);
+    return context.fail(exitUsage,
+                        L"'" + context.command.adapter + L"' names " + std::to_wstring(named.size())
+                            + L" ZT adapters; give the device instance id of the one to "
+                            + (context.command.kind == CommandKind::Watch ? L"watch: " : L"test: ") + ids);
 }
 
 int dispatch(const CommandContext& context)
 {
     const Command& command = context.command;
-    if (command.kind == CommandKind::Help) {
-        context.console.out(helpText(context.limits));
-        return exitOk;
-    }
-    if (command.kind == CommandKind::Version) {
-        context.console.out(std::wstring(L"ztdiag ") + version + L"\n");
-        return exitOk;
+    if (command.kind == CommandKind::Help || command.kind == CommandKind::Version) {
+        const std::wstring text = command.kind == CommandKind::Help
+            ? helpText(context.limits)
+            : std::wstring(L"ztdiag ") + version + L"\n";
+        return context.console.out(text) ? exitOk : context.outputClosed();
     }
     std::vector<ZtAdapterDevice> adapters;
     DWORD error = 0;
@@ -169,9 +198,9 @@ int dispatch(const CommandContext& context)
         return watchAdapters(context, adapters);
     }
     if (adapters.size() > 1) {
-        return usageError(context.console,
-                          std::to_wstring(adapters.size()) + L" ZT adapters: name the one to test: "
-                              + nameList(adapters));
+        return context.fail(exitUsage,
+                            std::to_wstring(adapters.size()) + L" ZT adapters: name the one to test: "
+                                + nameList(adapters));
     }
     return runCableTest(context, adapters.front());
 }
@@ -180,8 +209,12 @@ int dispatch(const CommandContext& context)
 
 int CommandContext::fail(int code, const std::wstring& message) const
 {
-    console.err(L"ztdiag: " + message + L"\n");
-    return code;
+    return tellError(console, command.json, code, message);
+}
+
+int CommandContext::failEmptyListing(int code, const std::wstring& message) const
+{
+    return tellError(console, command.json, code, message, emptyListingJson);
 }
 
 int CommandContext::timedOut(std::chrono::milliseconds limit) const
@@ -189,18 +222,32 @@ int CommandContext::timedOut(std::chrono::milliseconds limit) const
     return fail(exitServiceFailed, L"the management service didn't answer within " + durationText(limit));
 }
 
+int CommandContext::outputClosed() const
+{
+    console.err(L"ztdiag: the output was closed\n");
+    return exitOutputClosed;
+}
+
 int ztdiagMain(const std::vector<std::wstring>& args, Console& console, const ZtdiagLimits& limits)
 {
+    Command command;
     try {
-        Command command;
         std::wstring error;
-        if (!parseCommandLine(args, command, error)) {
-            return usageError(console, error);
+        const bool read = parseCommandLine(args, command, error);
+        QuietConsole quiet(console);
+        Console& shown = command.quiet ? quiet : console;
+        if (!read) {
+            return tellError(shown, command.json, exitUsage, error);
         }
-        return dispatch(CommandContext{console, limits, command});
+        return dispatch(CommandContext{shown, limits, command});
     } catch (const std::exception&) {
         // Only allocation fails this way, or a thread that can't be made.
-        console.err(L"ztdiag: out of memory or threads\n");
+        try {
+            if (!command.quiet) {
+                tellError(console, command.json, exitServiceFailed, L"out of memory or threads");
+            }
+        } catch (const std::exception&) {
+        }
         return exitServiceFailed;
     }
 }

@@ -2,8 +2,10 @@
 // scripts/run-ztdiag and the Wine test; never shipped. Its own settings come
 // first, as --sim-NAME=VALUE; every other argument is the tool's. With the
 // command `watch` it plays a few link changes, a removal and an arrival, then
-// presses Ctrl+C. A command line the tool refuses, or help and version, need
-// no simulated service: the tool answers them before one is started.
+// presses Ctrl+C; with `cable-test` it can tell when the driver's test runs,
+// for a script that presses Ctrl+C then. A command line the tool refuses, or
+// help and version, need no simulated service: the tool answers them before
+// one is started.
 #include <atomic>
 #include <chrono>
 #include <memory>
@@ -34,6 +36,7 @@ const wchar_t* const demoUsage
       L"  --sim-pairs=S[:D],...     the cable test's pair words: status and distance (0,0,0,0)\n"
       L"  --sim-cable-length=M      the driver's raw cable length in meters (100)\n"
       L"  --sim-cable-test-ms=MS    how long the driver's cable test takes (1500)\n"
+      L"  --sim-tell-cable-test     cable-test: a line on stderr once the driver's test runs\n"
       L"  --sim-firmware=X.Y.Z      firmware version (1.5.66)\n"
       L"  --sim-temperatures=P,M    PHY and MAC temperature in hundredths of a degree (5425,6100)\n"
       L"  --sim-pooled-threads      the service's delivery threads end whenever they find no work\n"
@@ -103,6 +106,8 @@ DemoSettings takeSettings(std::vector<std::wstring>& args)
             settings.cableLength = static_cast<std::uint32_t>(number(value));
         } else if (name == L"--sim-cable-test-ms") {
             settings.cableTestMs = static_cast<std::uint32_t>(number(value));
+        } else if (name == L"--sim-tell-cable-test") {
+            settings.tellCableTest = true;
         } else if (name == L"--sim-firmware") {
             const std::vector<std::wstring> parts = split(value, L'.');
             if (parts.size() != 3) {
@@ -161,6 +166,20 @@ void playWatch(DemoWorld& world, const std::atomic<bool>& done)
     }
 }
 
+// "ztdiag_demo: the driver's cable test runs" on the error stream once it
+// does, past the tool's console: while the test runs, the tool writes nothing there.
+void tellCableTest(DemoWorld& world, const std::atomic<bool>& done)
+{
+    while (!done) {
+        if (world.cableTestRunning(std::chrono::milliseconds(50))) {
+            const char line[] = "ztdiag_demo: the driver's cable test runs\n";
+            DWORD written = 0;
+            WriteFile(GetStdHandle(STD_ERROR_HANDLE), line, sizeof line - 1, &written, nullptr);
+            return;
+        }
+    }
+}
+
 }  // namespace
 
 int wmain(int argc, wchar_t** argv)
@@ -206,6 +225,8 @@ int wmain(int argc, wchar_t** argv)
     Thread script;
     if (command.kind == CommandKind::Watch) {
         script = Thread([&world, &done] { playWatch(world, done); });
+    } else if (command.kind == CommandKind::CableTest && settings.tellCableTest) {
+        script = Thread([&world, &done] { tellCableTest(world, done); });
     }
     const int code = ztdiagMain(args, console);
     done = true;

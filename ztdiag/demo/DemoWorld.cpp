@@ -119,3 +119,8 @@ void DemoWorld::arrive()
     adapter_.arrive();
     adapter_.service().drain();
 }
+
+bool DemoWorld::cableTestRunning(std::chrono::milliseconds limit)
+{
+    return adapter_.driver().waitUntilCableTestRunning(settings_.name, limit);
+}

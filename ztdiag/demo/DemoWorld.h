@@ -5,6 +5,7 @@
 // disabled; a third device of another maker is never listed.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -28,6 +29,7 @@ struct DemoSettings {
     bool pooledThreads = false;  // delivery threads end whenever they find no work
     bool loaderLockReport = false;  // the service's calls under the loader lock, at the end
     std::uint32_t lingerDetachMs = 0;  // each thread's end waits this long in linger.dll
+    bool tellCableTest = false;  // a line on stderr once the driver's cable test runs
 };
 
 class DemoWorld {
@@ -50,6 +52,9 @@ public:
     void plug(std::uint64_t linkSpeed);
     void remove();  // NDIS first, then the driver's instances
     void arrive();  // the driver's instances first, then NDIS
+
+    // Whether the driver's cable test on the first adapter runs, waiting up to `limit` for it.
+    bool cableTestRunning(std::chrono::milliseconds limit);
 
     sim::WmiService& service() { return adapter_.service(); }
 

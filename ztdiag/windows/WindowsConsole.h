@@ -24,8 +24,8 @@ public:
 
 private:
     struct Stream {
-        HANDLE handle;
-        bool console;
+        HANDLE handle = nullptr;
+        bool console = false;
         bool closed = false;  // a write failed: nothing more is written
     };
     static Stream open_(DWORD which);
