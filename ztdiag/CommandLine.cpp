@@ -86,10 +86,6 @@ bool parseCommandLine(const std::vector<std::wstring>& args, Command& command, s
         } else if (!haveCommand && names.empty() && (arg == L"cable-test" || arg == L"watch")) {
             command.kind = arg == L"watch" ? CommandKind::Watch : CommandKind::CableTest;
             haveCommand = true;
-        } else if (haveCommand && arg.empty()) {
-            // Left out, ADAPTER means the only one or all; given empty, it names none.
-            error = L"an empty adapter name; give the name the listing shows, or the device instance id";
-            return false;
         } else {
             names.push_back(arg);
         }
@@ -109,6 +105,7 @@ bool parseCommandLine(const std::vector<std::wstring>& args, Command& command, s
     }
     if (!names.empty()) {
         command.adapter = names.front();
+        command.adapterGiven = true;
     }
     return true;
 }
