@@ -193,12 +193,12 @@ std::wstring macAddressText(const std::vector<BYTE>& address)
 {
     static const wchar_t digits[] = L"0123456789ABCDEF";
     std::wstring text;
-    for (const BYTE byte : address) {
+    for (const BYTE octet : address) {
         if (!text.empty()) {
             text += L'-';
         }
-        text += digits[byte >> 4];
-        text += digits[byte & 0xF];
+        text += digits[octet >> 4];
+        text += digits[octet & 0xF];
     }
     return text;
 }
