@@ -83,10 +83,27 @@ private:
     std::function<void()> interrupt_;
 };
 
+// IP Helper's entry of `first`'s connection, and one of another maker's adapter.
+host::NetConnection firstConnection()
+{
+    return {first,
+            L"Ethernet 2",
+            12,
+            12,
+            {0x00, 0x1B, 0x21, 0x3A, 0x4F, 0x5C},
+            "{5A1C7D2E-0B3F-4E61-9C8A-2D4F6B1E3A70}"};
+}
+const host::NetConnection otherMakers{L"Onboard Gigabit Ethernet",
+                                      L"Ethernet",
+                                      7,
+                                      7,
+                                      {0x00, 0x1B, 0x21, 0x3A, 0x4F, 0x60},
+                                      "{0E4B9A53-7C21-4D8F-A6B0-3F5E2C9D1B84}"};
+
 // The machine: the simulated adapter `first` (2.5 Gbps, four good pairs, 100 m
 // of cable as the driver measures it), listed with `devices` 1, and with 2 also
 // `disabled` (problem code 22). A cable test takes the link down and, with a
-// cable in, back up.
+// cable in, back up. IP Helper lists `first`'s connection and another maker's.
 class Machine {
 public:
     // 1.5.66 firmware, PHY at 54.25 and MAC at 61 degrees.
@@ -96,6 +113,7 @@ public:
         for (int i = 0; i < devices; ++i) {
             device(i == 0 ? first : disabled, i == 0 ? 0 : 22);
         }
+        host::setNetConnections({otherMakers, firstConnection()});
     }
     ~Machine()
     {
@@ -157,31 +175,39 @@ std::wstring usageError(const std::wstring& message)
           L" [--output FILE]] [--json] [--quiet] (ztdiag --help tells more)\n";
 }
 
-const wchar_t* const firstListed = L"Name       : ZT Ethernet Adapter\nState      : Ready\n"
-                                   L"Link       : Connected, 2.5 Gbps\n"
-                                   L"Health     : Temperature is ok (PHY 54.25\u00B0C, MAC 61\u00B0C)\n"
-                                   L"Firmware   : 1.5.66\nCable test : Yes\n";
+// How the listing shows `first`'s connection.
+const wchar_t* const firstConnectionListed
+    = L"Connection : Ethernet 2\nifIndex    : 12\nMAC address: 00-1B-21-3A-4F-5C\n";
+const wchar_t* const noConnectionListed
+    = L"Connection : <unknown>\nifIndex    : <unknown>\nMAC address: <unknown>\n";
+const std::wstring firstListed = L"Name       : ZT Ethernet Adapter\n" + std::wstring(firstConnectionListed)
+    + L"State      : Ready\n"
+      L"Link       : Connected, 2.5 Gbps\n"
+      L"Health     : Temperature is ok (PHY 54.25\u00B0C, MAC 61\u00B0C)\n"
+      L"Firmware   : 1.5.66\nCable test : Yes\n";
 // The listing of `first` with another link and health.
 std::wstring firstListedAs(const std::wstring& link, const std::wstring& health)
 {
-    return L"Name       : ZT Ethernet Adapter\nState      : Ready\nLink       : " + link + L"\nHealth     : "
-        + health + L"\nFirmware   : 1.5.66\nCable test : Yes\n";
+    return L"Name       : ZT Ethernet Adapter\n" + std::wstring(firstConnectionListed)
+        + L"State      : Ready\nLink       : " + link + L"\nHealth     : " + health
+        + L"\nFirmware   : 1.5.66\nCable test : Yes\n";
 }
 // That listing as JSON, with these JSON values.
 std::wstring firstListedAsJson(const std::wstring& link, const std::wstring& speed,
                                const std::wstring& speedText, const std::wstring& phy = L"54.25",
                                const std::wstring& mac = L"61.0")
 {
-    return LR"({"adapters": [{"name": "ZT Ethernet Adapter", "state": "ready", "stateText": "Ready",
-        "problemCode": 0, "link": )"
+    return LR"({"adapters": [{"name": "ZT Ethernet Adapter", "connectionName": "Ethernet 2", "interfaceIndex": 12,
+        "macAddress": "00-1B-21-3A-4F-5C", "state": "ready", "stateText": "Ready", "problemCode": 0, "link": )"
         + link + L", \"speed\": " + speed + L", \"speedText\": " + speedText
         + LR"(, "health": "ok", "healthText": "Temperature is ok", "phyTemperature": )" + phy
         + L", \"macTemperature\": " + mac + LR"(, "firmware": "1.5.66", "cableTest": true}]})";
 }
-// A device that isn't working, as the listing shows it.
+// A device that isn't working, as the listing shows it; `first` with its connection.
 std::wstring notWorkingListed(const std::wstring& name, const std::wstring& state)
 {
-    return L"Name       : " + name + L"\nState      : " + state
+    return L"Name       : " + name + L"\n" + (name == first ? firstConnectionListed : noConnectionListed)
+        + L"State      : " + state
         + L"\nLink       : <unknown>\nHealth     : Temperature <unknown>\nFirmware   : <unknown>\n"
           L"Cable test : No, the device isn't ready\n";
 }
@@ -315,8 +341,8 @@ TEST(Ztdiag, printsWhatTheUserAskedForAndExitsWithItsCode)
         // The listing.
         {args(), 1, 0, nullptr, firstListed, L""},
         {args(), 1, 0, addBackup,
-         std::wstring(firstListed)
-             + L"\nName       : ZT Backup Adapter\nState      : Ready\nLink       : Disconnected\n"
+         std::wstring(firstListed) + L"\nName       : ZT Backup Adapter\n" + noConnectionListed
+             + L"State      : Ready\nLink       : Disconnected\n"
                L"Health     : Temperature is high (PHY 102.5\u00B0C, MAC 105\u00B0C)\nFirmware   : 1.5.10\n"
                L"Cable test : No, firmware older than 1.5.66\n",
          L""},
@@ -327,10 +353,11 @@ TEST(Ztdiag, printsWhatTheUserAskedForAndExitsWithItsCode)
          },
          notWorkingListed(disabled, L"Device is disabled"), L""},
         {args(L"--json"), 2, 0, nullptr,
-         LR"({"adapters": [{"name": "ZT Ethernet Adapter", "state": "ready", "stateText": "Ready",
-           "problemCode": 0, "link": "connected", "speed": 2500000000, "speedText": "2.5 Gbps", "health": "ok",
+         LR"({"adapters": [{"name": "ZT Ethernet Adapter", "connectionName": "Ethernet 2", "interfaceIndex": 12,
+           "macAddress": "00-1B-21-3A-4F-5C", "state": "ready", "stateText": "Ready", "problemCode": 0, "link": "connected", "speed": 2500000000, "speedText": "2.5 Gbps", "health": "ok",
            "healthText": "Temperature is ok", "phyTemperature": 54.25, "macTemperature": 61.0, "firmware": "1.5.66",
-           "cableTest": true}, {"name": "ZT Ethernet Adapter #2", "state": "disabled", "problemCode": 22,
+           "cableTest": true}, {"name": "ZT Ethernet Adapter #2", "connectionName": null, "interfaceIndex": null,
+           "macAddress": null, "state": "disabled", "problemCode": 22,
            "stateText": "Device is disabled", "link": null, "speed": null, "speedText": null,
            "health": "unknown", "healthText": "Temperature <unknown>", "phyTemperature": null,
            "macTemperature": null, "firmware": null, "cableTest": false}]})",
@@ -363,7 +390,8 @@ TEST(Ztdiag, printsWhatTheUserAskedForAndExitsWithItsCode)
          std::wstring(goodPairs) + L"Unable to determine cable length: no link\n", L""},
         // The adapter isn't there or can't be tested.
         {args(L"cable-test", L"ZT Adapter"), 2, 2, nullptr, L"",
-         L"ztdiag: no ZT adapter named 'ZT Adapter'; the ZT adapters are 'ZT Ethernet Adapter', "
+         L"ztdiag: no ZT adapter named 'ZT Adapter'; the ZT adapters are 'ZT Ethernet Adapter' (connection "
+         L"'Ethernet 2'), "
          L"'ZT Ethernet Adapter #2'\n"},
         {args(L"watch", L"ZT Adapter"), 0, 2, nullptr, L"",
          L"ztdiag: no ZT adapter named 'ZT Adapter': there is no ZT adapter\n"},
@@ -393,7 +421,8 @@ TEST(Ztdiag, printsWhatTheUserAskedForAndExitsWithItsCode)
         {args(L"cable-test", L"--category", L"7"), 1, 64, nullptr, L"",
          usageError(L"unknown cable category '7'; the categories are 5e, 6 and 6a")},
         {args(L"cable-test"), 2, 64, nullptr, L"",
-         usageError(L"2 ZT adapters: name the one to test: 'ZT Ethernet Adapter', 'ZT Ethernet Adapter #2'")},
+         usageError(L"2 ZT adapters: name the one to test: 'ZT Ethernet Adapter' (connection 'Ethernet 2'), "
+                    L"'ZT Ethernet Adapter #2'")},
         {args(L"--version"), 1, 0, nullptr, L"ztdiag " ZTPROP_VERSION_TEXT L"\n", L""},
     };
     for (const Case& c : cases) {
@@ -654,7 +683,8 @@ TEST(Ztdiag, aProblemCodeIsTheUnsignedNumberWindowsShows)
     const Case cases[] = {
         {args(), 0, 0, unreadable, notWorkingListed(first, L"Device has a problem (code 4294967295)"), L""},
         {args(L"--json"), 0, 0, unreadable,
-         LR"j({"adapters": [{"name": "ZT Ethernet Adapter", "state": "problem",
+         LR"j({"adapters": [{"name": "ZT Ethernet Adapter", "connectionName": "Ethernet 2", "interfaceIndex": 12,
+           "macAddress": "00-1B-21-3A-4F-5C", "state": "problem",
            "stateText": "Device has a problem (code 4294967295)", "problemCode": 4294967295, "link": null,
            "speed": null, "speedText": null, "health": "unknown", "healthText": "Temperature <unknown>",
            "phyTemperature": null, "macTemperature": null, "firmware": null, "cableTest": false}]})j",
@@ -686,8 +716,8 @@ TEST(Ztdiag, anAdapterNameThatNamesNoneOrSeveralIsAUsageError)
     const std::wstring ids = L"'" + instanceId(1) + L"', '" + instanceId(2) + L"'";
     const std::wstring bothListed = L"'ZT Ethernet Adapter' (device instance id '" + instanceId(1)
         + L"'), 'ZT Ethernet Adapter' (device instance id '" + instanceId(2) + L"')";
-    const std::wstring empty
-        = usageError(L"an empty adapter name; give the name the listing shows, or the device instance id");
+    const std::wstring empty = usageError(
+        L"an empty adapter name; the ZT adapters are 'ZT Ethernet Adapter' (connection 'Ethernet 2')");
     const Case cases[] = {
         {args(L"cable-test", first), 0, 64, twoAlike, L"",
          usageError(
@@ -720,6 +750,8 @@ TEST(Ztdiag, anAdapterNameThatNamesNoneOrSeveralIsAUsageError)
         {args(L"cable-test", L""), 1, 64, nullptr, L"", empty},
         {args(L"cable-test", L"", L"--json"), 1, 64, nullptr, L"", empty},
         {args(L"watch", L""), 1, 64, nullptr, L"", empty},
+        {args(L"watch", L""), 0, 64, nullptr, L"",
+         usageError(L"an empty adapter name; there is no ZT adapter")},
     };
     for (const Case& c : cases) {
         expectCase(c);
@@ -775,6 +807,192 @@ TEST(Ztdiag, anAdapterCanBeNamedByItsDeviceInstanceIdInAnyCase)
     };
     for (const Case& c : cases) {
         expectCase(c);
+    }
+}
+
+// ---- Any name Windows gives an adapter -------------------------------------
+
+// `disabled`'s connection besides `first`'s, and a third ZT adapter without one.
+void connections(Machine& m)
+{
+    host::setNetConnections({otherMakers,
+                             firstConnection(),
+                             {disabled,
+                              L"Verbindung \u00C4",
+                              14,
+                              14,
+                              {0x00, 0x1B, 0x21, 0x3A, 0x4F, 0x5D},
+                              "{9D3E61A0-4C7B-4F25-8E19-6A0B2D5C7F43}"}});
+    m.device(L"ZT Spare Adapter", 22);
+}
+
+const wchar_t* const disabledChosen = L"ztdiag: ZT Ethernet Adapter #2: Device is disabled\n";
+
+TEST(Ztdiag, anAdapterCanBeNamedByItsConnectionsNameIndexOrMacAddress)
+{
+    const std::wstring adaptersAre
+        = L"the ZT adapters are 'ZT Ethernet Adapter' (connection 'Ethernet 2'), 'ZT Ethernet Adapter #2' "
+          L"(connection 'Verbindung \u00C4'), 'ZT Spare Adapter'";
+    const Case cases[] = {
+        {args(L"cable-test", L"ZT ETHERNET ADAPTER #2"), 2, 2, connections, L"", disabledChosen},
+        {args(L"cable-test", L"Verbindung \u00C4"), 2, 2, connections, L"", disabledChosen},
+        {args(L"cable-test", L"VERBINDUNG \u00E4"), 2, 2, connections, L"", disabledChosen},
+        {args(L"cable-test", L"14"), 2, 2, connections, L"", disabledChosen},
+        {args(L"cable-test", L"00-1B-21-3A-4F-5D"), 2, 2, connections, L"", disabledChosen},
+        {args(L"cable-test", L"00:1b:21:3a:4f:5d"), 2, 2, connections, L"", disabledChosen},
+        {args(L"cable-test", L"001B213a4F5d"), 2, 2, connections, L"", disabledChosen},
+        {args(L"cable-test", instanceId(2)), 2, 2, connections, L"", disabledChosen},
+        {args(L"watch", L"ethernet 2"), 2, 0, connections, watchingFirst(L"Connected, 2.5 Gbps"), L""},
+        // An adapter IP Helper doesn't list is named as before.
+        {args(L"cable-test", L"zt spare adapter"), 2, 2, connections, L"",
+         L"ztdiag: ZT Spare Adapter: Device is disabled\n"},
+        {args(L"cable-test", instanceId(3)), 2, 2, connections, L"",
+         L"ztdiag: ZT Spare Adapter: Device is disabled\n"},
+        // Other makers' connections, index 0, other forms of numbers name none.
+        {args(L"cable-test", L"Ethernet"), 2, 2, connections, L"",
+         L"ztdiag: no ZT adapter named 'Ethernet'; " + adaptersAre + L"\n"},
+        {args(L"cable-test", L"7"), 2, 2, connections, L"",
+         L"ztdiag: no ZT adapter named '7'; " + adaptersAre + L"\n"},
+        {args(L"cable-test", L"0"), 2, 2, connections, L"",
+         L"ztdiag: no ZT adapter named '0'; " + adaptersAre + L"\n"},
+        {args(L"cable-test", L"0x0E"), 2, 2, connections, L"",
+         L"ztdiag: no ZT adapter named '0x0E'; " + adaptersAre + L"\n"},
+        {args(L"cable-test", L"00-1B:21-3A-4F-5D"), 2, 2, connections, L"",
+         L"ztdiag: no ZT adapter named '00-1B:21-3A-4F-5D'; " + adaptersAre + L"\n"},
+        {args(L"cable-test", L"001B.213A.4F5D"), 2, 2, connections, L"",
+         L"ztdiag: no ZT adapter named '001B.213A.4F5D'; " + adaptersAre + L"\n"},
+    };
+    for (const Case& c : cases) {
+        expectCase(c);
+    }
+}
+
+TEST(Ztdiag, wordsThatNameSeveralAdaptersInDifferentWaysAreAUsageErrorThatTellsWhichIsWhich)
+{
+    const Case cases[] = {
+        // The second adapter's connection has the first one's device name.
+        {args(L"cable-test", L"zt ethernet adapter"), 2, 64,
+         [](Machine&) {
+             host::setNetConnections({firstConnection(), {disabled, first, 14, 14, {}, "{}"}});
+         },
+         L"",
+         usageError(
+             L"'zt ethernet adapter' names 2 ZT adapters; give the device instance id of the one to test: '"
+             + instanceId(1) + L"' (the device name of 'ZT Ethernet Adapter'), '" + instanceId(2)
+             + L"' (the connection name of 'ZT Ethernet Adapter #2')")},
+        // A device name that is another adapter's interface index.
+        {args(L"watch", L"12"), 1, 64, [](Machine& m) { m.device(L"12", 22); }, L"",
+         usageError(L"'12' names 2 ZT adapters; give the device instance id of the one to watch: '"
+                    + instanceId(1) + L"' (the interface index of 'ZT Ethernet Adapter'), '" + instanceId(2)
+                    + L"' (the device name of '12')")},
+        // Listed, a name that names another adapter too comes with the device instance id.
+        {args(L"cable-test"), 1, 64, [](Machine& m) { m.device(L"Ethernet 2", 22); }, L"",
+         usageError(L"2 ZT adapters: name the one to test: 'ZT Ethernet Adapter' (connection 'Ethernet 2'), "
+                    L"'Ethernet 2' (device instance id '"
+                    + instanceId(2) + L"')")},
+        // One adapter named by two of its names is one adapter.
+        {args(L"cable-test", L"ethernet 2"), 0, 2,
+         [](Machine& m) {
+             m.device(L"Ethernet 2", 22);
+             host::setNetConnections({{L"Ethernet 2", L"Ethernet 2", 12, 12, {}, "{}"}});
+         },
+         L"", L"ztdiag: Ethernet 2: Device is disabled\n"},
+    };
+    for (const Case& c : cases) {
+        expectCase(c);
+    }
+}
+
+// What IP Helper doesn't tell is unknown, never a reason to fail.
+TEST(Ztdiag, theListingShowsWhatIpHelperTellsOfEachConnection)
+{
+    const std::wstring disabledUnknown = notWorkingListed(disabled, L"Device is disabled");
+    const Case cases[] = {
+        {args(), 1, 0, nullptr, firstListed, L""},
+        // No IPv4 on the connection: its IPv6 index. No hardware address: unknown.
+        {args(), 1, 0,
+         [](Machine&) {
+             host::setNetConnections({{first, L"Ethernet 2", 0, 15, {}, "{}"}});
+         },
+         L"Name       : ZT Ethernet Adapter\nConnection : Ethernet 2\nifIndex    : 15\nMAC address: "
+         L"<unknown>\n"
+         L"State      : Ready\nLink       : Connected, 2.5 Gbps\n"
+         L"Health     : Temperature is ok (PHY 54.25\u00B0C, MAC 61\u00B0C)\nFirmware   : 1.5.66\n"
+         L"Cable test : Yes\n",
+         L""},
+        {args(L"--json"), 1, 0,
+         [](Machine&) {
+             host::setNetConnections({{first, L"", 0, 0, {}, "{}"}});
+         },
+         LR"({"adapters": [{"name": "ZT Ethernet Adapter", "connectionName": null, "interfaceIndex": null,
+           "macAddress": null, "state": "ready", "stateText": "Ready", "problemCode": 0, "link": "connected",
+           "speed": 2500000000, "speedText": "2.5 Gbps", "health": "ok", "healthText": "Temperature is ok",
+           "phyTemperature": 54.25, "macTemperature": 61.0, "firmware": "1.5.66", "cableTest": true}]})",
+         L""},
+        // No connection at all, IP Helper failing: the listing and the names it doesn't give stand.
+        {args(), 0, 0,
+         [](Machine& m) {
+             m.device(disabled, 22);
+             host::setNetConnections({});
+         },
+         disabledUnknown, L""},
+        {args(), 0, 0,
+         [](Machine& m) {
+             m.device(disabled, 22);
+             host::failGetAdaptersAddresses(ERROR_NOT_ENOUGH_MEMORY);
+         },
+         disabledUnknown, L""},
+        {args(L"cable-test", L"Ethernet 2"), 2, 2,
+         [](Machine&) { host::failGetAdaptersAddresses(ERROR_NOT_ENOUGH_MEMORY); }, L"",
+         L"ztdiag: no ZT adapter named 'Ethernet 2'; the ZT adapters are 'ZT Ethernet Adapter', "
+         L"'ZT Ethernet Adapter #2'\n"},
+        {args(L"cable-test", disabled), 2, 2,
+         [](Machine&) { host::failGetAdaptersAddresses(ERROR_NOT_ENOUGH_MEMORY); }, L"", disabledChosen},
+    };
+    for (const Case& c : cases) {
+        expectCase(c);
+    }
+}
+
+TEST(Ztdiag, aFailingIpHelperIsTracedOnce)
+{
+    Machine machine(1);
+    host::failGetAdaptersAddresses(ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_EQ(run(machine, args()), 0);
+    EXPECT_TRUE(traced("[!] GetAdaptersAddresses() failed, code 8: the connections' names are unknown"))
+        << testing::PrintToString(tracedMessages());
+}
+
+TEST(Ztdiag, aListLongerThanTheFirstBufferIsReadWithTheSizeIpHelperAsksFor)
+{
+    // Long enough for the first buffer, and longer again after the size was asked.
+    std::vector<host::NetConnection> others;
+    for (int i = 0; i < 60; ++i) {
+        others.push_back({L"Virtual Adapter " + std::to_wstring(i) + std::wstring(150, L'x'),
+                          L"vEthernet " + std::to_wstring(i),
+                          static_cast<DWORD>(100 + i),
+                          0,
+                          {},
+                          "{}"});
+    }
+    for (const bool grows : {false, true}) {
+        SCOPED_TRACE(grows ? "grows" : "stays");
+        Machine machine(1);
+        std::vector<host::NetConnection> listed = others;
+        listed.push_back(firstConnection());
+        host::setNetConnections(listed);
+        if (grows) {
+            host::onGetAdaptersAddresses([listed](int call) mutable {
+                if (call == 1) {
+                    const std::vector<host::NetConnection> more(listed.begin(), listed.end() - 1);
+                    listed.insert(listed.begin(), more.begin(), more.end());
+                    host::setNetConnections(listed);
+                }
+            });
+        }
+        EXPECT_EQ(run(machine, args()), 0);
+        EXPECT_EQ(machine.console.outText, firstListed);
+        EXPECT_EQ(host::getAdaptersAddressesCalls(), grows ? 3 : 2);
     }
 }
 
@@ -852,8 +1070,9 @@ TEST(Ztdiag, withJsonAnErrorIsAlsoAJsonObjectOnTheOutput)
          R"j({"error": {"code": 3, "message": "can't connect to the management service (root\\wmi)"}})j",
          L"ztdiag: can't connect to the management service (root\\wmi)\n"},
         {args(L"--json", L"cable-test", L"ZT Adapter"), 1, 2, nullptr,
-         R"j({"error": {"code": 2, "message": "no ZT adapter named 'ZT Adapter'; the ZT adapters are 'ZT Ethernet Adapter'"}})j",
-         L"ztdiag: no ZT adapter named 'ZT Adapter'; the ZT adapters are 'ZT Ethernet Adapter'\n"},
+         R"j({"error": {"code": 2, "message": "no ZT adapter named 'ZT Adapter'; the ZT adapters are 'ZT Ethernet Adapter' (connection 'Ethernet 2')"}})j",
+         L"ztdiag: no ZT adapter named 'ZT Adapter'; the ZT adapters are 'ZT Ethernet Adapter' (connection "
+         L"'Ethernet 2')\n"},
         // A usage error: the first line's message; --json is read past the error.
         {args(L"--fast", L"--json"), 1, 64, nullptr,
          R"j({"error": {"code": 64, "message": "unknown option '--fast'"}})j",
@@ -862,8 +1081,9 @@ TEST(Ztdiag, withJsonAnErrorIsAlsoAJsonObjectOnTheOutput)
          R"j({"error": {"code": 64, "message": "--category goes with cable-test only"}})j",
          usageError(L"--category goes with cable-test only")},
         {args(L"cable-test", L"--json"), 2, 64, nullptr,
-         R"j({"error": {"code": 64, "message": "2 ZT adapters: name the one to test: 'ZT Ethernet Adapter', 'ZT Ethernet Adapter #2'"}})j",
-         usageError(L"2 ZT adapters: name the one to test: 'ZT Ethernet Adapter', 'ZT Ethernet Adapter #2'")},
+         R"j({"error": {"code": 64, "message": "2 ZT adapters: name the one to test: 'ZT Ethernet Adapter' (connection 'Ethernet 2'), 'ZT Ethernet Adapter #2'"}})j",
+         usageError(L"2 ZT adapters: name the one to test: 'ZT Ethernet Adapter' (connection 'Ethernet 2'), "
+                    L"'ZT Ethernet Adapter #2'")},
         // The listing that found no adapter is still a listing.
         {args(L"--json"), 0, 2, nullptr,
          R"j({"adapters": [], "error": {"code": 2, "message": "no ZT adapter found"}})j",
@@ -911,7 +1131,8 @@ TEST(Ztdiag, aClosedOutputEndsTheCommandAtOnceWithExitCode74)
         {args(L"--version"), 0, false, 0, 74, L"", closed},
         // An error is the answer, written or not.
         {args(L"cable-test", L"ZT Adapter", L"--json"), 1, false, 0, 2, L"",
-         L"ztdiag: no ZT adapter named 'ZT Adapter'; the ZT adapters are 'ZT Ethernet Adapter'\n"},
+         L"ztdiag: no ZT adapter named 'ZT Adapter'; the ZT adapters are 'ZT Ethernet Adapter' (connection "
+         L"'Ethernet 2')\n"},
         {args(L"--json"), 0, false, 0, 2, L"", L"ztdiag: no ZT adapter found\n"},
     };
     for (const auto& c : cases) {

@@ -124,9 +124,6 @@ bool parseCommandLine(const std::vector<std::wstring>& args, Command& command, s
             refuse(L"unknown option '" + arg + L"'");
         } else if (!haveCommand && names.empty() && commandNamed(arg, command.kind)) {
             haveCommand = true;
-        } else if (haveCommand && arg.empty()) {
-            // Left out, ADAPTER means the only one or all; given empty, it names none.
-            refuse(L"an empty adapter name; give the name the listing shows, or the device instance id");
         } else {
             names.push_back(arg);
         }
@@ -154,6 +151,7 @@ bool parseCommandLine(const std::vector<std::wstring>& args, Command& command, s
     }
     if (!names.empty()) {
         command.adapter = names.front();
+        command.adapterGiven = true;
     }
     return error.empty();
 }

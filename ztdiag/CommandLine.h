@@ -18,7 +18,10 @@ enum class CommandKind {
 
 struct Command {
     CommandKind kind = CommandKind::List;
-    std::wstring adapter;  // a name or device instance id; empty: the only one (cable-test), or all (watch)
+    // As the user named it (AdapterSelector.h). Left out, the only one
+    // (cable-test) or all (watch); given empty, it names none.
+    std::wstring adapter;
+    bool adapterGiven = false;
     CableCategory category = Cat5e;  // the page's first offer
     bool json = false;
     std::wstring output;  // metrics: the file to write; empty: the output stream

@@ -96,6 +96,10 @@ std::wstring listingJson(const std::vector<AdapterReport>& adapters)
     for (const AdapterReport& adapter : adapters) {
         Json json;
         json["name"] = text(adapter.name);
+        json["connectionName"]
+            = adapter.connectionName.empty() ? Json(nullptr) : text(adapter.connectionName);
+        json["interfaceIndex"] = adapter.interfaceIndex != 0 ? Json(adapter.interfaceIndex) : Json(nullptr);
+        json["macAddress"] = adapter.macAddress.empty() ? Json(nullptr) : text(adapter.macAddress);
         json["state"] = stateName(adapter);
         json["stateText"] = text(adapterStateText(adapter));
         json["problemCode"] = adapter.problemCode;

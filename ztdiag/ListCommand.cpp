@@ -1,9 +1,10 @@
-// `ztdiag`: every listed adapter with its state, link, health, firmware and
-// whether it can run a cable test.
+// `ztdiag`: every listed adapter with its connection's names, its state, link,
+// health, firmware and whether it can run a cable test.
 #include <memory>
 
 #include "nic/ZtNic.h"
 #include "wmi/WbemServices.h"
+#include "ztdiag/AdapterSelector.h"
 #include "ztdiag/Commands.h"
 #include "ztdiag/JsonOutput.h"
 #include "ztdiag/ServiceThread.h"
@@ -16,7 +17,8 @@ struct Survey {
     bool serviceDown = false;
 };
 
-void survey(Survey& survey, const std::vector<ZtAdapterDevice>& adapters)
+void survey(Survey& survey, const std::vector<ZtAdapterDevice>& adapters,
+            const std::vector<AdapterConnection>& connections)
 {
     bool serviceNeeded = false;
     for (const ZtAdapterDevice& device : adapters) {
@@ -26,8 +28,12 @@ void survey(Survey& survey, const std::vector<ZtAdapterDevice>& adapters)
         survey.serviceDown = true;
         return;
     }
-    for (const ZtAdapterDevice& device : adapters) {
-        survey.reports.push_back(surveyAdapter(device));
+    for (std::size_t i = 0; i < adapters.size(); ++i) {
+        AdapterReport report = surveyAdapter(adapters[i]);
+        report.connectionName = connections[i].name;
+        report.interfaceIndex = connections[i].interfaceIndex;
+        report.macAddress = macAddressText(connections[i].macAddress);
+        survey.reports.push_back(std::move(report));
     }
 }
 
@@ -61,7 +67,9 @@ int listAdapters(const CommandContext& context, const std::vector<ZtAdapterDevic
         return context.failEmptyListing(exitNotTestable, L"no ZT adapter found");
     }
     auto result = std::make_shared<Survey>();
-    ServiceThread thread([result, adapters] { survey(*result, adapters); });
+    // IP Helper answers from the machine's own tables: no need of the service thread.
+    const std::vector<AdapterConnection> connections = findAdapterConnections(adapters);
+    ServiceThread thread([result, adapters, connections] { survey(*result, adapters, connections); });
     if (!thread.waitFor(context.limits.service)) {
         return context.timedOut(context.limits.service);
     }

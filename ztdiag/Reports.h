@@ -24,6 +24,10 @@ inline bool isLinkKnown(MediaConnectState media)
 // One adapter of the listing.
 struct AdapterReport {
     std::wstring name;
+    // Its network connection as IP Helper tells it (AdapterSelector.h): each may be unknown.
+    std::wstring connectionName;  // empty: unknown
+    std::uint32_t interfaceIndex = 0;  // 0: unknown
+    std::wstring macAddress;  // "00-1B-21-3A-4F-5C"; empty: unknown
     std::uint32_t problemCode = 0;  // as found by the device manager
     bool ready = false;  // the device works and its driver answers
     MediaConnectState media = MediaConnectState::Unknown;

@@ -11,6 +11,11 @@ void addField(std::wstring& text, const wchar_t* label, const std::wstring& valu
     text += formatString(L"%-11s: %s\n", label, value.c_str());
 }
 
+std::wstring orUnknown(const std::wstring& value)
+{
+    return value.empty() ? std::wstring(unknownText) : value;
+}
+
 // "54.25°C", or "<unknown>" for a temperature the driver doesn't report.
 std::wstring temperature(const ZtThermalInfo& thermal, std::uint8_t validFlag, double value)
 {
@@ -88,6 +93,11 @@ std::wstring listingText(const std::vector<AdapterReport>& adapters)
             text += L"\n";
         }
         addField(text, L"Name", adapter.name);
+        addField(text, L"Connection", orUnknown(adapter.connectionName));
+        addField(text, L"ifIndex",
+                 adapter.interfaceIndex != 0 ? std::to_wstring(adapter.interfaceIndex)
+                                             : std::wstring(unknownText));
+        addField(text, L"MAC address", orUnknown(adapter.macAddress));
         addField(text, L"State", adapterStateText(adapter));
         addField(text, L"Link", linkText(adapter.media, adapter.linkSpeed));
         addField(text, L"Health", healthText(adapter));

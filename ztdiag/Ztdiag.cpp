@@ -5,6 +5,7 @@
 #include "nic/AdapterTexts.h"
 #include "resources/resource.h"
 #include "trace/FormatString.h"
+#include "ztdiag/AdapterSelector.h"
 #include "ztdiag/Commands.h"
 #include "ztdiag/JsonOutput.h"
 
@@ -47,10 +48,13 @@ std::wstring helpText(const ZtdiagLimits& limits)
         L"      textfile collector: to the output, or into FILE, replaced at once.\n"
         L"  ztdiag --help | --version\n"
         L"\n"
-        L"ADAPTER is a name as the listing shows it, in quotes if it has blanks, or the\n"
-        L"adapter's device instance id; case doesn't matter. With one adapter on the\n"
-        L"machine it may be left out. --json prints one JSON document (watch: one JSON\n"
-        L"object per line); an error is then also one line of JSON on the output,\n"
+        L"ADAPTER is the adapter's name as the listing shows it, in quotes if it has\n"
+        L"blanks; its connection's name (\"Ethernet 2\"), interface index or MAC address\n"
+        L"(00-1B-21-3A-4F-5C, 00:1b:21:3a:4f:5c or 001B213A4F5C), as the listing shows\n"
+        L"them too; or its device instance id. Case doesn't matter; words that name more\n"
+        L"than one adapter are refused. With one adapter on the machine it may be left\n"
+        L"out. --json prints one JSON document (watch: one JSON object per line); an\n"
+        L"error is then also one line of JSON on the output,\n"
         L"{\"error\":{\"code\":<exit code>,\"message\":\"<the error line without ztdiag:>\"}}.\n"
         L"--quiet prints nothing at all, on either stream: the exit code tells.\n"
         L"\n"
@@ -95,60 +99,116 @@ private:
     Console& console_;
 };
 
-// The adapters that `name` names, by their name or device instance id, case
-// ignored. None is preferred for its exact spelling: the user was told case
-// doesn't matter, so names that differ only in case name both adapters.
-std::vector<const ZtAdapterDevice*> adaptersNamed(const std::vector<ZtAdapterDevice>& adapters,
-                                                  const std::wstring& name)
-{
-    std::vector<const ZtAdapterDevice*> named;
-    for (const ZtAdapterDevice& device : adapters) {
-        if (sameIgnoringCase(device.name, name) || sameIgnoringCase(device.instanceId, name)) {
-            named.push_back(&device);
-        }
-    }
-    return named;
-}
-
 std::wstring quotedInstanceId(const ZtAdapterDevice& device)
 {
     return device.instanceId.empty() ? std::wstring(unknownText) : L"'" + device.instanceId + L"'";
 }
 
-// Each adapter as the user can name it: its name, and its device instance id
-// where another adapter has that name too.
-std::wstring nameList(const std::vector<ZtAdapterDevice>& adapters)
+// Each adapter as the user can name it: its name, its connection's name where
+// known, and its device instance id where its name names another adapter too.
+std::wstring nameList(const std::vector<ZtAdapterDevice>& adapters,
+                      const std::vector<AdapterConnection>& connections)
 {
     std::wstring names;
-    for (const ZtAdapterDevice& device : adapters) {
+    for (std::size_t i = 0; i < adapters.size(); ++i) {
+        const ZtAdapterDevice& device = adapters[i];
         names += (names.empty() ? L"'" : L", '") + device.name + L"'";
-        if (adaptersNamed(adapters, device.name).size() > 1) {
-            names += L" (device instance id " + quotedInstanceId(device) + L")";
+        std::wstring tellApart;
+        if (!connections[i].name.empty()) {
+            tellApart = L"connection '" + connections[i].name + L"'";
+        }
+        if (adaptersNamed(adapters, connections, device.name).size() > 1) {
+            tellApart += (tellApart.empty() ? L"" : L", ") + std::wstring(L"device instance id ")
+                + quotedInstanceId(device);
+        }
+        if (!tellApart.empty()) {
+            names += L" (" + tellApart + L")";
         }
     }
     return names;
 }
 
-int unknownAdapter(const CommandContext& context, const std::vector<ZtAdapterDevice>& adapters)
+int unknownAdapter(const CommandContext& context, const std::vector<ZtAdapterDevice>& adapters,
+                   const std::vector<AdapterConnection>& connections)
 {
     const std::wstring& name = context.command.adapter;
     if (adapters.empty()) {
         return context.fail(exitNotTestable, L"no ZT adapter named '" + name + L"': there is no ZT adapter");
     }
     return context.fail(exitNotTestable,
-                        L"no ZT adapter named '" + name + L"'; the ZT adapters are " + nameList(adapters));
+                        L"no ZT adapter named '" + name + L"'; the ZT adapters are "
+                            + nameList(adapters, connections));
 }
 
-int ambiguousAdapter(const CommandContext& context, const std::vector<const ZtAdapterDevice*>& named)
+const wchar_t* oneToWhat(CommandKind kind)
 {
+    switch (kind) {
+    case CommandKind::Watch:
+        return L"watch: ";
+    case CommandKind::Metrics:
+        return L"read: ";
+    default:
+        return L"test: ";
+    }
+}
+
+// Each named adapter's device instance id; where the text names them in
+// different ways, each with how it names which.
+int ambiguousAdapter(const CommandContext& context, const std::vector<ZtAdapterDevice>& adapters,
+                     const std::vector<AdapterMatch>& named)
+{
+    bool byNameOnly = true;
+    for (const AdapterMatch& match : named) {
+        byNameOnly = byNameOnly && match.key == AdapterKey::DeviceName;
+    }
     std::wstring ids;
-    for (const ZtAdapterDevice* device : named) {
-        ids += (ids.empty() ? L"" : L", ") + quotedInstanceId(*device);
+    for (const AdapterMatch& match : named) {
+        const ZtAdapterDevice& device = adapters[match.adapter];
+        ids += (ids.empty() ? L"" : L", ") + quotedInstanceId(device);
+        if (!byNameOnly) {
+            ids += std::wstring(L" (the ") + adapterKeyName(match.key) + L" of '" + device.name + L"')";
+        }
     }
     return context.fail(exitUsage,
                         L"'" + context.command.adapter + L"' names " + std::to_wstring(named.size())
                             + L" ZT adapters; give the device instance id of the one to "
-                            + (context.command.kind == CommandKind::Watch ? L"watch: " : L"test: ") + ids);
+                            + oneToWhat(context.command.kind) + ids);
+}
+
+// An ADAPTER given empty names no adapter: it isn't "the only one" nor "all".
+int emptyAdapterName(const CommandContext& context, const std::vector<ZtAdapterDevice>& adapters,
+                     const std::vector<AdapterConnection>& connections)
+{
+    return context.fail(exitUsage,
+                        adapters.empty() ? std::wstring(L"an empty adapter name; there is no ZT adapter")
+                                         : L"an empty adapter name; the ZT adapters are "
+                                + nameList(adapters, connections));
+}
+
+// The one adapter the command's ADAPTER names, or the error that it names none or several.
+int runOnNamed(const CommandContext& context, const std::vector<ZtAdapterDevice>& adapters)
+{
+    const Command& command = context.command;
+    const std::vector<AdapterConnection> connections = findAdapterConnections(adapters);
+    if (command.adapter.empty()) {
+        return emptyAdapterName(context, adapters, connections);
+    }
+    const std::vector<AdapterMatch> named = adaptersNamed(adapters, connections, command.adapter);
+    if (named.empty()) {
+        return unknownAdapter(context, adapters, connections);
+    }
+    if (named.size() > 1) {
+        return ambiguousAdapter(context, adapters, named);
+    }
+    const ZtAdapterDevice& chosen = adapters[named.front().adapter];
+    switch (command.kind) {
+    case CommandKind::CableTest:
+        return runCableTest(context, chosen);
+    case CommandKind::Metrics:
+        return writeMetrics(context, {chosen});
+    default:
+        return watchAdapters(context, {chosen});
+    }
 }
 
 int dispatch(const CommandContext& context)
@@ -170,26 +230,11 @@ int dispatch(const CommandContext& context)
     if (command.kind == CommandKind::List) {
         return listAdapters(context, adapters);
     }
-    if (command.kind == CommandKind::Metrics && command.adapter.empty()) {
+    if (command.kind == CommandKind::Metrics && !command.adapterGiven) {
         return writeMetrics(context, adapters);
     }
-    if (!command.adapter.empty()) {
-        const std::vector<const ZtAdapterDevice*> named = adaptersNamed(adapters, command.adapter);
-        if (named.empty()) {
-            return unknownAdapter(context, adapters);
-        }
-        if (named.size() > 1) {
-            return ambiguousAdapter(context, named);
-        }
-        const ZtAdapterDevice& chosen = *named.front();
-        switch (command.kind) {
-        case CommandKind::CableTest:
-            return runCableTest(context, chosen);
-        case CommandKind::Metrics:
-            return writeMetrics(context, {chosen});
-        default:
-            return watchAdapters(context, {chosen});
-        }
+    if (command.adapterGiven) {
+        return runOnNamed(context, adapters);
     }
     if (adapters.empty()) {
         return context.fail(exitNotTestable, L"no ZT adapter found");
@@ -200,7 +245,7 @@ int dispatch(const CommandContext& context)
     if (adapters.size() > 1) {
         return context.fail(exitUsage,
                             std::to_wstring(adapters.size()) + L" ZT adapters: name the one to test: "
-                                + nameList(adapters));
+                                + nameList(adapters, findAdapterConnections(adapters)));
     }
     return runCableTest(context, adapters.front());
 }

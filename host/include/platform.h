@@ -13,6 +13,7 @@
 #include "win32/com.h"
 #include "win32/commctrl.h"
 #include "win32/files.h"
+#include "win32/iphlpapi.h"
 #include "win32/oleauto.h"
 #include "win32/setupapi.h"
 #include "win32/threads.h"

@@ -46,6 +46,10 @@ void reset()
     s.setParamsError = 0;
     s.getParamsCalls = 0;
     s.setParamsCalls = 0;
+    s.netConnections.clear();
+    s.getAdaptersAddressesError = 0;
+    s.adaptersAddressesHook = nullptr;
+    s.adaptersAddressesCalls = 0;
     s.initCommonControls.clear();
     s.createPageError = 0;
 }

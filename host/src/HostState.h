@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/HostPlatform.h"
 #include "platform.h"
 
 namespace host {
@@ -56,6 +57,10 @@ struct State {
     DWORD setParamsError = 0;
     int getParamsCalls = 0;
     int setParamsCalls = 0;
+    std::vector<NetConnection> netConnections;
+    ULONG getAdaptersAddressesError = 0;
+    std::function<void(int)> adaptersAddressesHook;
+    int adaptersAddressesCalls = 0;
     std::vector<INITCOMMONCONTROLSEX> initCommonControls;
     DWORD createPageError = 0;
     std::vector<HPROPSHEETPAGE> livePages;

@@ -2,8 +2,11 @@
 // Every module source includes this (and only this) for the platform.
 #pragma once
 
-// windows.h must come first; the others build on its types.
+// windows.h must come first, but for winsock2.h, which IP Helper's types need
+// and which would clash with the older socket header windows.h may bring; the
+// others build on their types.
 // clang-format off
+#include <winsock2.h>
 #include <windows.h>
 #include <commctrl.h>
 #include <devpropdef.h>
@@ -14,4 +17,5 @@
 #include <objbase.h>
 #include <oleauto.h>
 #include <wbemidl.h>
+#include <iphlpapi.h>
 // clang-format on

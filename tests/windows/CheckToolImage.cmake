@@ -16,7 +16,7 @@ if(NOT CMAKE_MATCH_1 STREQUAL "3")
 endif()
 
 string(REGEX MATCHALL "DLL Name: [A-Za-z0-9_.-]+" names "${dump}")
-set(allowed kernel32.dll msvcrt.dll setupapi.dll ole32.dll oleaut32.dll advapi32.dll)
+set(allowed kernel32.dll msvcrt.dll setupapi.dll ole32.dll oleaut32.dll advapi32.dll iphlpapi.dll)
 foreach(entry IN LISTS names)
   string(REPLACE "DLL Name: " "" dll "${entry}")
   string(TOLOWER "${dll}" dll)

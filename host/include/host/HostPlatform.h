@@ -67,6 +67,25 @@ void failSetClassInstallParams(DWORD error);
 int getClassInstallParamsCalls();
 int setClassInstallParamsCalls();
 
+// ---- Network connections (GetAdaptersAddresses) --------------------------------
+// One entry of IP Helper's adapter list.
+struct NetConnection {
+    std::wstring description;  // the NDIS interface description
+    std::wstring friendlyName;  // the connection's name ("Ethernet 2")
+    DWORD ifIndex = 0;  // 0: IPv4 isn't bound
+    DWORD ipv6IfIndex = 0;
+    std::vector<BYTE> physicalAddress;  // up to MAX_ADAPTER_ADDRESS_LENGTH bytes
+    std::string adapterName;  // the interface's GUID
+};
+// What GetAdaptersAddresses lists, in this order; none until set.
+void setNetConnections(std::vector<NetConnection> connections);
+// A non-zero error makes every later GetAdaptersAddresses fail with it.
+void failGetAdaptersAddresses(ULONG error);
+// Called after each GetAdaptersAddresses has answered (call number from 1),
+// so a test can change the list between the size query and the read.
+void onGetAdaptersAddresses(std::function<void(int call)> hook);
+int getAdaptersAddressesCalls();
+
 // ---- Common controls and sheet pages ------------------------------------------
 std::vector<INITCOMMONCONTROLSEX> initCommonControlsCalls();
 // Sheet pages created and not yet destroyed.
