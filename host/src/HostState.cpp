@@ -47,6 +47,8 @@ void reset()
     s.setParamsCalls = 0;
     s.initCommonControls.clear();
     s.createPageError = 0;
+    s.timeZone = {};
+    s.timeZoneAnswer = TIME_ZONE_ID_UNKNOWN;
 }
 
 }  // namespace host
