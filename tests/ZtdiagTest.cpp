@@ -1129,4 +1129,26 @@ TEST(ZtdiagWatch, aClosedOutputEndsTheWatchAtOnceWithNothingMoreSaid)
     }
 }
 
+TEST(ZtdiagWatch, itsStartCostsOneLinkStateQueryAnAdapterAndOneSubscriptionToArrivalsWhenWatchingAll)
+{
+    const struct {
+        std::vector<std::wstring> arguments;
+        int subscriptions;  // ExecNotificationQueryAsync calls
+    } cases[] = {
+        {args(L"watch"), 5},  // the adapter's four and the arrival of any
+        {args(L"watch", first), 4},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c.arguments));
+        Machine machine(1);
+        EXPECT_EQ(run(machine, c.arguments), 0);
+        EXPECT_EQ(machine.sim.ndis().requests().size(), 1U);
+        const std::vector<sim::CallRecord> calls = machine.sim.service().calls();
+        EXPECT_EQ(std::count_if(
+                      calls.begin(), calls.end(),
+                      [](const sim::CallRecord& call) { return call.call == "ExecNotificationQueryAsync"; }),
+                  c.subscriptions);
+    }
+}
+
 }  // namespace
