@@ -42,8 +42,8 @@ std::uint64_t parseLinkSpeed(const wchar_t* text)
 NdisWmi::NdisWmi(const wchar_t* instance, NdisEvents events) : instance_(instance != nullptr ? instance : L"")
 {
     ZT_TRACE(5, "NdisWmi(%S)", instance_.c_str());
-    if (events == NdisEvents::Subscribe) {
-        registerForNotifications_();
+    if (events != NdisEvents::None) {
+        registerForNotifications_(events);
     }
 }
 
@@ -64,12 +64,15 @@ NdisWmi::~NdisWmi()
     clearCallbacks();
 }
 
-void NdisWmi::registerForNotifications_()
+void NdisWmi::registerForNotifications_(NdisEvents events)
 {
     sink_.attach(new NdisEventsSink(this));
     WbemServices& services = threadWbemServices();
     subscribedThrough_ = com_ptr<IWbemServices>(services.get(), true);
     for (const wchar_t* eventClass : notificationClasses) {
+        if (events == NdisEvents::Arrivals && eventClass != notificationClasses[0]) {
+            continue;
+        }
         std::wstring query = std::wstring(L"SELECT * FROM ") + eventClass;
         if (!instance_.empty()) {
             query += formatString(L" WHERE InstanceName=\"%s\"", instance_.c_str());
@@ -78,6 +81,7 @@ void NdisWmi::registerForNotifications_()
         if (FAILED(hr)) {
             ZT_TRACE(0, "[!] NdisWmi: register '%S' notification failed -> %#x", eventClass,
                      static_cast<unsigned>(hr));
+            failedSubscriptions_.push_back({eventClass, hr});
         }
     }
 }
@@ -144,13 +148,10 @@ void NdisWmi::onMediaStateChanged_(const std::wstring& instanceName, MediaConnec
     invoke_(mediaStateChangedCallback_, instanceName, state);
 }
 
-std::uint64_t NdisWmi::linkSpeed() const
+namespace {
+
+std::uint64_t speedOf(const WbemClassObject& linkState)
 {
-    if (instance_.empty()) {
-        ZT_TRACE(2, "/!\\ NdisWmi: instance is not set");
-        return 0;
-    }
-    const WbemClassObject linkState = getLinkStateData_();
     const variant& speed = linkState[L"XmitLinkSpeed"];
     if (speed.isEmpty()) {
         return 0;
@@ -163,17 +164,42 @@ std::uint64_t NdisWmi::linkSpeed() const
     return value == linkSpeedUnknown ? 0 : value;
 }
 
-MediaConnectState NdisWmi::mediaConnectState() const
+MediaConnectState mediaOf(const WbemClassObject& linkState)
 {
-    if (instance_.empty()) {
-        ZT_TRACE(2, "/!\\ NdisWmi: instance is not set");
-        return MediaConnectState::Unknown;
-    }
-    const WbemClassObject linkState = getLinkStateData_();
     const variant& state = linkState[L"MediaConnectState"];
     if (state.isEmpty()) {
         return MediaConnectState::Unknown;
     }
     // The low 16 bits of whatever integer the provider delivers.
     return static_cast<MediaConnectState>(state.get().lVal & 0xFFFF);
+}
+
+}  // namespace
+
+std::uint64_t NdisWmi::linkSpeed() const
+{
+    if (instance_.empty()) {
+        ZT_TRACE(2, "/!\\ NdisWmi: instance is not set");
+        return 0;
+    }
+    return speedOf(getLinkStateData_());
+}
+
+MediaConnectState NdisWmi::mediaConnectState() const
+{
+    if (instance_.empty()) {
+        ZT_TRACE(2, "/!\\ NdisWmi: instance is not set");
+        return MediaConnectState::Unknown;
+    }
+    return mediaOf(getLinkStateData_());
+}
+
+NdisLinkState NdisWmi::linkState() const
+{
+    if (instance_.empty()) {
+        ZT_TRACE(2, "/!\\ NdisWmi: instance is not set");
+        return {};
+    }
+    const WbemClassObject linkState = getLinkStateData_();
+    return {mediaOf(linkState), speedOf(linkState)};
 }

@@ -1,7 +1,8 @@
 // Watches one adapter through the NDIS classes: subscribes to its arrival,
 // removal and media events (delivered to the bound callbacks on the service's
 // threads) and queries its link speed and media state on demand; or, made to
-// hear no events, only queries. Constructed and destroyed on one thread; the
+// hear no events, only queries; or hears only arrivals (of any adapter when
+// the instance is empty). Constructed and destroyed on one thread; the
 // queries may run on any thread.
 #pragma once
 
@@ -9,6 +10,7 @@
 #include <functional>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "ndis/MediaConnectState.h"
 #include "platform/Threading.h"
@@ -23,6 +25,19 @@
 enum class NdisEvents {
     Subscribe,
     None,  // the queries only; the bound callbacks are never called
+    Arrivals,  // only the arrival callback: of the adapter, or of any with an empty instance
+};
+
+// An event class the service refused to subscribe to, and its answer.
+struct NdisSubscriptionFailure {
+    std::wstring eventClass;  // "MSNdis_StatusMediaConnect"
+    HRESULT result;
+};
+
+// Both values of one link state query: unknown state and 0 speed when it fails.
+struct NdisLinkState {
+    MediaConnectState media = MediaConnectState::Unknown;
+    std::uint64_t speed = 0;  // bits per second; 0: unknown, as linkSpeed()
 };
 
 // Its sink calls the NdisEventsOwner handlers; nothing else is to.
@@ -47,6 +62,12 @@ public:
     // (NDIS_LINK_SPEED_UNKNOWN).
     std::uint64_t linkSpeed() const;
     MediaConnectState mediaConnectState() const;
+    // Both from one query.
+    NdisLinkState linkState() const;
+
+    // The subscriptions the constructor asked for and the service refused, in
+    // the order asked; empty when all stand (or none was asked for).
+    const std::vector<NdisSubscriptionFailure>& failedSubscriptions() const { return failedSubscriptions_; }
 
 private:
     void onAdapterArrived(const std::wstring& instanceName) override;
@@ -54,7 +75,7 @@ private:
     void onMediaConnected(const std::wstring& instanceName) override;
     void onMediaDisconnected(const std::wstring& instanceName) override;
     void onMediaStateChanged_(const std::wstring& instanceName, MediaConnectState state);
-    void registerForNotifications_();
+    void registerForNotifications_(NdisEvents events);
     WbemClassObject getLinkStateData_() const;
 
     template <typename Callback, typename... Args>
@@ -70,6 +91,7 @@ private:
     // The connection the queries were made on: only it can cancel them, and
     // the object may be destroyed on another thread than the one that made it.
     com_ptr<IWbemServices> subscribedThrough_;
+    std::vector<NdisSubscriptionFailure> failedSubscriptions_;
 };
 
 // The text of "XmitLinkSpeed" as a number: plain unsigned decimal, leading

@@ -9,12 +9,14 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cwctype>
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <mutex>
 #include <nlohmann/json.hpp>
+#include <regex>
 #include <sstream>
 #include <thread>
 
@@ -43,18 +45,20 @@ std::wstring instanceId(int n)
     return L"PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_0B217E5C&REV_02\\4&2F6B3A1&0&00E" + std::to_wstring(n);
 }
 
-// Records what the tool writes and the handler it leaves for Ctrl+C. Its
-// output may close after some writes, as a pipe does when its reader goes away.
+// Records what the tool writes and the handler it leaves for Ctrl+C; its
+// output can be closed, as a pipe whose reader went away.
 class RecordingConsole : public Console {
 public:
     bool out(const std::wstring& text) override
     {
-        if (closeOutputAfter >= 0 && outWrites_ >= closeOutputAfter) {
-            ++writesAfterClose;
+        const std::lock_guard<std::mutex> guard(lock_);
+        if (textsTaken_ == textsBeforeClose_) {
+            ++writesAfterClose_;
             return false;
         }
-        ++outWrites_;
+        ++textsTaken_;
         outText += text;
+        wrote_.notify_all();
         return true;
     }
     void err(const std::wstring& text) override { errText += text; }
@@ -71,15 +75,38 @@ public:
         return interrupt_;
     }
 
+    // The output takes this many texts, then is closed.
+    void closeOutputAfter(int texts)
+    {
+        const std::lock_guard<std::mutex> guard(lock_);
+        textsBeforeClose_ = texts;
+    }
+    // Until the output holds `lines` lines (10 s at most); false if it doesn't.
+    bool waitForLines(std::size_t lines)
+    {
+        std::unique_lock<std::mutex> guard(lock_);
+        return wrote_.wait_for(guard, 10s, [&] {
+            return static_cast<std::size_t>(std::count(outText.begin(), outText.end(), L'\n')) >= lines;
+        });
+    }
+
+    // Read once the tool has returned (written on its thread).
     std::wstring outText;
     std::wstring errText;
     bool terminal = false;
-    int closeOutputAfter = -1;  // the writes that succeed before the output closes; -1: all
-    int writesAfterClose = 0;  // the failed ones
+    // Writes refused once the output was closed.
+    int writesAfterClose()
+    {
+        const std::lock_guard<std::mutex> guard(lock_);
+        return writesAfterClose_;
+    }
 
 private:
-    int outWrites_ = 0;
     std::mutex lock_;
+    std::condition_variable wrote_;
+    int textsTaken_ = 0;
+    int textsBeforeClose_ = -1;  // -1: never closed
+    int writesAfterClose_ = 0;
     std::function<void()> interrupt_;
 };
 
@@ -228,10 +255,10 @@ std::wstring goodPairsJson(const std::wstring& link, const std::wstring& speed, 
         + link + L", \"speed\": " + speed + L", \"speedText\": " + speedText + L", \"cableLength\": "
         + cableLength + L", \"category\": " + category + L"}";
 }
-// The line `watch` prints first for `first`, at the host's clock (09:30).
+// The line `watch` prints first for `first`, at the host's clock (09:30, UTC).
 std::wstring watchingFirst(const std::wstring& state)
 {
-    return L"Watching ZT Ethernet Adapter; press Ctrl+C to stop.\n2024-05-14 09:30:00.000  ZT Ethernet "
+    return L"Watching ZT Ethernet Adapter; press Ctrl+C to stop.\n2024-05-14T09:30:00.000+00:00  ZT Ethernet "
            L"Adapter  "
         + state + L"\n";
 }
@@ -249,12 +276,12 @@ bool has(const std::vector<std::wstring>& arguments, const wchar_t* word)
 // Runs the tool as its user does, on a thread of its own; a watch is ended by
 // Ctrl+C once it has subscribed, after `whileWatching`.
 int run(Machine& machine, const std::vector<std::wstring>& arguments,
-        const std::function<void()>& whileWatching = nullptr)
+        const std::function<void()>& whileWatching = nullptr, const ZtdiagLimits& limits = {})
 {
     std::atomic<bool> ended{false};
     int code = -1;
     std::thread tool([&] {
-        code = ztdiagMain(arguments, machine.console);
+        code = ztdiagMain(arguments, machine.console, limits);
         ended = true;
     });
     std::function<void()> ctrlC;
@@ -463,20 +490,56 @@ TEST(Ztdiag, aServiceThatDoesntAnswerInTimeEndsTheCommandAndItsThreadFinishesAlo
     machine.sim.driver().releaseCableTest(first);
 }
 
+const wchar_t* const backup = L"ZT Backup Adapter";
+
+// A line of `watch` at 09:`minute` (UTC, as the host's zone is after reset).
+std::wstring watchLine(int minute, const std::wstring& adapter, const std::wstring& text)
+{
+    return L"2024-05-14T09:" + std::to_wstring(minute) + L":00.000+00:00  " + adapter + L"  " + text + L"\n";
+}
+
+// A change made at its minute once the lines before it are out; it adds `lines` lines.
+struct Step {
+    WORD minute;
+    std::function<void(Machine&)> change;
+    std::size_t lines;
+};
+
+// Runs `watch` through `steps`, then Ctrl+C once their lines are out; gives the exit code.
+int watchThrough(Machine& m, const std::vector<std::wstring>& arguments, std::size_t initialLines,
+                 const std::vector<Step>& steps, const ZtdiagLimits& limits = {})
+{
+    return run(
+        m, arguments,
+        [&] {
+            std::size_t lines = initialLines;
+            EXPECT_TRUE(m.console.waitForLines(lines));
+            for (const Step& step : steps) {
+                host::setLocalTime({2024, 5, 2, 14, 9, step.minute, 0, 0});
+                step.change(m);
+                EXPECT_TRUE(m.sim.service().drain(10s));
+                lines += step.lines;
+                EXPECT_TRUE(m.console.waitForLines(lines)) << "after the change at minute " << step.minute;
+            }
+        },
+        limits);
+}
+
 TEST(Ztdiag, watchPrintsATimestampedLineForEachLinkEventUntilCtrlC)
 {
-    // Each change at its own minute, delivered before the next.
-    const std::pair<WORD, void (*)(sim::SimAdapter&)> changes[] = {
-        {31, [](sim::SimAdapter& a) { a.unplug(); }},
-        {32, [](sim::SimAdapter& a) { a.plug(); }},
-        {33, [](sim::SimAdapter& a) { a.renegotiate(gbps1); }},
+    // Each change at its own minute, its lines out before the next.
+    const std::vector<Step> changes = {
+        {31, [](Machine& m) { m.sim.unplug(); }, 1},
+        {32, [](Machine& m) { m.sim.plug(); }, 1},
+        {33, [](Machine& m) { m.sim.renegotiate(gbps1); }, 2},
         {34,  // another speed with no drop between
-         [](sim::SimAdapter& a) {
-             a.ndis().setLinkState(first, sim::LinkState::at(gbps5));
-             a.ndis().connect(first);
-         }},
-        {35, [](sim::SimAdapter& a) { a.remove(); }},
-        {36, [](sim::SimAdapter& a) { a.arrive(); }},
+         [](Machine& m) {
+             m.sim.ndis().setLinkState(first, sim::LinkState::at(gbps5));
+             m.sim.ndis().connect(first);
+         },
+         1},
+        {35, [](Machine& m) { m.sim.remove(); }, 1},
+        {36, [](Machine& m) { m.sim.arrive(); }, 1},
     };
     const struct {
         int minute;
@@ -484,33 +547,34 @@ TEST(Ztdiag, watchPrintsATimestampedLineForEachLinkEventUntilCtrlC)
         const wchar_t* text;
         const char* json;  // but the time and the adapter
     } lines[] = {
-        {30, first, L"Connected, 2.5 Gbps",
-         R"({"event":"state","problemCode":0,"link":"connected","speed":2500000000,"speedText":"2.5 Gbps"})"},
+        {30, first, L"Connected, 2.5 Gbps; Temperature is ok",
+         R"({"event":"state","problemCode":0,"link":"connected","speed":2500000000,"speedText":"2.5 Gbps",
+             "health":"ok","healthText":"Temperature is ok"})"},
         {30, disabled, L"Device is disabled",
-         R"({"event":"state","problemCode":22,"link":null,"speed":null,"speedText":null})"},
+         R"({"event":"state","problemCode":22,"link":null,"speed":null,"speedText":null,"health":"unknown",
+             "healthText":"Temperature <unknown>"})"},
         {31, first, L"Disconnected",
          R"({"event":"disconnected","link":"disconnected","speed":null,"speedText":null})"},
         {32, first, L"Connected, 2.5 Gbps",
-         R"({"event":"connected","link":"connected","speed":2500000000,"speedText":"2.5 Gbps"})"},
+         R"({"event":"connected","link":"connected","speed":2500000000,"speedText":"2.5 Gbps",
+             "downshift":false,"previousSpeed":null})"},
         {33, first, L"Disconnected",
          R"({"event":"disconnected","link":"disconnected","speed":null,"speedText":null})"},
-        {33, first, L"Connected, 1.0 Gbps",
-         R"({"event":"connected","link":"connected","speed":1000000000,"speedText":"1.0 Gbps"})"},
+        // Slower than the connection before, down between.
+        {33, first, L"Connected, 1.0 Gbps (downshift from 2.5 Gbps)",
+         R"({"event":"connected","link":"connected","speed":1000000000,"speedText":"1.0 Gbps",
+             "downshift":true,"previousSpeed":2500000000})"},
         {34, first, L"Speed 5.0 Gbps",
-         R"({"event":"speed","link":"connected","speed":5000000000,"speedText":"5.0 Gbps"})"},
+         R"({"event":"speed","link":"connected","speed":5000000000,"speedText":"5.0 Gbps",
+             "downshift":false,"previousSpeed":null})"},
         {35, first, L"Removed", R"({"event":"removed"})"},
         {36, first, L"Arrived", R"({"event":"arrived"})"},
     };
     for (const bool asJson : {false, true}) {
         SCOPED_TRACE(asJson ? "--json" : "text");
         Machine machine(2);
-        const int code = run(machine, asJson ? args(L"watch", L"--json") : args(L"watch"), [&] {
-            for (const auto& change : changes) {
-                host::setLocalTime({2024, 5, 2, 14, 9, change.first, 0, 0});
-                change.second(machine.sim);
-                EXPECT_TRUE(machine.sim.service().drain(10s));
-            }
-        });
+        const int code = watchThrough(machine, asJson ? args(L"watch", L"--json") : args(L"watch"),
+                                      asJson ? 2 : 3, changes);
         EXPECT_EQ(code, 0);
         EXPECT_EQ(machine.console.errText, L"");
         EXPECT_FALSE(machine.console.interruptHandler()) << "Ctrl+C ends the program again";
@@ -519,10 +583,10 @@ TEST(Ztdiag, watchPrintsATimestampedLineForEachLinkEventUntilCtrlC)
         std::wstring text = L"Watching ZT Ethernet Adapter, ZT Ethernet Adapter #2; press Ctrl+C to stop.\n";
         std::vector<json> objects;
         for (const auto& line : lines) {
-            text += L"2024-05-14 09:" + std::to_wstring(line.minute) + L":00.000  " + line.adapter + L"  "
-                + line.text + L"\n";
+            text += L"2024-05-14T09:" + std::to_wstring(line.minute) + L":00.000+00:00  " + line.adapter
+                + L"  " + line.text + L"\n";
             json object = json::parse(line.json);
-            object["time"] = "2024-05-14T09:" + std::to_string(line.minute) + ":00.000";
+            object["time"] = "2024-05-14T09:" + std::to_string(line.minute) + ":00.000+00:00";
             object["adapter"]
                 = std::wstring(line.adapter) == first ? "ZT Ethernet Adapter" : "ZT Ethernet Adapter #2";
             objects.push_back(object);
@@ -573,14 +637,15 @@ TEST(Ztdiag, aLinkStateOrSpeedThatCantBeReadIsUnknownNeverDisconnectedOrZero)
          },
          firstListedAsJson(L"\"connected\"", L"null", L"null"), L""},
         // The state `watch` starts from.
-        {args(L"watch"), 1, 0, linkQueryFails, watchingFirst(L"<unknown>"), L""},
+        {args(L"watch"), 1, 0, linkQueryFails, watchingFirst(L"<unknown>; Temperature is ok"), L""},
         {args(L"watch", L"--json"), 1, 0, linkQueryFails,
-         LR"({"time": "2024-05-14T09:30:00.000", "adapter": "ZT Ethernet Adapter", "event": "state", )"
-         LR"("problemCode": 0, "link": null, "speed": null, "speedText": null})",
+         LR"({"time": "2024-05-14T09:30:00.000+00:00", "adapter": "ZT Ethernet Adapter", "event": "state", )"
+         LR"("problemCode": 0, "link": null, "speed": null, "speedText": null, "health": "ok", )"
+         LR"("healthText": "Temperature is ok"})",
          L""},
         {args(L"watch"), 1, 0,
          [](Machine& m) { m.sim.ndis().setLinkState(first, sim::LinkState::at(speedUnknown)); },
-         watchingFirst(L"Connected, <unknown>"), L""},
+         watchingFirst(L"Connected, <unknown>; Temperature is ok"), L""},
         // The cable test's report: with no link state there is no length, nor
         // with no speed, which tells whether the length needs the category.
         {args(L"cable-test"), 1, 0,
@@ -693,8 +758,9 @@ TEST(Ztdiag, aProblemCodeIsTheUnsignedNumberWindowsShows)
          L"ztdiag: ZT Ethernet Adapter: Device has a problem (code 2147483648)\n"},
         {args(L"watch"), 0, 0, unreadable, watchingFirst(L"Device has a problem (code 4294967295)"), L""},
         {args(L"watch", L"--json"), 0, 0, [](Machine& m) { m.device(first, 28); },
-         LR"({"time": "2024-05-14T09:30:00.000", "adapter": "ZT Ethernet Adapter", "event": "state", )"
-         LR"("problemCode": 28, "link": null, "speed": null, "speedText": null})",
+         LR"({"time": "2024-05-14T09:30:00.000+00:00", "adapter": "ZT Ethernet Adapter", "event": "state", )"
+         LR"("problemCode": 28, "link": null, "speed": null, "speedText": null, "health": "unknown", )"
+         LR"("healthText": "Temperature <unknown>"})",
          L""},
     };
     for (const Case& c : cases) {
@@ -842,7 +908,7 @@ TEST(Ztdiag, anAdapterCanBeNamedByItsConnectionsNameIndexOrMacAddress)
         {args(L"cable-test", L"00:1b:21:3a:4f:5d"), 2, 2, connections, L"", disabledChosen},
         {args(L"cable-test", L"001B213a4F5d"), 2, 2, connections, L"", disabledChosen},
         {args(L"cable-test", instanceId(2)), 2, 2, connections, L"", disabledChosen},
-        {args(L"watch", L"ethernet 2"), 2, 0, connections, watchingFirst(L"Connected, 2.5 Gbps"), L""},
+        {args(L"watch", L"ethernet 2"), 2, 0, connections, watchingFirst(L"Connected, 2.5 Gbps; Temperature is ok"), L""},
         // An adapter IP Helper doesn't list is named as before.
         {args(L"cable-test", L"zt spare adapter"), 2, 2, connections, L"",
          L"ztdiag: ZT Spare Adapter: Device is disabled\n"},
@@ -1139,11 +1205,11 @@ TEST(Ztdiag, aClosedOutputEndsTheCommandAtOnceWithExitCode74)
         SCOPED_TRACE(testing::PrintToString(c.arguments) + (c.terminal ? " on a terminal" : ""));
         Machine machine(c.devices);
         machine.console.terminal = c.terminal;
-        machine.console.closeOutputAfter = c.writes;
+        machine.console.closeOutputAfter(c.writes);
         EXPECT_EQ(run(machine, c.arguments), c.code);
         EXPECT_EQ(machine.console.outText, c.out);
         EXPECT_EQ(machine.console.errText, c.err);
-        EXPECT_EQ(machine.console.writesAfterClose, 1) << "nothing more is written once a write failed";
+        EXPECT_EQ(machine.console.writesAfterClose(), 1) << "nothing more is written once a write failed";
     }
 }
 
@@ -1443,6 +1509,328 @@ TEST(ZtdiagMetrics, aReaderNeverSeesPartOfAFile)
     writing = false;
     reader.join();
     EXPECT_EQ(partial, 0);
+}
+
+// ---- watch: what reaches the tool, in order, until the user or the output ends it
+
+TEST(ZtdiagWatch, eventsTheServiceRefusesEndTheWatchWithExitCode3AndSayWhich)
+{
+    const Case cases[] = {
+        {args(L"watch", first), 1, 3,
+         [](Machine& m) {
+             m.sim.service().injectFault(sim::Fault::on("ExecNotificationQueryAsync", WBEM_E_ACCESS_DENIED)
+                                             .forTarget(L"MSNdis_StatusMediaConnect"));
+         },
+         L"",
+         L"ztdiag: ZT Ethernet Adapter: can't subscribe to its events MSNdis_StatusMediaConnect (error "
+         L"0x80041003)\n"},
+        {args(L"watch", first, L"--json"), 1, 3,
+         [](Machine& m) {
+             m.sim.service().injectFault(sim::Fault::on("ExecNotificationQueryAsync", WBEM_E_FAILED));
+         },
+         L"",
+         L"ztdiag: ZT Ethernet Adapter: can't subscribe to its events MSNdis_NotifyAdapterArrival, "
+         L"MSNdis_NotifyAdapterRemoval, MSNdis_StatusMediaConnect, MSNdis_StatusMediaDisconnect (error "
+         L"0x80041001)\n"},
+        // Watching all: the arrival of any adapter is asked for first.
+        {args(L"watch"), 2, 3,
+         [](Machine& m) {
+             m.sim.service().injectFault(sim::Fault::on("ExecNotificationQueryAsync", WBEM_E_ACCESS_DENIED)
+                                             .forTarget(L"MSNdis_NotifyAdapterArrival"));
+         },
+         L"",
+         L"ztdiag: can't subscribe to the arrival of new adapters, MSNdis_NotifyAdapterArrival (error "
+         L"0x80041003)\n"},
+        // The second adapter's removal, after the first's subscriptions stood.
+        {args(L"watch"), 2, 3,
+         [](Machine& m) {
+             m.sim.service().injectFault(sim::Fault::on("ExecNotificationQueryAsync", WBEM_E_ACCESS_DENIED)
+                                             .forTarget(L"MSNdis_NotifyAdapterRemoval")
+                                             .onlyCall(2));
+         },
+         L"",
+         L"ztdiag: ZT Ethernet Adapter #2: can't subscribe to its events MSNdis_NotifyAdapterRemoval (error "
+         L"0x80041003)\n"},
+    };
+    for (const Case& c : cases) {
+        expectCase(c);
+    }
+}
+
+TEST(ZtdiagWatch, aSpeedNotKnownAtAConnectionIsUnknownNeverZero)
+{
+    const struct {
+        const char* what;
+        void (*change)(Machine&);
+        std::size_t lines;  // it adds
+    } cases[] = {
+        {"the speed's query fails",
+         [](Machine& m) {
+             linkQueryFails(m);
+             m.sim.ndis().connect(first);
+         },
+         1},
+        {"NDIS doesn't know it",
+         [](Machine& m) {
+             m.sim.ndis().setLinkState(first, sim::LinkState::at(speedUnknown));
+             m.sim.ndis().connect(first);
+         },
+         1},
+        {"the link is down again when the tool asks",
+         [](Machine& m) {
+             m.sim.service().setLatency("ExecMethod", 50ms);
+             m.sim.ndis().connect(first).wait();
+             m.sim.ndis().disconnect(first);
+         },
+         2},
+    };
+    for (const auto& c : cases) {
+        for (const bool asJson : {false, true}) {
+            SCOPED_TRACE(std::string(c.what) + (asJson ? ", --json" : ""));
+            Machine machine(1);
+            const std::vector<std::wstring> arguments = asJson ? args(L"watch", L"--json") : args(L"watch");
+            EXPECT_EQ(watchThrough(machine, arguments, asJson ? 1 : 2, {{31, c.change, c.lines}}), 0);
+            if (!asJson) {
+                EXPECT_EQ(machine.console.outText,
+                          watchingFirst(L"Connected, 2.5 Gbps; Temperature is ok")
+                              + watchLine(31, first, L"Connected, <unknown>")
+                              + (c.lines > 1 ? watchLine(31, first, L"Disconnected") : L""));
+                continue;
+            }
+            const std::vector<json> lines = documents(machine.console.outText, true);
+            ASSERT_EQ(lines.size(), 1 + c.lines);
+            EXPECT_EQ(lines[1], json::parse(R"({"time":"2024-05-14T09:31:00.000+00:00",
+                "adapter":"ZT Ethernet Adapter","event":"connected","link":"connected","speed":null,
+                "speedText":null,"downshift":false,"previousSpeed":null})"));
+        }
+    }
+}
+
+// Times as "2024-05-14T09:30:00.000+01:00", read back.
+struct ParsedTime {
+    int year, month, day, hour, minute, second, millisecond;
+    std::string offset;  // "+01:00", empty when none is given
+};
+ParsedTime parseTime(const std::string& text)
+{
+    static const std::regex iso(
+        R"((\d{4})-(\d{2})-(\d{2})T(\d{2}):(\d{2}):(\d{2})\.(\d{3})([+-]\d{2}:\d{2})?)");
+    std::smatch match;
+    EXPECT_TRUE(std::regex_match(text, match, iso)) << text;
+    if (match.empty()) {
+        return {};
+    }
+    const auto number = [&match](int i) { return std::stoi(match[i].str()); };
+    return {number(1), number(2), number(3), number(4), number(5), number(6), number(7), match[8].str()};
+}
+
+TEST(ZtdiagWatch, timesAreIso8601LocalTimeWithTheUtcOffsetInForce)
+{
+    const struct {
+        LONG bias;  // minutes: UTC = local + bias
+        DWORD part;  // of the year, as GetTimeZoneInformation answers it
+        LONG daylightBias;
+        const char* offset;
+    } cases[] = {
+        {0, TIME_ZONE_ID_UNKNOWN, 0, "+00:00"},
+        {-60, TIME_ZONE_ID_STANDARD, -60, "+01:00"},
+        {-60, TIME_ZONE_ID_DAYLIGHT, -60, "+02:00"},
+        {300, TIME_ZONE_ID_DAYLIGHT, -60, "-04:00"},
+        {-330, TIME_ZONE_ID_UNKNOWN, 0, "+05:30"},
+        {210, TIME_ZONE_ID_STANDARD, 0, "-03:30"},
+        {0, TIME_ZONE_ID_INVALID, 0, ""},  // no zone: local time without an offset
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.offset);
+        Machine machine(1);
+        host::setTimeZone(c.bias, c.part, 0, c.daylightBias);
+        host::setLocalTime({2026, 11, 3, 25, 17, 3, 12, 345});
+        EXPECT_EQ(run(machine, args(L"watch", L"--json")), 0);
+        const std::vector<json> lines = documents(machine.console.outText, true);
+        ASSERT_EQ(lines.size(), 1U);
+        const ParsedTime time = parseTime(lines[0]["time"].get<std::string>());
+        EXPECT_EQ(std::vector<int>({time.year, time.month, time.day, time.hour, time.minute, time.second,
+                                    time.millisecond}),
+                  std::vector<int>({2026, 11, 25, 17, 3, 12, 345}));
+        EXPECT_EQ(time.offset, c.offset);
+    }
+}
+
+TEST(ZtdiagWatch, linesFollowTheOrderEventsReachedTheToolWhateverThreadDeliversThem)
+{
+    // Every stamp a millisecond after the one before; the speed's query slow,
+    // so that deliveries overtake the answers; the service's pooled threads
+    // deliver several at once.
+    Machine machine(1);
+    machine.sim.service().setPooledDeliveryThreads(true);
+    machine.sim.service().setLatency("ExecMethod", 5ms);
+    host::setLocalTimeStep(1);
+    constexpr int changes = 24;
+    const int code = run(machine, args(L"watch", L"--json"), [&] {
+        ASSERT_TRUE(machine.console.waitForLines(1));
+        machine.sim.service().holdDeliveries();
+        for (int i = 0; i < changes; ++i) {
+            if (i % 2 == 0) {
+                machine.sim.ndis().disconnect(first);
+            } else {
+                machine.sim.ndis().connect(first);
+            }
+        }
+        EXPECT_TRUE(machine.sim.service().waitForHeld(sim::WmiService::kDeliveryThreads));
+        machine.sim.service().releaseDeliveries();
+        EXPECT_TRUE(machine.sim.service().drain(10s));
+        EXPECT_TRUE(machine.console.waitForLines(1 + changes));
+    });
+    EXPECT_EQ(code, 0);
+    const std::vector<json> lines = documents(machine.console.outText, true);
+    ASSERT_EQ(lines.size(), 1U + changes);
+    int connected = 0;
+    for (std::size_t i = 1; i < lines.size(); ++i) {
+        SCOPED_TRACE(lines[i].dump());
+        const ParsedTime before = parseTime(lines[i - 1]["time"].get<std::string>());
+        const ParsedTime now = parseTime(lines[i]["time"].get<std::string>());
+        EXPECT_LT(std::make_tuple(before.minute, before.second, before.millisecond),
+                  std::make_tuple(now.minute, now.second, now.millisecond));
+        connected += lines[i]["event"] == "connected" ? 1 : 0;
+        // The speed of that connection or unknown: the link was at 2.5 Gbps all along.
+        if (lines[i]["event"] == "connected" && !lines[i]["speed"].is_null()) {
+            EXPECT_EQ(lines[i]["speed"], 2500000000U);
+        }
+    }
+    EXPECT_EQ(connected, changes / 2);
+}
+
+TEST(ZtdiagWatch, anAdapterThatArrivesWhileWatchingAllIsWatchedFromThenOn)
+{
+    // Arrives at 1 Gbps, hot; the device manager lists it first.
+    const auto backupArrives = [](Machine& m) {
+        m.device(backup);
+        m.sim.driver().addAdapter(backup, {1, 5, 66, 10250, 10500});
+        m.sim.ndis().arrive(backup, sim::LinkState::at(gbps1));
+    };
+    const struct {
+        std::vector<std::wstring> arguments;
+        std::vector<Step> steps;
+        std::wstring out;  // after the first line
+    } cases[] = {
+        {args(L"watch"),
+         {
+             // Not a ZT adapter: nothing to say, and its line would come before the next.
+             {31, [](Machine& m) { m.sim.ndis().arrive(L"Other Network Adapter"); }, 0},
+             {32, backupArrives, 1},
+             {33, [](Machine& m) { m.sim.ndis().disconnect(backup); }, 1},
+             {34, [](Machine& m) { m.sim.ndis().remove(backup); }, 1},
+             {35, [](Machine& m) { m.sim.ndis().arrive(backup, sim::LinkState::at(gbps1)); }, 1},
+             {36, [](Machine& m) { m.sim.ndis().connect(backup); }, 1},
+         },
+         watchLine(32, backup, L"New adapter: Connected, 1.0 Gbps; Temperature is high")
+             + watchLine(33, backup, L"Disconnected") + watchLine(34, backup, L"Removed")
+             + watchLine(35, backup, L"Arrived") + watchLine(36, backup, L"Connected, 1.0 Gbps")},
+        // A named adapter only.
+        {args(L"watch", first),
+         {
+             {32, backupArrives, 0},
+             {33, [](Machine& m) { m.sim.ndis().disconnect(backup); }, 0},
+             {34, [](Machine& m) { m.sim.unplug(); }, 1},
+         },
+         watchLine(34, first, L"Disconnected")},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c.arguments));
+        Machine machine(1);
+        EXPECT_EQ(watchThrough(machine, c.arguments, 2, c.steps), 0);
+        EXPECT_EQ(machine.console.errText, L"");
+        EXPECT_EQ(machine.console.outText, watchingFirst(L"Connected, 2.5 Gbps; Temperature is ok") + c.out);
+        EXPECT_TRUE(machine.sim.service().subscriptions().empty());
+    }
+}
+
+TEST(ZtdiagWatch, aChangeOfTheTemperatureHealthIsALine)
+{
+    const std::vector<Step> steps = {
+        {31, [](Machine& m) { m.sim.heat(10250, 10500); }, 1},
+        {32, [](Machine& m) { m.sim.driver().setThermalFlags(first, 0); }, 1},
+        {33, [](Machine& m) { m.sim.driver().setThermalFlags(first, 12); }, 1},
+        {34, [](Machine& m) { m.sim.heat(5425, 6100); }, 1},
+    };
+    ZtdiagLimits limits;
+    limits.healthPeriod = 5ms;
+    for (const bool asJson : {false, true}) {
+        SCOPED_TRACE(asJson ? "--json" : "text");
+        Machine machine(1);
+        const std::vector<std::wstring> arguments = asJson ? args(L"watch", L"--json") : args(L"watch");
+        EXPECT_EQ(watchThrough(machine, arguments, asJson ? 1 : 2, steps, limits), 0);
+        if (!asJson) {
+            EXPECT_EQ(machine.console.outText,
+                      watchingFirst(L"Connected, 2.5 Gbps; Temperature is ok")
+                          + watchLine(31, first, L"Temperature is high")
+                          + watchLine(32, first, L"Temperature <unknown>")
+                          + watchLine(33, first, L"Temperature is high")
+                          + watchLine(34, first, L"Temperature is ok"));
+            continue;
+        }
+        const std::vector<json> lines = documents(machine.console.outText, true);
+        ASSERT_EQ(lines.size(), 5U);
+        EXPECT_EQ(lines[2], json::parse(R"({"time":"2024-05-14T09:32:00.000+00:00",
+            "adapter":"ZT Ethernet Adapter","event":"health","health":"unknown",
+            "healthText":"Temperature <unknown>"})"));
+    }
+}
+
+TEST(ZtdiagWatch, aClosedOutputEndsTheWatchAtOnceWithNothingMoreSaid)
+{
+    const struct {
+        std::vector<std::wstring> arguments;
+        int texts;  // the output takes these, then is closed
+        std::size_t lines;  // what was out before
+    } cases[] = {
+        {args(L"watch"), 0, 0},  // the first line
+        {args(L"watch"), 1, 1},  // the state
+        {args(L"watch", L"--json"), 1, 1},  // the first event
+        {args(L"watch"), 2, 2},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c.arguments) + " closed after " + std::to_string(c.texts));
+        Machine machine(1);
+        machine.console.closeOutputAfter(c.texts);
+        EXPECT_EQ(run(machine, c.arguments,
+                      [&] {
+                          machine.sim.unplug();
+                          // The tool ends on its own, before any Ctrl+C: it gives Ctrl+C back.
+                          for (int wait = 0; wait < 1000 && machine.console.interruptHandler(); ++wait) {
+                              std::this_thread::sleep_for(10ms);
+                          }
+                      }),
+                  74);
+        EXPECT_EQ(machine.console.errText, L"");
+        EXPECT_EQ(static_cast<std::size_t>(
+                      std::count(machine.console.outText.begin(), machine.console.outText.end(), L'\n')),
+                  c.lines);
+        EXPECT_TRUE(machine.sim.service().subscriptions().empty());
+        EXPECT_FALSE(machine.console.interruptHandler()) << "Ctrl+C ends the program again";
+    }
+}
+
+TEST(ZtdiagWatch, itsStartCostsOneLinkStateQueryAnAdapterAndOneSubscriptionToArrivalsWhenWatchingAll)
+{
+    const struct {
+        std::vector<std::wstring> arguments;
+        int subscriptions;  // ExecNotificationQueryAsync calls
+    } cases[] = {
+        {args(L"watch"), 5},  // the adapter's four and the arrival of any
+        {args(L"watch", first), 4},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c.arguments));
+        Machine machine(1);
+        EXPECT_EQ(run(machine, c.arguments), 0);
+        EXPECT_EQ(machine.sim.ndis().requests().size(), 1U);
+        const std::vector<sim::CallRecord> calls = machine.sim.service().calls();
+        EXPECT_EQ(std::count_if(
+                      calls.begin(), calls.end(),
+                      [](const sim::CallRecord& call) { return call.call == "ExecNotificationQueryAsync"; }),
+                  c.subscriptions);
+    }
 }
 
 }  // namespace

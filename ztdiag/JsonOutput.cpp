@@ -84,6 +84,10 @@ const char* eventName(WatchEvent::Kind kind)
         return "removed";
     case WatchEvent::Arrived:
         return "arrived";
+    case WatchEvent::Added:
+        return "added";
+    case WatchEvent::Health:
+        return "health";
     }
     return "?";
 }
@@ -151,20 +155,29 @@ std::wstring cableTestJson(const CableTestReport& report)
 std::wstring watchJson(const WatchEvent& event)
 {
     Json json;
-    json["time"] = text(timestampText(event.time, true));
+    json["time"] = text(timestampText(event.time));
     json["adapter"] = text(event.adapter);
     json["event"] = eventName(event.kind);
     switch (event.kind) {
     case WatchEvent::State:
+    case WatchEvent::Added:
         json["problemCode"] = event.problemCode;
         addLink(json, event.media, event.linkSpeed);
+        json["health"] = healthName(event.health);
+        json["healthText"] = text(temperatureHealthText(event.health));
         break;
     case WatchEvent::Connected:
     case WatchEvent::Speed:
         addLink(json, MediaConnectState::Connected, event.linkSpeed);
+        json["downshift"] = event.downshift;
+        json["previousSpeed"] = event.downshift ? Json(event.previousSpeed) : Json(nullptr);
         break;
     case WatchEvent::Disconnected:
         addLink(json, MediaConnectState::Disconnected, 0);
+        break;
+    case WatchEvent::Health:
+        json["health"] = healthName(event.health);
+        json["healthText"] = text(temperatureHealthText(event.health));
         break;
     case WatchEvent::Removed:
     case WatchEvent::Arrived:

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "ndis/MediaConnectState.h"
+#include "nic/AdapterTexts.h"
 #include "nic/CableCategory.h"
 #include "nic/ZtFwVersion.h"
 #include "nic/ZtPairInfo.h"
@@ -49,6 +50,13 @@ struct CableTestReport {
     CableCategory category = Cat5e;  // as asked for
 };
 
+// A moment as the watch tells it: local time and the offset from UTC then.
+struct WatchTime {
+    SYSTEMTIME local{};
+    int utcOffsetMinutes = 0;  // local time minus UTC: +60 for UTC+01:00
+    bool offsetKnown = true;  // false: the platform didn't tell the time zone
+};
+
 // One line of `watch`.
 struct WatchEvent {
     enum Kind {
@@ -57,12 +65,18 @@ struct WatchEvent {
         Disconnected,
         Speed,  // connected again, at another speed
         Removed,
-        Arrived,
+        Arrived,  // a watched adapter came back
+        Added,  // an adapter that arrived after the watch began, from now on watched; where it stands
+        Health,  // the temperature health changed
     };
     Kind kind = State;
-    SYSTEMTIME time{};
+    WatchTime time;
     std::wstring adapter;
-    MediaConnectState media = MediaConnectState::Unknown;  // State
-    std::uint64_t linkSpeed = 0;  // State, Connected, Speed
-    std::uint32_t problemCode = 0;  // State: a device that isn't working is told as such
+    MediaConnectState media = MediaConnectState::Unknown;  // State, Added
+    std::uint64_t linkSpeed = 0;  // State, Added, Connected, Speed; 0: unknown
+    std::uint32_t problemCode = 0;  // State, Added: a device that isn't working is told as such
+    TemperatureHealth health = TemperatureHealth::Unknown;  // State, Added, Health
+    // Connected, Speed: slower than the adapter's previous connection, at `previousSpeed`.
+    bool downshift = false;
+    std::uint64_t previousSpeed = 0;
 };

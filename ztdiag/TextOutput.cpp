@@ -76,13 +76,20 @@ std::wstring linkText(MediaConnectState media, std::uint64_t linkSpeed)
     return text;
 }
 
-std::wstring timestampText(const SYSTEMTIME& time, bool iso)
+std::wstring timestampText(const WatchTime& time)
 {
-    return formatString(iso ? L"%04u-%02u-%02uT%02u:%02u:%02u.%03u" : L"%04u-%02u-%02u %02u:%02u:%02u.%03u",
-                        static_cast<unsigned>(time.wYear), static_cast<unsigned>(time.wMonth),
-                        static_cast<unsigned>(time.wDay), static_cast<unsigned>(time.wHour),
-                        static_cast<unsigned>(time.wMinute), static_cast<unsigned>(time.wSecond),
-                        static_cast<unsigned>(time.wMilliseconds));
+    const SYSTEMTIME& t = time.local;
+    std::wstring text
+        = formatString(L"%04u-%02u-%02uT%02u:%02u:%02u.%03u", static_cast<unsigned>(t.wYear),
+                       static_cast<unsigned>(t.wMonth), static_cast<unsigned>(t.wDay),
+                       static_cast<unsigned>(t.wHour), static_cast<unsigned>(t.wMinute),
+                       static_cast<unsigned>(t.wSecond), static_cast<unsigned>(t.wMilliseconds));
+    if (time.offsetKnown) {
+        const int offset = time.utcOffsetMinutes < 0 ? -time.utcOffsetMinutes : time.utcOffsetMinutes;
+        text += formatString(L"%c%02d:%02d", time.utcOffsetMinutes < 0 ? L'-' : L'+', offset / 60,
+                             offset % 60);
+    }
+    return text;
 }
 
 std::wstring listingText(const std::vector<AdapterReport>& adapters)
@@ -132,22 +139,44 @@ std::wstring cableTestText(const CableTestReport& report)
     return text;
 }
 
+namespace {
+
+// "Connected, 1.0 Gbps (downshift from 2.5 Gbps)".
+std::wstring downshiftText(const WatchEvent& event)
+{
+    return event.downshift ? formatString(L" (downshift from %s)", linkSpeedText(event.previousSpeed))
+                           : std::wstring();
+}
+
+// Where an adapter stands: its device state, or its link and temperature health.
+std::wstring standingText(const WatchEvent& event)
+{
+    if (event.problemCode != 0) {
+        return deviceStatusText(event.problemCode, ProblemCodeNumber::Unsigned);
+    }
+    return linkText(event.media, event.linkSpeed) + L"; " + temperatureHealthText(event.health);
+}
+
+}  // namespace
+
 std::wstring watchText(const WatchEvent& event)
 {
     std::wstring what;
     switch (event.kind) {
     case WatchEvent::State:
-        what = event.problemCode != 0 ? deviceStatusText(event.problemCode, ProblemCodeNumber::Unsigned)
-                                      : linkText(event.media, event.linkSpeed);
+        what = standingText(event);
+        break;
+    case WatchEvent::Added:
+        what = L"New adapter: " + standingText(event);
         break;
     case WatchEvent::Connected:
-        what = linkText(MediaConnectState::Connected, event.linkSpeed);
+        what = linkText(MediaConnectState::Connected, event.linkSpeed) + downshiftText(event);
         break;
     case WatchEvent::Disconnected:
         what = mediaStateText(MediaConnectState::Disconnected);
         break;
     case WatchEvent::Speed:
-        what = std::wstring(L"Speed ") + linkSpeedText(event.linkSpeed);
+        what = std::wstring(L"Speed ") + linkSpeedText(event.linkSpeed) + downshiftText(event);
         break;
     case WatchEvent::Removed:
         what = L"Removed";
@@ -155,6 +184,9 @@ std::wstring watchText(const WatchEvent& event)
     case WatchEvent::Arrived:
         what = L"Arrived";
         break;
+    case WatchEvent::Health:
+        what = temperatureHealthText(event.health);
+        break;
     }
-    return timestampText(event.time, false) + L"  " + event.adapter + L"  " + what + L"\n";
+    return timestampText(event.time) + L"  " + event.adapter + L"  " + what + L"\n";
 }

@@ -17,5 +17,6 @@ std::wstring adapterStateText(const AdapterReport& adapter);
 // "Connected, 2.5 Gbps", "Disconnected", or "<unknown>" (isLinkKnown); an
 // unknown speed reads "Connected, <unknown>".
 std::wstring linkText(MediaConnectState media, std::uint64_t linkSpeed);
-// "2024-05-14 09:30:00.250", or with `iso` "2024-05-14T09:30:00.250"; local time.
-std::wstring timestampText(const SYSTEMTIME& time, bool iso);
+// ISO 8601 local time with milliseconds and the UTC offset,
+// "2024-05-14T09:30:00.250+02:00"; without the offset when it isn't known.
+std::wstring timestampText(const WatchTime& time);

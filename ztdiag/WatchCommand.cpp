@@ -1,14 +1,28 @@
 // `ztdiag watch`: a line for each link change, removal and arrival that NDIS
-// reports for the adapters, until Ctrl+C. The subscriptions live on the
-// service thread, from the first query to the cancel; the events reach this
-// thread through the session's queue.
+// reports for the adapters, and for each change of their temperature health,
+// until Ctrl+C or a closed output. Watching all, it watches the ZT adapters
+// that arrive later too.
+//
+// Order: whatever reaches the tool (a delivery on any of the service's
+// threads, a temperature reading) is stamped with the time and queued under
+// the session's lock in one step, so the queue's order is the order of the
+// times. The service thread alone answers the queue, in its order: it asks
+// the service what an event needs (the speed of a connection, whether an
+// arrival is a ZT adapter) and hands the lines to the main thread, which
+// prints them. A delivery thread never calls the service.
+#include <algorithm>
 #include <deque>
+#include <list>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 
 #include "ndis/NdisWmi.h"
+#include "nic/ZtNic.h"
 #include "platform/Threading.h"
+#include "trace/FormatString.h"
+#include "trace/Trace.h"
 #include "wmi/WbemServices.h"
 #include "ztdiag/Commands.h"
 #include "ztdiag/JsonOutput.h"
@@ -17,15 +31,53 @@
 
 namespace {
 
+// Local time and its offset from UTC, as the platform tells them now.
+WatchTime watchTimeNow()
+{
+    WatchTime time;
+    GetLocalTime(&time.local);
+    TIME_ZONE_INFORMATION zone{};
+    const DWORD part = GetTimeZoneInformation(&zone);
+    if (part == TIME_ZONE_ID_INVALID) {
+        time.offsetKnown = false;
+        return time;
+    }
+    LONG bias = zone.Bias;
+    if (part == TIME_ZONE_ID_DAYLIGHT) {
+        bias += zone.DaylightBias;
+    } else if (part == TIME_ZONE_ID_STANDARD) {
+        bias += zone.StandardBias;
+    }
+    time.utcOffsetMinutes = -static_cast<int>(bias);
+    return time;
+}
+
+// What reached the tool, stamped, for the service thread.
+struct Incoming {
+    enum Kind {
+        State,  // the watch begins: where the adapter stands
+        Connected,
+        Disconnected,
+        Removed,
+        Arrived,  // of a watched adapter
+        AnyArrival,  // of any adapter (watching all)
+        Health,  // a temperature reading that differs from the one before
+    };
+    Kind kind;
+    WatchTime time;
+    std::wstring adapter;
+    TemperatureHealth health;
+};
+
 // What the service thread, the service's delivery threads, the Ctrl+C handler
 // and the main thread share; everything under `lock`.
 struct WatchSession {
     SrwLock lock;
     ConditionVariable changed;
-    std::vector<WatchEvent> initial;  // each adapter's state at the start
-    std::deque<WatchEvent> events;
-    bool subscribed = false;
-    bool serviceDown = false;
+    std::deque<Incoming> incoming;  // for the service thread, in the order stamped
+    std::deque<WatchEvent> events;  // for the main thread, in the same order
+    bool subscribed = false;  // the initial state is in `events`
+    std::wstring failure;  // why the work ended before it was asked to: the "ztdiag: " line
     bool workEnded = false;
     bool interrupted = false;  // Ctrl+C
     bool stop = false;  // the service thread may end the subscriptions
@@ -38,68 +90,310 @@ struct WatchSession {
         }
         changed.notifyAll();
     }
-    void push(WatchEvent event)
+    // Stamps and queues in one step: see the file's head.
+    void stamp(Incoming::Kind kind, const std::wstring& adapter,
+               TemperatureHealth health = TemperatureHealth::Unknown)
     {
-        update([&event](WatchSession& session) { session.events.push_back(std::move(event)); });
+        update([&](WatchSession& s) { s.incoming.push_back({kind, watchTimeNow(), adapter, health}); });
     }
 };
 
-WatchEvent eventNow(WatchEvent::Kind kind, const std::wstring& adapter)
+std::wstring hresultText(HRESULT result)
+{
+    return formatString(L"error 0x%08x", static_cast<unsigned>(result));
+}
+
+// "MSNdis_StatusMediaConnect, MSNdis_StatusMediaDisconnect (error 0x80041001)": the first refusal's answer.
+std::wstring refusedText(const std::vector<NdisSubscriptionFailure>& failures)
+{
+    std::wstring classes;
+    for (const NdisSubscriptionFailure& failure : failures) {
+        classes += (classes.empty() ? L"" : L", ") + failure.eventClass;
+    }
+    return classes + L" (" + hresultText(failures.front().result) + L")";
+}
+
+// The service thread's work: the subscriptions, and the answer to each stamped item.
+class Watcher {
+public:
+    Watcher(std::shared_ptr<WatchSession> session, std::chrono::milliseconds healthPeriod)
+        : session_(std::move(session)), healthPeriod_(healthPeriod)
+    {
+    }
+    Watcher(const Watcher&) = delete;
+    Watcher& operator=(const Watcher&) = delete;
+    ~Watcher() { end_(); }
+
+    void run(const std::vector<ZtAdapterDevice>& adapters, bool all);
+
+private:
+    struct Watched {
+        ZtAdapterDevice device;
+        std::unique_ptr<NdisWmi> monitor;
+        // Made as not ready, so that it reads nothing when made: only its thermal read is used.
+        std::unique_ptr<ZtNic> thermal;
+        bool present = true;
+        TemperatureHealth health = TemperatureHealth::Unknown;  // the last reading
+    };
+
+    bool fail_(const std::wstring& message);
+    bool watch_(const ZtAdapterDevice& device);
+    void bind_(Watched& watched);
+    bool answer_(const Incoming& item);
+    WatchEvent standing_(WatchEvent::Kind kind, Watched& watched, const WatchTime& time);
+    void readHealth_();
+    bool laterLinkEvent_(const std::wstring& adapter);
+    Watched* find_(const std::wstring& adapter);
+    void push_(WatchEvent event);
+    void end_();
+
+    std::shared_ptr<WatchSession> session_;
+    const std::chrono::milliseconds healthPeriod_;
+    std::list<Watched> watched_;
+    std::unique_ptr<NdisWmi> arrivals_;  // watching all: the arrival of any adapter
+};
+
+bool Watcher::fail_(const std::wstring& message)
+{
+    session_->update([&message](WatchSession& s) { s.failure = message; });
+    return false;
+}
+
+// Subscribes to the adapter's events, which find no callback until bind_;
+// false, with the session's failure, if the service refuses any.
+bool Watcher::watch_(const ZtAdapterDevice& device)
+{
+    Watched watched{device, std::make_unique<NdisWmi>(device.name.c_str()),
+                    std::make_unique<ZtNic>(device.name, false, NdisEvents::None)};
+    if (!watched.monitor->failedSubscriptions().empty()) {
+        return fail_(device.name + L": can't subscribe to its events "
+                     + refusedText(watched.monitor->failedSubscriptions()));
+    }
+    watched_.push_back(std::move(watched));
+    return true;
+}
+
+void Watcher::bind_(Watched& watched)
+{
+    const std::shared_ptr<WatchSession> session = session_;
+    const std::wstring name = watched.device.name;
+    watched.monitor->bindCallbacks(
+        [session, name](const std::wstring&) { session->stamp(Incoming::Arrived, name); },
+        [session, name](const std::wstring&) { session->stamp(Incoming::Removed, name); },
+        [session, name](const std::wstring&, MediaConnectState state) {
+            session->stamp(
+                state == MediaConnectState::Connected ? Incoming::Connected : Incoming::Disconnected, name);
+        });
+}
+
+void Watcher::run(const std::vector<ZtAdapterDevice>& adapters, bool all)
+{
+    if (!threadWbemServices().isConnected()) {
+        fail_(L"can't connect to the management service (root\\wmi)");
+        return;
+    }
+    if (all) {
+        arrivals_ = std::make_unique<NdisWmi>(L"", NdisEvents::Arrivals);
+        if (!arrivals_->failedSubscriptions().empty()) {
+            fail_(L"can't subscribe to the arrival of new adapters, "
+                  + refusedText(arrivals_->failedSubscriptions()));
+            return;
+        }
+    }
+    for (const ZtAdapterDevice& device : adapters) {
+        if (!watch_(device)) {
+            return;
+        }
+    }
+    // The watch begins: every adapter's state at this moment, read after the
+    // callbacks are bound, so that no change is lost between; a change from
+    // now on is stamped later than the state.
+    WatchTime begun;
+    session_->update([&begun](WatchSession&) { begun = watchTimeNow(); });
+    if (arrivals_) {
+        const std::shared_ptr<WatchSession> session = session_;
+        arrivals_->bindCallbacks(
+            [session](const std::wstring& instance) { session->stamp(Incoming::AnyArrival, instance); },
+            nullptr, nullptr);
+    }
+    for (Watched& watched : watched_) {
+        bind_(watched);
+    }
+    for (Watched& watched : watched_) {
+        push_(standing_(WatchEvent::State, watched, begun));
+    }
+    session_->update([](WatchSession& s) { s.subscribed = true; });
+
+    auto nextReading = std::chrono::steady_clock::now() + healthPeriod_;
+    for (;;) {
+        std::optional<Incoming> item;
+        {
+            std::unique_lock<SrwLock> guard(session_->lock);
+            const auto left = std::max(nextReading - std::chrono::steady_clock::now(),
+                                       std::chrono::steady_clock::duration::zero());
+            session_->changed.waitFor(guard, left,
+                                      [this] { return session_->stop || !session_->incoming.empty(); });
+            if (session_->stop) {
+                return;
+            }
+            if (!session_->incoming.empty()) {
+                item = std::move(session_->incoming.front());
+                session_->incoming.pop_front();
+            }
+        }
+        if (item && !answer_(*item)) {
+            return;
+        }
+        if (std::chrono::steady_clock::now() >= nextReading) {
+            readHealth_();
+            nextReading = std::chrono::steady_clock::now() + healthPeriod_;
+        }
+    }
+}
+
+// One link state query and, for a working device, one temperature reading.
+WatchEvent Watcher::standing_(WatchEvent::Kind kind, Watched& watched, const WatchTime& time)
 {
     WatchEvent event;
     event.kind = kind;
-    event.adapter = adapter;
-    GetLocalTime(&event.time);
+    event.time = time;
+    event.adapter = watched.device.name;
+    event.problemCode = watched.device.problemCode;
+    if (watched.device.problemCode == 0) {
+        const NdisLinkState link = watched.monitor->linkState();
+        event.media = link.media;
+        event.linkSpeed = link.media == MediaConnectState::Connected ? link.speed : 0;
+        watched.health = temperatureHealth(watched.thermal->getThermalInfo());
+        event.health = watched.health;
+    }
     return event;
 }
 
-// The body of the service thread.
-void watch(const std::shared_ptr<WatchSession>& session, const std::vector<ZtAdapterDevice>& adapters)
+// Reads each present, working adapter's temperatures; stamps a change.
+void Watcher::readHealth_()
 {
-    if (!threadWbemServices().isConnected()) {
-        session->update([](WatchSession& s) { s.serviceDown = true; });
-        return;
-    }
-    std::vector<std::unique_ptr<NdisWmi>> monitors;
-    std::vector<WatchEvent> initial;
-    for (const ZtAdapterDevice& device : adapters) {
-        auto monitor = std::make_unique<NdisWmi>(device.name.c_str());
-        const NdisWmi* queries = monitor.get();  // the callbacks end before the monitor
-        const std::wstring name = device.name;
-        monitor->bindCallbacks(
-            [session, name](const std::wstring&) { session->push(eventNow(WatchEvent::Arrived, name)); },
-            [session, name](const std::wstring&) { session->push(eventNow(WatchEvent::Removed, name)); },
-            [session, name, queries](const std::wstring&, MediaConnectState state) {
-                const bool connected = state == MediaConnectState::Connected;
-                WatchEvent event
-                    = eventNow(connected ? WatchEvent::Connected : WatchEvent::Disconnected, name);
-                event.linkSpeed = connected ? queries->linkSpeed() : 0;
-                session->push(std::move(event));
-            });
-        WatchEvent state = eventNow(WatchEvent::State, name);
-        state.problemCode = device.problemCode;
-        if (device.problemCode == 0) {
-            state.media = monitor->mediaConnectState();
-            state.linkSpeed = state.media == MediaConnectState::Connected ? monitor->linkSpeed() : 0;
+    for (Watched& watched : watched_) {
+        if (!watched.present || watched.device.problemCode != 0) {
+            continue;
         }
-        initial.push_back(std::move(state));
-        monitors.push_back(std::move(monitor));
+        const TemperatureHealth health = temperatureHealth(watched.thermal->getThermalInfo());
+        if (health != watched.health) {
+            watched.health = health;
+            session_->stamp(Incoming::Health, watched.device.name, health);
+        }
     }
-    session->update([&initial](WatchSession& s) {
-        s.initial = std::move(initial);
-        s.subscribed = true;
-    });
-    {
-        std::unique_lock<SrwLock> guard(session->lock);
-        session->changed.wait(guard, [&session] { return session->stop; });
-    }
-    for (const auto& monitor : monitors) {
-        monitor->clearCallbacks();
-    }
-    monitors.clear();  // cancels the subscriptions on this thread's connection
 }
 
-// Tells a connection at another speed from a connection; keeps each adapter's last state.
+// Whether a link event of `adapter` was stamped after the one being answered:
+// then a query's answer may be of that later moment.
+bool Watcher::laterLinkEvent_(const std::wstring& adapter)
+{
+    const std::lock_guard<SrwLock> guard(session_->lock);
+    return std::any_of(session_->incoming.begin(), session_->incoming.end(),
+                       [&adapter](const Incoming& item) {
+                           return item.adapter == adapter
+                               && (item.kind == Incoming::Connected || item.kind == Incoming::Disconnected
+                                   || item.kind == Incoming::Removed);
+                       });
+}
+
+Watcher::Watched* Watcher::find_(const std::wstring& adapter)
+{
+    for (Watched& watched : watched_) {
+        if (watched.device.name == adapter) {
+            return &watched;
+        }
+    }
+    return nullptr;
+}
+
+void Watcher::push_(WatchEvent event)
+{
+    session_->update([&event](WatchSession& s) { s.events.push_back(std::move(event)); });
+}
+
+// The line for `item`, after what the service says of it; false once the watch must end.
+bool Watcher::answer_(const Incoming& item)
+{
+    Watched* const watched = find_(item.adapter);
+    if (item.kind == Incoming::AnyArrival) {
+        if (watched != nullptr) {
+            return true;  // a watched adapter: its own subscription tells
+        }
+        std::vector<ZtAdapterDevice> adapters;
+        DWORD error = 0;
+        if (!findZtAdapters(adapters, error)) {
+            ZT_TRACE(0, "[!] ztdiag watch: can't list the adapters for '%S' (error %u)", item.adapter.c_str(),
+                     static_cast<unsigned>(error));
+            return true;
+        }
+        const auto found
+            = std::find_if(adapters.begin(), adapters.end(),
+                           [&item](const ZtAdapterDevice& device) { return device.name == item.adapter; });
+        if (found == adapters.end()) {
+            return true;  // not a ZT adapter
+        }
+        if (!watch_(*found)) {
+            return false;
+        }
+        bind_(watched_.back());
+        push_(standing_(WatchEvent::Added, watched_.back(), item.time));
+        return true;
+    }
+    if (watched == nullptr) {
+        return true;
+    }
+    WatchEvent event;
+    event.time = item.time;
+    event.adapter = item.adapter;
+    switch (item.kind) {
+    case Incoming::Connected: {
+        event.kind = WatchEvent::Connected;
+        // The speed of this connection: unknown if the link is no longer up
+        // or has changed again since (the answer may be of that moment).
+        const NdisLinkState link = watched->monitor->linkState();
+        const bool current = link.media == MediaConnectState::Connected && !laterLinkEvent_(item.adapter);
+        event.linkSpeed = current ? link.speed : 0;
+        break;
+    }
+    case Incoming::Disconnected:
+        event.kind = WatchEvent::Disconnected;
+        break;
+    case Incoming::Removed:
+        event.kind = WatchEvent::Removed;
+        watched->present = false;
+        break;
+    case Incoming::Arrived:
+        event.kind = WatchEvent::Arrived;
+        watched->present = true;
+        break;
+    case Incoming::Health:
+        event.kind = WatchEvent::Health;
+        event.health = item.health;
+        break;
+    case Incoming::State:
+    case Incoming::AnyArrival:
+        return true;
+    }
+    push_(std::move(event));
+    return true;
+}
+
+// Cancels the subscriptions on this thread's connection, once no callback runs.
+void Watcher::end_()
+{
+    if (arrivals_) {
+        arrivals_->clearCallbacks();
+    }
+    for (Watched& watched : watched_) {
+        watched.monitor->clearCallbacks();
+    }
+    arrivals_.reset();
+    watched_.clear();
+}
+
+// Tells a connection at another speed from a connection, and a slower one
+// than the adapter's previous connection; keeps each adapter's last state.
 class LinkTracker {
 public:
     void classify(WatchEvent& event)
@@ -107,7 +401,12 @@ public:
         Link& link = links_[event.adapter];
         switch (event.kind) {
         case WatchEvent::State:
-            link = {event.media, event.linkSpeed};
+        case WatchEvent::Added:
+            link.media = event.media;
+            link.speed = event.linkSpeed;
+            if (event.media == MediaConnectState::Connected) {
+                link.previousConnection = event.linkSpeed;
+            }
             break;
         case WatchEvent::Connected:
             // Another speed only when both are known (0 is not).
@@ -115,14 +414,23 @@ public:
                 && link.speed != event.linkSpeed) {
                 event.kind = WatchEvent::Speed;
             }
-            link = {MediaConnectState::Connected, event.linkSpeed};
+            if (link.previousConnection != 0 && event.linkSpeed != 0
+                && event.linkSpeed < link.previousConnection) {
+                event.downshift = true;
+                event.previousSpeed = link.previousConnection;
+            }
+            link.media = MediaConnectState::Connected;
+            link.speed = event.linkSpeed;
+            link.previousConnection = event.linkSpeed;
             break;
         case WatchEvent::Disconnected:
         case WatchEvent::Removed:
         case WatchEvent::Arrived:
-            link = {};
+            link.media = MediaConnectState::Unknown;
+            link.speed = 0;
             break;
         case WatchEvent::Speed:
+        case WatchEvent::Health:
             break;
         }
     }
@@ -131,6 +439,7 @@ private:
     struct Link {
         MediaConnectState media = MediaConnectState::Unknown;
         std::uint64_t speed = 0;
+        std::uint64_t previousConnection = 0;  // the speed of the last connection, kept while down
     };
     std::map<std::wstring, Link> links_;
 };
@@ -149,7 +458,9 @@ std::wstring watchingLine(const std::vector<ZtAdapterDevice>& adapters)
 int watchAdapters(const CommandContext& context, const std::vector<ZtAdapterDevice>& adapters)
 {
     auto session = std::make_shared<WatchSession>();
-    ServiceThread thread([session, adapters] {
+    const bool all = context.command.adapter.empty();
+    const std::chrono::milliseconds healthPeriod = context.limits.healthPeriod;
+    ServiceThread thread([session, adapters, all, healthPeriod] {
         // Whatever happens, the main thread hears that the work is over.
         struct Ended {
             std::shared_ptr<WatchSession> session;
@@ -158,53 +469,68 @@ int watchAdapters(const CommandContext& context, const std::vector<ZtAdapterDevi
                 session->update([](WatchSession& s) { s.workEnded = true; });
             }
         } ended{session};
-        watch(session, adapters);
+        Watcher(session, healthPeriod).run(adapters, all);
     });
-    std::vector<WatchEvent> initial;
+    const auto stop = [&session] { session->update([](WatchSession& s) { s.stop = true; }); };
     {
         std::unique_lock<SrwLock> guard(session->lock);
         if (!session->changed.waitFor(guard, context.limits.service,
                                       [&session] { return session->subscribed || session->workEnded; })) {
-            session->stop = true;  // should the service answer after all
             guard.unlock();
-            session->changed.notifyAll();
+            stop();  // should the service answer after all
             return context.timedOut(context.limits.service);
         }
         if (!session->subscribed) {
             return context.fail(exitServiceFailed,
-                                session->serviceDown ? L"can't connect to the management service (root\\wmi)"
-                                                     : L"out of memory");
+                                session->failure.empty() ? L"out of memory" : session->failure);
         }
-        initial = session->initial;
     }
 
     Console& console = context.console;
+    // The reader went away: nothing more is said, the subscriptions end.
+    const auto closed = [&] {
+        console.onInterrupt(nullptr);
+        stop();
+        thread.waitFor(context.limits.service);
+        return exitOutputClosed;
+    };
     const bool json = context.command.json;
-    LinkTracker tracker;
-    if (!json) {
-        console.out(watchingLine(adapters));
-    }
-    for (WatchEvent& event : initial) {
-        tracker.classify(event);
-        console.out(json ? watchJson(event) : watchText(event));
+    if (!json && !console.out(watchingLine(adapters))) {
+        return closed();
     }
     console.onInterrupt([session] { session->update([](WatchSession& s) { s.interrupted = true; }); });
-    for (bool interrupted = false; !interrupted;) {
+    LinkTracker tracker;
+    for (;;) {
         std::deque<WatchEvent> events;
+        bool interrupted = false;
+        bool ended = false;
+        std::wstring failure;
         {
             std::unique_lock<SrwLock> guard(session->lock);
-            session->changed.wait(guard,
-                                  [&session] { return !session->events.empty() || session->interrupted; });
+            session->changed.wait(guard, [&session] {
+                return !session->events.empty() || session->interrupted || session->workEnded;
+            });
             events.swap(session->events);
             interrupted = session->interrupted;
+            ended = session->workEnded;
+            failure = session->failure;
         }
         for (WatchEvent& event : events) {
             tracker.classify(event);
-            console.out(json ? watchJson(event) : watchText(event));
+            if (!console.out(json ? watchJson(event) : watchText(event))) {
+                return closed();
+            }
+        }
+        if (interrupted) {
+            break;
+        }
+        if (ended) {
+            console.onInterrupt(nullptr);
+            return context.fail(exitServiceFailed, failure.empty() ? L"out of memory" : failure);
         }
     }
     console.onInterrupt(nullptr);
-    session->update([](WatchSession& s) { s.stop = true; });
+    stop();
     if (!thread.waitFor(context.limits.service)) {
         return context.timedOut(context.limits.service);
     }

@@ -30,6 +30,8 @@ struct ZtdiagLimits {
     std::chrono::milliseconds cableTest{std::chrono::seconds(40)};
     // After the driver's test, for the link the test took down to come back.
     std::chrono::milliseconds linkReturn{std::chrono::seconds(5)};
+    // A watch reads each adapter's temperatures this often, as the page does.
+    std::chrono::milliseconds healthPeriod{1500};
 };
 
 // `args` without the program's name.

@@ -52,6 +52,8 @@ void reset()
     s.adaptersAddressesCalls = 0;
     s.initCommonControls.clear();
     s.createPageError = 0;
+    s.timeZone = {};
+    s.timeZoneAnswer = TIME_ZONE_ID_UNKNOWN;
 }
 
 }  // namespace host

@@ -63,6 +63,8 @@ struct State {
     int adaptersAddressesCalls = 0;
     std::vector<INITCOMMONCONTROLSEX> initCommonControls;
     DWORD createPageError = 0;
+    TIME_ZONE_INFORMATION timeZone{};
+    DWORD timeZoneAnswer = TIME_ZONE_ID_UNKNOWN;
     std::vector<HPROPSHEETPAGE> livePages;
 
     // COM runtime. Each thread's apartment lives in the thread; bumping

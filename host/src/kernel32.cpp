@@ -1,5 +1,5 @@
-// Error codes, the debugger, the C runtime's counted formatters, and ordinal
-// string comparison.
+// Error codes, the debugger, the C runtime's counted formatters, ordinal
+// string comparison, and the time zone.
 #include <algorithm>
 #include <atomic>
 #include <clocale>
@@ -153,7 +153,30 @@ int CompareStringOrdinal(LPCWSTR string1, int count1, LPCWSTR string2, int count
     return length1 < length2 ? CSTR_LESS_THAN : CSTR_GREATER_THAN;
 }
 
+DWORD GetTimeZoneInformation(TIME_ZONE_INFORMATION* zone)
+{
+    auto& s = host::state();
+    const std::lock_guard<std::mutex> guard(s.lock);
+    if (s.timeZoneAnswer == TIME_ZONE_ID_INVALID) {
+        SetLastError(ERROR_INVALID_DATA);
+        return TIME_ZONE_ID_INVALID;
+    }
+    *zone = s.timeZone;
+    return s.timeZoneAnswer;
+}
+
 namespace host {
+
+void setTimeZone(LONG bias, DWORD answer, LONG standardBias, LONG daylightBias)
+{
+    auto& s = state();
+    const std::lock_guard<std::mutex> guard(s.lock);
+    s.timeZone = {};
+    s.timeZone.Bias = bias;
+    s.timeZone.StandardBias = standardBias;
+    s.timeZone.DaylightBias = daylightBias;
+    s.timeZoneAnswer = answer;
+}
 
 std::vector<std::string> debugOutput()
 {

@@ -42,6 +42,7 @@ struct Threads {
     std::map<DWORD, DWORD> createFailure;
     std::map<DWORD, int> createCalls;
     SYSTEMTIME localTime = resetLocalTime;
+    WORD localTimeStep = 0;  // milliseconds added after each GetLocalTime
     bool tlsAllocated[tlsSlots] = {};
     int tlsValuesLeft = 0;
 };
@@ -311,6 +312,13 @@ void GetLocalTime(SYSTEMTIME* time)
     auto& t = threads();
     const std::lock_guard<std::mutex> guard(t.lock);
     *time = t.localTime;
+    // Within the hour, as the tests use it: the minutes don't carry into hours.
+    SYSTEMTIME& next = t.localTime;
+    const unsigned milliseconds = next.wMilliseconds + t.localTimeStep;
+    const unsigned seconds = next.wSecond + milliseconds / 1000;
+    next.wMilliseconds = static_cast<WORD>(milliseconds % 1000);
+    next.wSecond = static_cast<WORD>(seconds % 60);
+    next.wMinute = static_cast<WORD>((next.wMinute + seconds / 60) % 60);
 }
 
 namespace host {
@@ -320,6 +328,13 @@ void setLocalTime(const SYSTEMTIME& time)
     auto& t = threads();
     const std::lock_guard<std::mutex> guard(t.lock);
     t.localTime = time;
+}
+
+void setLocalTimeStep(WORD milliseconds)
+{
+    auto& t = threads();
+    const std::lock_guard<std::mutex> guard(t.lock);
+    t.localTimeStep = milliseconds;
 }
 
 void failCreateThread(DWORD error)
@@ -364,6 +379,7 @@ void resetThreads()
     t.createCalls.clear();
     t.tlsValuesLeft = 0;
     t.localTime = resetLocalTime;
+    t.localTimeStep = 0;
 }
 
 }  // namespace host

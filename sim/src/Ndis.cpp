@@ -204,4 +204,10 @@ std::vector<LinkStateRequest> NdisProvider::requests() const
     return state_->requests;
 }
 
+void NdisProvider::clearRequests()
+{
+    const std::lock_guard<SrwLock> guard(state_->lock);
+    state_->requests.clear();
+}
+
 }  // namespace sim

@@ -56,6 +56,16 @@ void advanceClock(std::uint64_t milliseconds);
 // What GetLocalTime answers from now on; Tuesday, 14 May 2024, 09:30:00.000
 // after reset. The test clock doesn't move it.
 void setLocalTime(const SYSTEMTIME& time);
+// From now on each GetLocalTime answer is this many milliseconds later than
+// the one before (within the hour); 0 after reset: the time stands still.
+void setLocalTimeStep(WORD milliseconds);
+// What GetTimeZoneInformation answers from now on: `bias` minutes (UTC = local
+// + bias) and the answer telling which part of the year it is
+// (TIME_ZONE_ID_STANDARD adds `standardBias`, TIME_ZONE_ID_DAYLIGHT
+// `daylightBias`; TIME_ZONE_ID_INVALID fails with ERROR_INVALID_DATA).
+// UTC, TIME_ZONE_ID_UNKNOWN after reset.
+void setTimeZone(LONG bias, DWORD answer = TIME_ZONE_ID_UNKNOWN, LONG standardBias = 0,
+                 LONG daylightBias = 0);
 
 struct TimerInfo {
     UINT_PTR id;

@@ -78,3 +78,22 @@ struct SYSTEMTIME {
 };
 // The time a test set (host/HostWindows.h); it doesn't move by itself.
 void GetLocalTime(SYSTEMTIME* time);
+
+// The local time zone: UTC = local time + Bias (+ the bias of the part of the
+// year GetTimeZoneInformation answers). Names and transition dates are empty
+// on the host.
+struct TIME_ZONE_INFORMATION {
+    LONG Bias;
+    WCHAR StandardName[32];
+    SYSTEMTIME StandardDate;
+    LONG StandardBias;
+    WCHAR DaylightName[32];
+    SYSTEMTIME DaylightDate;
+    LONG DaylightBias;
+};
+constexpr DWORD TIME_ZONE_ID_INVALID = 0xFFFFFFFF;
+constexpr DWORD TIME_ZONE_ID_UNKNOWN = 0;
+constexpr DWORD TIME_ZONE_ID_STANDARD = 1;
+constexpr DWORD TIME_ZONE_ID_DAYLIGHT = 2;
+// The zone a test set (host/HostWindows.h); UTC without daylight saving after reset.
+DWORD GetTimeZoneInformation(TIME_ZONE_INFORMATION* zone);

@@ -81,6 +81,8 @@ public:
 
     // Every WmiQueryLinkState call the handler ran, oldest first.
     std::vector<LinkStateRequest> requests() const;
+    // Forgets them (a long run keeps its memory flat).
+    void clearRequests();
 
     struct State;  // opaque, shared with the method handler
 
