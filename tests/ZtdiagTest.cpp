@@ -198,8 +198,8 @@ void faultyPairs(Machine& m)
 std::wstring usageError(const std::wstring& message)
 {
     return L"ztdiag: " + message
-        + L"\nUsage: ztdiag [cable-test [ADAPTER] [--category 5e|6|6a] | watch [ADAPTER] | metrics [ADAPTER]"
-          L" [--output FILE]] [--json] [--quiet] (ztdiag --help tells more)\n";
+        + L"\nUsage: ztdiag [cable-test [ADAPTER] [--category 5e|6|6a] | watch [ADAPTER] [--metrics FILE]"
+          L" | metrics [ADAPTER] [--output FILE]] [--json] [--quiet] (ztdiag --help tells more)\n";
 }
 
 // How the listing shows `first`'s connection.
@@ -445,6 +445,14 @@ TEST(Ztdiag, printsWhatTheUserAskedForAndExitsWithItsCode)
         {args(L"frobnicate"), 1, 64, nullptr, L"",
          usageError(L"unknown command 'frobnicate'; the commands are cable-test, watch and metrics")},
         {args(L"--fast"), 1, 64, nullptr, L"", usageError(L"unknown option '--fast'")},
+        {args(L"metrics", L"--metrics", L"x.prom"), 1, 64, nullptr, L"",
+         usageError(L"--metrics goes with watch only")},
+        {args(L"watch", L"--output=x.prom"), 1, 64, nullptr, L"",
+         usageError(L"--output goes with metrics only")},
+        {args(L"watch", L"--metrics"), 1, 64, nullptr, L"", usageError(L"--metrics needs a file name")},
+        {args(L"metrics", L"--output="), 1, 64, nullptr, L"", usageError(L"an empty file name for --output")},
+        {args(L"metrics", L"--json"), 1, 64, nullptr, L"",
+         usageError(L"metrics are written in the Prometheus text format, never as JSON")},
         {args(L"cable-test", L"--category", L"7"), 1, 64, nullptr, L"",
          usageError(L"unknown cable category '7'; the categories are 5e, 6 and 6a")},
         {args(L"cable-test"), 2, 64, nullptr, L"",
@@ -908,7 +916,8 @@ TEST(Ztdiag, anAdapterCanBeNamedByItsConnectionsNameIndexOrMacAddress)
         {args(L"cable-test", L"00:1b:21:3a:4f:5d"), 2, 2, connections, L"", disabledChosen},
         {args(L"cable-test", L"001B213a4F5d"), 2, 2, connections, L"", disabledChosen},
         {args(L"cable-test", instanceId(2)), 2, 2, connections, L"", disabledChosen},
-        {args(L"watch", L"ethernet 2"), 2, 0, connections, watchingFirst(L"Connected, 2.5 Gbps; Temperature is ok"), L""},
+        {args(L"watch", L"ethernet 2"), 2, 0, connections,
+         watchingFirst(L"Connected, 2.5 Gbps; Temperature is ok"), L""},
         // An adapter IP Helper doesn't list is named as before.
         {args(L"cable-test", L"zt spare adapter"), 2, 2, connections, L"",
          L"ztdiag: ZT Spare Adapter: Device is disabled\n"},
@@ -1317,12 +1326,13 @@ std::string utf8(const std::wstring& text)
 // "name{adapter=...,connection=...,instance_id=...}" for the nth device.
 std::string series(const char* name, const std::wstring& adapter, int device, const std::string& more = "")
 {
+    const std::string connection = device == 1 ? "Ethernet 2" : "";  // as the machine's IP Helper tells
     std::string id;
     for (const char c : utf8(instanceId(device))) {
         id += c == '\\' ? std::string("\\\\") : std::string(1, c);
     }
-    return std::string(name) + "{adapter=\"" + utf8(adapter) + "\",connection=\"\",instance_id=\"" + id + "\""
-        + more + "}";
+    return std::string(name) + "{adapter=\"" + utf8(adapter) + "\",connection=\"" + connection
+        + "\",instance_id=\"" + id + "\"" + more + "}";
 }
 
 // What promtool says of the exposition: empty when it finds nothing wrong.
@@ -1777,7 +1787,7 @@ TEST(ZtdiagWatch, aChangeOfTheTemperatureHealthIsALine)
     }
 }
 
-TEST(ZtdiagWatch, aClosedOutputEndsTheWatchAtOnceWithNothingMoreSaid)
+TEST(ZtdiagWatch, aClosedOutputEndsTheWatchAtOnceAndItsSubscriptions)
 {
     const struct {
         std::vector<std::wstring> arguments;
@@ -1802,13 +1812,64 @@ TEST(ZtdiagWatch, aClosedOutputEndsTheWatchAtOnceWithNothingMoreSaid)
                           }
                       }),
                   74);
-        EXPECT_EQ(machine.console.errText, L"");
+        EXPECT_EQ(machine.console.errText, L"ztdiag: the output was closed\n");
         EXPECT_EQ(static_cast<std::size_t>(
                       std::count(machine.console.outText.begin(), machine.console.outText.end(), L'\n')),
                   c.lines);
         EXPECT_TRUE(machine.sim.service().subscriptions().empty());
         EXPECT_FALSE(machine.console.interruptHandler()) << "Ctrl+C ends the program again";
     }
+}
+
+TEST(ZtdiagWatch, aMetricsFileKeepsTheCountersOfABurstOfEventsAndTheLastReadings)
+{
+    const std::string path = freshFolder("ztdiag-watch") + "/ztdiag.prom";
+    const std::wstring widePath(path.begin(), path.end());
+    std::vector<Step> steps;
+    for (WORD minute = 31; minute < 41; minute += 2) {
+        steps.push_back({minute, [](Machine& m) { m.sim.renegotiate(gbps1); }, 2});  // a downshift
+        steps.push_back({static_cast<WORD>(minute + 1), [](Machine& m) { m.sim.renegotiate(gbps5); }, 2});
+    }
+    steps.push_back({41, [](Machine& m) { m.sim.remove(); }, 1});
+    steps.push_back({42, [](Machine& m) { m.sim.arrive(); }, 1});
+    steps.push_back({43, [](Machine& m) { m.sim.heat(10250, 10500); }, 1});
+    ZtdiagLimits limits;
+    limits.healthPeriod = 5ms;
+    Machine machine(1);
+    EXPECT_EQ(watchThrough(machine, args(L"watch", L"--metrics", widePath), 2, steps, limits), 0);
+    const std::string text = fileText(path);
+    EXPECT_EQ(promtoolCheck(text), "") << text;
+    const std::map<std::string, std::string> found = samples(text);
+    const std::map<std::string, std::string> expected = {
+        {series("ztdiag_link_changes_total", first, 1), "20"},
+        {series("ztdiag_link_downshifts_total", first, 1), "5"},
+        {series("ztdiag_adapter_removals_total", first, 1), "1"},
+        {series("ztdiag_link_last_change_timestamp_seconds", first, 1), "1715679600"},
+        {series("ztdiag_phy_temperature_celsius", first, 1), "102.5"},
+        {series("ztdiag_temperature_health", first, 1, ",state=\"high\""), "1"},
+        {series("ztdiag_cable_test_supported", first, 1), "1"},
+        {series("ztdiag_scrape_success", first, 1), "1"},
+        {series("ztdiag_link_up", first, 1), "absent"},  // back, and no link event since
+    };
+    for (const auto& sample : expected) {
+        EXPECT_EQ(found.count(sample.first) != 0 ? found.at(sample.first) : "absent", sample.second)
+            << sample.first;
+    }
+    EXPECT_EQ(
+        std::distance(std::filesystem::directory_iterator(std::filesystem::path(path).parent_path()), {}), 1);
+    EXPECT_EQ(host::openFileHandles(), 0);
+}
+
+TEST(ZtdiagWatch, aMetricsFileThatCantBeWrittenEndsTheWatch)
+{
+    const std::string path = freshFolder("ztdiag-watch-denied") + "/ztdiag.prom";
+    const std::wstring widePath(path.begin(), path.end());
+    Machine machine(1);
+    host::failFileFunction("CreateFileW", ERROR_ACCESS_DENIED);
+    EXPECT_EQ(run(machine, args(L"watch", L"--metrics", widePath)), 73);
+    EXPECT_EQ(machine.console.errText,
+              L"ztdiag: can't write '" + widePath + L"' (create: error 5); the old file is left as it was\n");
+    EXPECT_FALSE(std::filesystem::exists(path));
 }
 
 TEST(ZtdiagWatch, itsStartCostsOneLinkStateQueryAnAdapterAndOneSubscriptionToArrivalsWhenWatchingAll)

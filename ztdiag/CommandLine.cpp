@@ -1,5 +1,7 @@
 #include "ztdiag/CommandLine.h"
 
+#include <cwchar>
+
 #include "platform.h"
 
 namespace {
@@ -37,6 +39,17 @@ bool commandNamed(const std::wstring& arg, CommandKind& kind)
     return false;
 }
 
+// "--output" or "--metrics" if `arg` is that option, alone or with "=FILE".
+const wchar_t* fileOption(const std::wstring& arg)
+{
+    for (const wchar_t* option : {L"--output", L"--metrics"}) {
+        if (arg == option || arg.rfind(std::wstring(option) + L"=", 0) == 0) {
+            return option;
+        }
+    }
+    return nullptr;
+}
+
 bool isHelp(const std::wstring& arg)
 {
     return arg == L"--help" || arg == L"-h" || arg == L"-?" || arg == L"/?";
@@ -50,8 +63,8 @@ bool sameIgnoringCase(const std::wstring& a, const std::wstring& b)
 }
 
 const wchar_t* const usageLine
-    = L"Usage: ztdiag [cable-test [ADAPTER] [--category 5e|6|6a] | watch [ADAPTER] | metrics [ADAPTER]"
-      L" [--output FILE]] [--json] [--quiet]"
+    = L"Usage: ztdiag [cable-test [ADAPTER] [--category 5e|6|6a] | watch [ADAPTER] [--metrics FILE]"
+      L" | metrics [ADAPTER] [--output FILE]] [--json] [--quiet]"
       L" (ztdiag --help tells more)";
 
 const wchar_t* categoryName(CableCategory category)
@@ -85,7 +98,7 @@ bool parseCommandLine(const std::vector<std::wstring>& args, Command& command, s
     };
     bool haveCommand = false;
     bool haveCategory = false;
-    bool haveOutput = false;
+    const wchar_t* fileGiven = nullptr;  // the option that named the metrics file
     std::vector<std::wstring> names;
     for (std::size_t i = 0; i < args.size(); ++i) {
         const std::wstring& arg = args[i];
@@ -107,19 +120,20 @@ bool parseCommandLine(const std::vector<std::wstring>& args, Command& command, s
                 refuse(L"unknown cable category '" + value + L"'; the categories are 5e, 6 and 6a");
             }
             haveCategory = true;
-        } else if (arg == L"--output" || arg.rfind(L"--output=", 0) == 0) {
-            if (arg.size() > 8) {
-                command.output = arg.substr(9);
+        } else if (const wchar_t* option = fileOption(arg)) {
+            const std::size_t length = std::wcslen(option);
+            if (arg.size() > length) {
+                command.metricsFile = arg.substr(length + 1);
             } else if (i + 1 < args.size()) {
-                command.output = args[++i];
+                command.metricsFile = args[++i];
             } else {
-                refuse(L"--output needs a file name");
+                refuse(std::wstring(option) + L" needs a file name");
                 continue;
             }
-            if (command.output.empty()) {
-                refuse(L"an empty file name for --output");
+            if (command.metricsFile.empty()) {
+                refuse(std::wstring(L"an empty file name for ") + option);
             }
-            haveOutput = true;
+            fileGiven = option;
         } else if (arg.size() > 1 && arg[0] == L'-') {
             refuse(L"unknown option '" + arg + L"'");
         } else if (!haveCommand && names.empty() && commandNamed(arg, command.kind)) {
@@ -143,8 +157,13 @@ bool parseCommandLine(const std::vector<std::wstring>& args, Command& command, s
     if (haveCategory && command.kind != CommandKind::CableTest) {
         refuse(L"--category goes with cable-test only");
     }
-    if (haveOutput && command.kind != CommandKind::Metrics) {
+    if (fileGiven != nullptr && std::wcscmp(fileGiven, L"--output") == 0
+        && command.kind != CommandKind::Metrics) {
         refuse(L"--output goes with metrics only");
+    }
+    if (fileGiven != nullptr && std::wcscmp(fileGiven, L"--metrics") == 0
+        && command.kind != CommandKind::Watch) {
+        refuse(L"--metrics goes with watch only");
     }
     if (command.kind == CommandKind::Metrics && command.json) {
         refuse(L"metrics are written in the Prometheus text format, never as JSON");

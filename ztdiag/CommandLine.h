@@ -24,7 +24,9 @@ struct Command {
     bool adapterGiven = false;
     CableCategory category = Cat5e;  // the page's first offer
     bool json = false;
-    std::wstring output;  // metrics: the file to write; empty: the output stream
+    // The metrics file: metrics --output (empty: the output stream), watch
+    // --metrics (empty: none).
+    std::wstring metricsFile;
     bool quiet = false;  // nothing on either stream: the exit code only
 };
 

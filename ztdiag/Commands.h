@@ -37,3 +37,6 @@ int listAdapters(const CommandContext& context, const std::vector<ZtAdapterDevic
 int runCableTest(const CommandContext& context, const ZtAdapterDevice& adapter);
 int watchAdapters(const CommandContext& context, const std::vector<ZtAdapterDevice>& adapters);
 int writeMetrics(const CommandContext& context, const std::vector<ZtAdapterDevice>& adapters);
+// The metrics text to `path`, replaced at once, or to the output when `path`
+// is empty: exitOk, or the error told.
+int writeMetricsText(const CommandContext& context, const std::wstring& path, const std::string& text);

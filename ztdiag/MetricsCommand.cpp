@@ -6,6 +6,7 @@
 
 #include "trace/Trace.h"
 #include "wmi/WbemServices.h"
+#include "ztdiag/AdapterSelector.h"
 #include "ztdiag/AtomicFile.h"
 #include "ztdiag/Commands.h"
 #include "ztdiag/MetricsOutput.h"
@@ -14,48 +15,55 @@
 
 namespace {
 
-// What the device manager alone says of an adapter: a scrape that the service
-// hasn't answered (yet) is a failed one, unless the device isn't working.
-AdapterMetrics unscraped(const ZtAdapterDevice& device)
-{
-    AdapterMetrics adapter;
-    adapter.report.name = device.name;
-    adapter.report.problemCode = device.problemCode;
-    adapter.instanceId = device.instanceId;
-    adapter.hardwareId = device.hardwareId;
-    adapter.scrapeSucceeded = device.problemCode != 0;
-    return adapter;
-}
-
 struct Scrape {
     std::vector<AdapterMetrics> adapters;
     bool serviceDown = false;
 };
 
 // On the service thread.
-void scrape(Scrape& result, const std::vector<ZtAdapterDevice>& devices)
+void scrape(Scrape& result, const std::vector<ZtAdapterDevice>& devices,
+            const std::vector<AdapterConnection>& connections)
 {
     bool serviceNeeded = false;
     for (const ZtAdapterDevice& device : devices) {
         serviceNeeded = serviceNeeded || device.problemCode == 0;
     }
     result.serviceDown = serviceNeeded && !threadWbemServices().isConnected();
-    for (const ZtAdapterDevice& device : devices) {
-        AdapterMetrics adapter = unscraped(device);
-        if (device.problemCode == 0 && !result.serviceDown) {
-            const auto start = std::chrono::steady_clock::now();
-            adapter.report = surveyAdapter(device);
-            adapter.scrapeSeconds
-                = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-            adapter.scrapeSucceeded = adapter.report.ready && isLinkKnown(adapter.report.media);
-        }
-        result.adapters.push_back(std::move(adapter));
+    for (std::size_t i = 0; i < devices.size(); ++i) {
+        result.adapters.push_back(result.serviceDown ? unscrapedAdapter(devices[i], connections[i])
+                                                     : scrapeAdapter(devices[i], connections[i]));
     }
 }
 
-int writeText(const CommandContext& context, const std::string& text)
+}  // namespace
+
+AdapterMetrics unscrapedAdapter(const ZtAdapterDevice& device, const AdapterConnection& connection)
 {
-    const std::wstring& path = context.command.output;
+    AdapterMetrics adapter;
+    adapter.report.name = device.name;
+    adapter.report.problemCode = device.problemCode;
+    adapter.instanceId = device.instanceId;
+    adapter.hardwareId = device.hardwareId;
+    adapter.connectionName = connection.name;
+    adapter.scrapeSucceeded = device.problemCode != 0;
+    return adapter;
+}
+
+AdapterMetrics scrapeAdapter(const ZtAdapterDevice& device, const AdapterConnection& connection)
+{
+    AdapterMetrics adapter = unscrapedAdapter(device, connection);
+    if (device.problemCode == 0) {
+        const auto start = std::chrono::steady_clock::now();
+        adapter.report = surveyAdapter(device);
+        adapter.scrapeSeconds
+            = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        adapter.scrapeSucceeded = adapter.report.ready && isLinkKnown(adapter.report.media);
+    }
+    return adapter;
+}
+
+int writeMetricsText(const CommandContext& context, const std::wstring& path, const std::string& text)
+{
     if (path.empty()) {
         return context.console.out(fromUtf8(text)) ? exitOk : context.outputClosed();
     }
@@ -69,6 +77,8 @@ int writeText(const CommandContext& context, const std::string& text)
     }
     return exitOk;
 }
+
+namespace {
 
 std::wstring failedNames(const std::vector<AdapterMetrics>& adapters)
 {
@@ -86,18 +96,20 @@ std::wstring failedNames(const std::vector<AdapterMetrics>& adapters)
 int writeMetrics(const CommandContext& context, const std::vector<ZtAdapterDevice>& devices)
 {
     auto result = std::make_shared<Scrape>();
-    ServiceThread thread([result, devices] { scrape(*result, devices); });
+    // IP Helper answers from the machine's own tables: no need of the service thread.
+    const std::vector<AdapterConnection> connections = findAdapterConnections(devices);
+    ServiceThread thread([result, devices, connections] { scrape(*result, devices, connections); });
     std::vector<AdapterMetrics> adapters;
     const bool answered = thread.waitFor(context.limits.service) && thread.succeeded();
     if (answered) {
         adapters = result->adapters;
     } else {
         // The file still says what is known, and that the service didn't answer.
-        for (const ZtAdapterDevice& device : devices) {
-            adapters.push_back(unscraped(device));
+        for (std::size_t i = 0; i < devices.size(); ++i) {
+            adapters.push_back(unscrapedAdapter(devices[i], connections[i]));
         }
     }
-    const int written = writeText(context, metricsText(adapters));
+    const int written = writeMetricsText(context, context.command.metricsFile, metricsText(adapters));
     if (written != exitOk) {
         return written;
     }

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "installer/DeviceClassSet.h"
+#include "ztdiag/AdapterSelector.h"
 #include "ztdiag/Reports.h"
 
 struct AdapterMetrics {
@@ -26,6 +28,13 @@ struct AdapterMetrics {
     std::uint64_t removals = 0;
     double lastChangeSeconds = 0;  // Unix time of the last link change; 0: none seen
 };
+
+// An adapter as the device manager and IP Helper alone tell it: a scrape the
+// service hasn't answered, failed unless the device isn't working (it isn't asked).
+AdapterMetrics unscrapedAdapter(const ZtAdapterDevice& device, const AdapterConnection& connection);
+// An adapter read as the listing reads it, with the time it took; on the
+// calling (service) thread.
+AdapterMetrics scrapeAdapter(const ZtAdapterDevice& device, const AdapterConnection& connection);
 
 // The whole exposition, UTF-8, ending with a newline.
 std::string metricsText(const std::vector<AdapterMetrics>& adapters);

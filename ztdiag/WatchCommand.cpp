@@ -24,10 +24,13 @@
 #include "trace/FormatString.h"
 #include "trace/Trace.h"
 #include "wmi/WbemServices.h"
+#include "ztdiag/AdapterSelector.h"
 #include "ztdiag/Commands.h"
 #include "ztdiag/JsonOutput.h"
+#include "ztdiag/MetricsOutput.h"
 #include "ztdiag/ServiceThread.h"
 #include "ztdiag/TextOutput.h"
+#include "ztdiag/WatchMetrics.h"
 
 namespace {
 
@@ -76,6 +79,10 @@ struct WatchSession {
     ConditionVariable changed;
     std::deque<Incoming> incoming;  // for the service thread, in the order stamped
     std::deque<WatchEvent> events;  // for the main thread, in the same order
+    // With a metrics file, for the main thread: each adapter read as a scrape
+    // reads it, before its State or Added event, and temperatures read since.
+    std::deque<AdapterMetrics> readings;
+    std::deque<std::pair<std::wstring, ZtThermalInfo>> temperatures;
     bool subscribed = false;  // the initial state is in `events`
     std::wstring failure;  // why the work ended before it was asked to: the "ztdiag: " line
     bool workEnded = false;
@@ -98,6 +105,11 @@ struct WatchSession {
     }
 };
 
+bool sameTemperatures(const ZtThermalInfo& a, const ZtThermalInfo& b)
+{
+    return a.flags == b.flags && a.phyTemperature == b.phyTemperature && a.macTemperature == b.macTemperature;
+}
+
 std::wstring hresultText(HRESULT result)
 {
     return formatString(L"error 0x%08x", static_cast<unsigned>(result));
@@ -116,8 +128,10 @@ std::wstring refusedText(const std::vector<NdisSubscriptionFailure>& failures)
 // The service thread's work: the subscriptions, and the answer to each stamped item.
 class Watcher {
 public:
-    Watcher(std::shared_ptr<WatchSession> session, std::chrono::milliseconds healthPeriod)
-        : session_(std::move(session)), healthPeriod_(healthPeriod)
+    // With `metrics`, each adapter is also read whole when the watch begins or
+    // it arrives, and every temperature reading that differs is handed on.
+    Watcher(std::shared_ptr<WatchSession> session, std::chrono::milliseconds healthPeriod, bool metrics)
+        : session_(std::move(session)), healthPeriod_(healthPeriod), metrics_(metrics)
     {
     }
     Watcher(const Watcher&) = delete;
@@ -134,6 +148,7 @@ private:
         std::unique_ptr<ZtNic> thermal;
         bool present = true;
         TemperatureHealth health = TemperatureHealth::Unknown;  // the last reading
+        ZtThermalInfo temperatures;  // the last reading, with a metrics file
     };
 
     bool fail_(const std::wstring& message);
@@ -145,10 +160,12 @@ private:
     bool laterLinkEvent_(const std::wstring& adapter);
     Watched* find_(const std::wstring& adapter);
     void push_(WatchEvent event);
+    void pushStanding_(WatchEvent::Kind kind, Watched& watched, const WatchTime& time);
     void end_();
 
     std::shared_ptr<WatchSession> session_;
     const std::chrono::milliseconds healthPeriod_;
+    const bool metrics_;
     std::list<Watched> watched_;
     std::unique_ptr<NdisWmi> arrivals_;  // watching all: the arrival of any adapter
 };
@@ -220,7 +237,7 @@ void Watcher::run(const std::vector<ZtAdapterDevice>& adapters, bool all)
         bind_(watched);
     }
     for (Watched& watched : watched_) {
-        push_(standing_(WatchEvent::State, watched, begun));
+        pushStanding_(WatchEvent::State, watched, begun);
     }
     session_->update([](WatchSession& s) { s.subscribed = true; });
 
@@ -276,7 +293,14 @@ void Watcher::readHealth_()
         if (!watched.present || watched.device.problemCode != 0) {
             continue;
         }
-        const TemperatureHealth health = temperatureHealth(watched.thermal->getThermalInfo());
+        const ZtThermalInfo thermal = watched.thermal->getThermalInfo();
+        if (metrics_ && !sameTemperatures(thermal, watched.temperatures)) {
+            watched.temperatures = thermal;
+            session_->update([&watched, &thermal](WatchSession& s) {
+                s.temperatures.emplace_back(watched.device.name, thermal);
+            });
+        }
+        const TemperatureHealth health = temperatureHealth(thermal);
         if (health != watched.health) {
             watched.health = health;
             session_->stamp(Incoming::Health, watched.device.name, health);
@@ -312,6 +336,22 @@ void Watcher::push_(WatchEvent event)
     session_->update([&event](WatchSession& s) { s.events.push_back(std::move(event)); });
 }
 
+// The adapter's State or Added line; with a metrics file, after its whole reading.
+void Watcher::pushStanding_(WatchEvent::Kind kind, Watched& watched, const WatchTime& time)
+{
+    WatchEvent event = standing_(kind, watched, time);
+    if (!metrics_) {
+        push_(std::move(event));
+        return;
+    }
+    AdapterMetrics reading = scrapeAdapter(watched.device, findAdapterConnections({watched.device}).front());
+    watched.temperatures = reading.report.thermal;
+    session_->update([&event, &reading](WatchSession& s) {
+        s.readings.push_back(std::move(reading));
+        s.events.push_back(std::move(event));
+    });
+}
+
 // The line for `item`, after what the service says of it; false once the watch must end.
 bool Watcher::answer_(const Incoming& item)
 {
@@ -337,7 +377,7 @@ bool Watcher::answer_(const Incoming& item)
             return false;
         }
         bind_(watched_.back());
-        push_(standing_(WatchEvent::Added, watched_.back(), item.time));
+        pushStanding_(WatchEvent::Added, watched_.back(), item.time);
         return true;
     }
     if (watched == nullptr) {
@@ -362,6 +402,7 @@ bool Watcher::answer_(const Incoming& item)
     case Incoming::Removed:
         event.kind = WatchEvent::Removed;
         watched->present = false;
+        watched->temperatures = {};  // back, its first reading is news
         break;
     case Incoming::Arrived:
         event.kind = WatchEvent::Arrived;
@@ -460,7 +501,9 @@ int watchAdapters(const CommandContext& context, const std::vector<ZtAdapterDevi
     auto session = std::make_shared<WatchSession>();
     const bool all = context.command.adapter.empty();
     const std::chrono::milliseconds healthPeriod = context.limits.healthPeriod;
-    ServiceThread thread([session, adapters, all, healthPeriod] {
+    const std::wstring& metricsFile = context.command.metricsFile;
+    const bool metrics = !metricsFile.empty();
+    ServiceThread thread([session, adapters, all, healthPeriod, metrics] {
         // Whatever happens, the main thread hears that the work is over.
         struct Ended {
             std::shared_ptr<WatchSession> session;
@@ -469,7 +512,7 @@ int watchAdapters(const CommandContext& context, const std::vector<ZtAdapterDevi
                 session->update([](WatchSession& s) { s.workEnded = true; });
             }
         } ended{session};
-        Watcher(session, healthPeriod).run(adapters, all);
+        Watcher(session, healthPeriod, metrics).run(adapters, all);
     });
     const auto stop = [&session] { session->update([](WatchSession& s) { s.stop = true; }); };
     {
@@ -487,38 +530,78 @@ int watchAdapters(const CommandContext& context, const std::vector<ZtAdapterDevi
     }
 
     Console& console = context.console;
-    // The reader went away: nothing more is said, the subscriptions end.
-    const auto closed = [&] {
+    // The end of the watch: no more Ctrl+C, the subscriptions ended.
+    const auto finish = [&] {
         console.onInterrupt(nullptr);
         stop();
-        thread.waitFor(context.limits.service);
-        return exitOutputClosed;
+        return thread.waitFor(context.limits.service);
+    };
+    WatchMetrics kept;
+    auto written = std::chrono::steady_clock::now();
+    // The metrics file rewritten whole; 0, or the error told once the watch is over.
+    const auto writeFile = [&]() -> int {
+        written = std::chrono::steady_clock::now();
+        return metrics ? writeMetricsText(context, metricsFile, kept.text()) : exitOk;
+    };
+    // The reader went away: the subscriptions end, and the file is left complete.
+    const auto closed = [&] {
+        finish();
+        writeFile();
+        return context.outputClosed();
     };
     const bool json = context.command.json;
     if (!json && !console.out(watchingLine(adapters))) {
         return closed();
     }
     console.onInterrupt([session] { session->update([](WatchSession& s) { s.interrupted = true; }); });
+    // A watch that keeps a file rewrites it at least this often, so that its age tells that it runs.
+    constexpr auto rewritePeriod = std::chrono::seconds(15);
     LinkTracker tracker;
     for (;;) {
         std::deque<WatchEvent> events;
+        std::deque<AdapterMetrics> readings;
+        std::deque<std::pair<std::wstring, ZtThermalInfo>> temperatures;
         bool interrupted = false;
         bool ended = false;
         std::wstring failure;
         {
             std::unique_lock<SrwLock> guard(session->lock);
-            session->changed.wait(guard, [&session] {
-                return !session->events.empty() || session->interrupted || session->workEnded;
-            });
+            const auto ready = [&session] {
+                return !session->events.empty() || !session->temperatures.empty() || session->interrupted
+                    || session->workEnded;
+            };
+            if (metrics) {
+                session->changed.waitFor(guard, rewritePeriod, ready);
+            } else {
+                session->changed.wait(guard, ready);
+            }
             events.swap(session->events);
+            readings.swap(session->readings);
+            temperatures.swap(session->temperatures);
             interrupted = session->interrupted;
             ended = session->workEnded;
             failure = session->failure;
         }
+        for (AdapterMetrics& reading : readings) {
+            kept.read(std::move(reading));
+        }
+        for (const auto& reading : temperatures) {
+            kept.temperatures(reading.first, reading.second);
+        }
         for (WatchEvent& event : events) {
             tracker.classify(event);
+            kept.apply(event);
             if (!console.out(json ? watchJson(event) : watchText(event))) {
                 return closed();
+            }
+        }
+        const bool changed = !readings.empty() || !temperatures.empty() || !events.empty();
+        if (metrics
+            && (changed || interrupted || std::chrono::steady_clock::now() - written >= rewritePeriod)) {
+            const int code = writeFile();
+            if (code != exitOk) {
+                finish();
+                return code;
             }
         }
         if (interrupted) {
@@ -529,9 +612,7 @@ int watchAdapters(const CommandContext& context, const std::vector<ZtAdapterDevi
             return context.fail(exitServiceFailed, failure.empty() ? L"out of memory" : failure);
         }
     }
-    console.onInterrupt(nullptr);
-    stop();
-    if (!thread.waitFor(context.limits.service)) {
+    if (!finish()) {
         return context.timedOut(context.limits.service);
     }
     return exitOk;
