@@ -1,6 +1,8 @@
 // Rows of the console tool's listing: the WMI round trips it costs per
 // adapter, counted in the simulated service's call log, against the least
 // the adapter model's design needs.
+#include <algorithm>
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -28,8 +30,9 @@ public:
 // Devices of this group only, taken out of the listing (not present) when it is done.
 constexpr DWORD firstDevice = 100;
 
-// Lists `count` working adapters, each of its own name; -1 round trips if the listing failed.
-ServiceCalls listing(int count)
+// Runs `ztdiag ARGUMENTS` on `count` working adapters, each of its own name;
+// -1 round trips if it failed.
+ServiceCalls listing(int count, const std::vector<std::wstring>& arguments = {}, double* seconds = nullptr)
 {
     sim::AdapterSettings settings = benchAdapter();
     settings.locatorThread = true;
@@ -50,7 +53,11 @@ ServiceCalls listing(int count)
     }
     adapter.service().clearCalls();
     SilentConsole console;
-    const int code = ztdiagMain({}, console);
+    const auto start = std::chrono::steady_clock::now();
+    const int code = ztdiagMain(arguments, console);
+    if (seconds != nullptr) {
+        *seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    }
     adapter.service().drain();
     ServiceCalls calls = serviceCalls(adapter.service());
     if (code != 0) {
@@ -81,6 +88,30 @@ std::vector<Row> listingRows()
     };
 }
 
+// One scrape of `ztdiag metrics`: the listing's reading, so its least too.
+std::vector<Row> metricsRows()
+{
+    const ServiceCalls one = listing(1, {L"metrics"});
+    const ServiceCalls three = listing(3, {L"metrics"});
+    const int each = (three.roundTrips - one.roundTrips) / 2;
+    std::vector<double> times;
+    for (int i = 0; i < 21; ++i) {
+        double seconds = 0;
+        listing(1, {L"metrics"}, &seconds);
+        times.push_back(seconds * 1000);
+    }
+    std::sort(times.begin(), times.end());
+    return {
+        {"ztdiag metrics: WMI round trips per working adapter", std::to_string(each),
+         std::to_string(perAdapter), verdict(one.roundTrips >= 0 && each <= perAdapter),
+         "no event subscription; the listing's reading (see above)"},
+        {"ztdiag metrics: one scrape of one adapter on the simulated service",
+         fixed(times[times.size() / 2], 3) + " ms median", "", "",
+         "the whole command: device list, IP Helper, the service thread and its connection, the text"},
+    };
+}
+
 const RowGroup listingGroup("35 ztdiag", listingRows);
+const RowGroup metricsGroup("36 ztdiag metrics", metricsRows);
 
 }  // namespace
