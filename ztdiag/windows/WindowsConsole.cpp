@@ -47,7 +47,8 @@ bool WindowsConsole::write_(Stream& stream, const std::wstring& text)
     if (stream.console) {
         DWORD written = 0;
         stream.closed
-            = WriteConsoleW(stream.handle, text.data(), static_cast<DWORD>(text.size()), &written, nullptr) == 0;
+            = WriteConsoleW(stream.handle, text.data(), static_cast<DWORD>(text.size()), &written, nullptr)
+            == 0;
         return !stream.closed;
     }
     // A file or a pipe gets text as Windows programs write it: UTF-8, CR LF.
@@ -63,8 +64,9 @@ bool WindowsConsole::write_(Stream& stream, const std::wstring& text)
     // A pipe whose reader went fails with ERROR_NO_DATA or ERROR_BROKEN_PIPE;
     // a full disk with ERROR_DISK_FULL. Either way the rest would be lost too.
     DWORD written = 0;
-    stream.closed = WriteFile(stream.handle, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr) == 0
-                    || written != bytes.size();
+    stream.closed
+        = WriteFile(stream.handle, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr) == 0
+        || written != bytes.size();
     return !stream.closed;
 }
 
