@@ -148,7 +148,7 @@ private:
         std::unique_ptr<ZtNic> thermal;
         bool present = true;
         TemperatureHealth health = TemperatureHealth::Unknown;  // the last reading
-        ZtThermalInfo temperatures;  // the last reading, with a metrics file
+        ZtThermalInfo temperatures{};  // the last reading, with a metrics file
     };
 
     bool fail_(const std::wstring& message);
