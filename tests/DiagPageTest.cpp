@@ -542,8 +542,10 @@ TEST_F(DiagPageTest, healthFollowsTheTemperaturesAtEachTick)
     const Case cases[] = {
         {"both in order", 4500, 5425, 12, IDI_LAMP_OK, L"Temperature is ok",
          L"PHY: 45\u00B0C\tMAC: 54.25\u00B0C"},
-        {"one at the limit", 10000, 13000, 12, IDI_LAMP_OK, L"Temperature is ok",
+        {"PHY at the limit", 10000, 13000, 12, IDI_LAMP_OK, L"Temperature is ok",
          L"PHY: 100\u00B0C\tMAC: 130\u00B0C"},
+        {"MAC at the limit", 13000, 10000, 12, IDI_LAMP_OK, L"Temperature is ok",
+         L"PHY: 130\u00B0C\tMAC: 100\u00B0C"},
         {"PHY hot, MAC cool", 12000, 9000, 12, IDI_LAMP_OK, L"Temperature is ok",
          L"PHY: 120\u00B0C\tMAC: 90\u00B0C"},
         {"both above", 10001, 10001, 12, IDI_LAMP_HIGH, L"Temperature is high",
