@@ -12,51 +12,17 @@
 
 #include "host/HostPlatform.h"
 #include "platform.h"
+#include "sim/devices/DeviceTable.h"
 
 namespace host {
-
-struct PropertyKey {
-    DWORD devInst;
-    GUID fmtid;
-    DEVPROPID pid;
-    bool operator<(const PropertyKey& other) const;
-};
-
-struct StoredProperty {
-    DEVPROPTYPE type = 0;
-    std::vector<BYTE> bytes;
-};
-
-// A device the stand-in's device manager knows: its setup class, whether it
-// is present, and its instance id. Its properties are kept by devInst in
-// State::properties.
-struct HostDevice {
-    DWORD devInst;
-    GUID classGuid;
-    bool present;
-    std::wstring instanceId;
-};
 
 class ClassRegistration;  // ole32.cpp
 
 struct State {
     std::mutex lock;
     std::vector<std::string> debugOutput;
-    std::map<PropertyKey, StoredProperty> properties;
-    std::vector<HostDevice> devices;  // in the order they were added
-    // Device information sets made by SetupDiGetClassDevsW and not destroyed:
-    // their devices, by the set's token.
-    std::map<std::uintptr_t, std::vector<DWORD>> deviceSets;
-    std::uintptr_t nextDeviceSet = 1;
-    DWORD getClassDevsError = 0;
-    DWORD getInstanceIdError = 0;
+    sim::DeviceTable devices;  // SetupAPI's devices, their sets and class install parameters
     std::function<void(const DEVPROPKEY&, int)> propertyHook;
-    int propertyCalls = 0;
-    std::map<DWORD, std::vector<BYTE>> classInstallParams;
-    DWORD getParamsError = 0;
-    DWORD setParamsError = 0;
-    int getParamsCalls = 0;
-    int setParamsCalls = 0;
     std::vector<NetConnection> netConnections;
     ULONG getAdaptersAddressesError = 0;
     std::function<void(int)> adaptersAddressesHook;

@@ -1,8 +1,6 @@
-// Devices of a setup class, their instance ids, device properties and class
-// install parameters, with SetupAPI's protocol: size queries,
-// ERROR_INSUFFICIENT_BUFFER, and errors through GetLastError.
-#include <algorithm>
-#include <cstring>
+// SetupAPI's device functions over the host state's device table
+// (sim/devices/DeviceTable.h), errors through GetLastError, and the scripting of
+// host/HostPlatform.h.
 #include <string>
 
 #include "HostState.h"
@@ -20,397 +18,183 @@ const GUID GUID_DEVCLASS_NET = {0x4d36e972, 0xe325, 0x11ce, {0xbf, 0xc1, 0x08, 0
 
 namespace {
 
-int setOnlyInfoSet;  // its address is the installer's HDEVINFO
-// Sets of SetupDiGetClassDevsW: tokens from this address on, never dereferenced.
-char classSetTokens[1];
+using Call = sim::DeviceTable::Call;
 
-std::uintptr_t tokenOf(HDEVINFO set)
-{
-    return reinterpret_cast<std::uintptr_t>(set) - reinterpret_cast<std::uintptr_t>(classSetTokens);
-}
-
-// Under the state's lock: the installer's set, or one made and not yet destroyed.
-bool liveSet(const host::State& s, HDEVINFO set)
-{
-    return set == &setOnlyInfoSet || (set != nullptr && s.deviceSets.count(tokenOf(set)) != 0);
-}
-
-host::PropertyKey keyOf(const SP_DEVINFO_DATA& device, const DEVPROPKEY& key)
-{
-    return {device.DevInst, key.fmtid, key.pid};
-}
-
-BOOL fail(DWORD error)
-{
-    SetLastError(error);
-    return FALSE;
-}
-
-// A root-enumerated device's form of id: "ROOT\NET\0007".
-std::wstring defaultInstanceId(DWORD devInst)
-{
-    std::wstring digits = std::to_wstring(devInst);
-    return L"ROOT\\NET\\" + std::wstring(digits.size() < 4 ? 4 - digits.size() : 0, L'0') + digits;
-}
-
-// Under the state's lock.
-bool validDevice(const host::State& s, HDEVINFO set, const SP_DEVINFO_DATA* device)
-{
-    return liveSet(s, set) && device != nullptr && device->cbSize == sizeof(SP_DEVINFO_DATA);
-}
-
-BOOL readProperty(HDEVINFO set, PSP_DEVINFO_DATA device, const DEVPROPKEY* key, DEVPROPTYPE* type,
-                  PBYTE buffer, DWORD bufferSize, PDWORD requiredSize, DWORD flags)
+// Runs `action` on the device table under the state's lock.
+template <typename Action> auto withTable(Action action)
 {
     auto& s = host::state();
     const std::lock_guard<std::mutex> guard(s.lock);
-    if (!validDevice(s, set, device)) {
-        return fail(ERROR_INVALID_HANDLE);
+    return action(s.devices);
+}
+
+// Success leaves the thread's last error as it was.
+BOOL answer(DWORD error)
+{
+    if (error != 0) {
+        SetLastError(error);
     }
-    if (key == nullptr || type == nullptr || (buffer == nullptr && bufferSize != 0)) {
-        return fail(ERROR_INVALID_USER_BUFFER);
-    }
-    if (flags != 0) {
-        return fail(ERROR_INVALID_FLAGS);
-    }
-    const auto found = s.properties.find(keyOf(*device, *key));
-    if (found == s.properties.end()) {
-        return fail(ERROR_NOT_FOUND);
-    }
-    const auto& value = found->second;
-    const auto size = static_cast<DWORD>(value.bytes.size());
-    *type = value.type;
-    if (requiredSize != nullptr) {
-        *requiredSize = size;
-    }
-    if (bufferSize < size) {
-        return fail(ERROR_INSUFFICIENT_BUFFER);
-    }
-    if (size != 0) {
-        std::memcpy(buffer, value.bytes.data(), size);
-    }
-    return TRUE;
+    return error == 0 ? TRUE : FALSE;
 }
 
 }  // namespace
 
 HDEVINFO SetupDiGetClassDevsW(const GUID* classGuid, PCWSTR enumerator, HWND parent, DWORD flags)
 {
-    if (classGuid == nullptr || enumerator != nullptr || parent != nullptr || (flags & ~DIGCF_PRESENT) != 0) {
-        SetLastError(ERROR_INVALID_PARAMETER);  // beyond what the stand-in models
-        return INVALID_HANDLE_VALUE;
-    }
-    auto& s = host::state();
-    const std::lock_guard<std::mutex> guard(s.lock);
-    if (s.getClassDevsError != 0) {
-        SetLastError(s.getClassDevsError);
-        return INVALID_HANDLE_VALUE;
-    }
-    std::vector<DWORD> members;
-    for (const host::HostDevice& device : s.devices) {
-        if (device.classGuid == *classGuid && (device.present || (flags & DIGCF_PRESENT) == 0)) {
-            members.push_back(device.devInst);
-        }
-    }
-    const std::uintptr_t token = s.nextDeviceSet++;
-    s.deviceSets[token] = std::move(members);
-    return classSetTokens + token;
+    HDEVINFO set = INVALID_HANDLE_VALUE;
+    answer(withTable([&](auto& t) { return t.getClassDevs(classGuid, enumerator, parent, flags, &set); }));
+    return set;
 }
 
 BOOL SetupDiEnumDeviceInfo(HDEVINFO set, DWORD index, PSP_DEVINFO_DATA device)
 {
-    auto& s = host::state();
-    const std::lock_guard<std::mutex> guard(s.lock);
-    const auto found = set == nullptr ? s.deviceSets.end() : s.deviceSets.find(tokenOf(set));
-    if (found == s.deviceSets.end()) {
-        return fail(ERROR_INVALID_HANDLE);
-    }
-    if (device == nullptr || device->cbSize != sizeof(SP_DEVINFO_DATA)) {
-        return fail(ERROR_INVALID_USER_BUFFER);
-    }
-    if (index >= found->second.size()) {
-        return fail(ERROR_NO_MORE_ITEMS);
-    }
-    *device = host::makeDevice(found->second[index]);
-    for (const host::HostDevice& known : s.devices) {
-        if (known.devInst == device->DevInst) {
-            device->ClassGuid = known.classGuid;
-        }
-    }
-    return TRUE;
+    return answer(withTable([&](auto& t) { return t.enumDeviceInfo(set, index, device); }));
 }
 
 BOOL SetupDiDestroyDeviceInfoList(HDEVINFO set)
 {
-    auto& s = host::state();
-    const std::lock_guard<std::mutex> guard(s.lock);
-    if (set == nullptr || s.deviceSets.erase(tokenOf(set)) == 0) {
-        return fail(ERROR_INVALID_HANDLE);
-    }
-    return TRUE;
+    return answer(withTable([&](auto& t) { return t.destroyDeviceInfoList(set); }));
 }
 
 BOOL SetupDiGetDevicePropertyW(HDEVINFO set, PSP_DEVINFO_DATA device, const DEVPROPKEY* key,
                                DEVPROPTYPE* type, PBYTE buffer, DWORD bufferSize, PDWORD requiredSize,
                                DWORD flags)
 {
-    const BOOL ok = readProperty(set, device, key, type, buffer, bufferSize, requiredSize, flags);
-    const DWORD error = GetLastError();
     std::function<void(const DEVPROPKEY&, int)> hook;
     int call = 0;
-    {
-        auto& s = host::state();
-        const std::lock_guard<std::mutex> guard(s.lock);
-        call = ++s.propertyCalls;
-        hook = s.propertyHook;
-    }
+    const DWORD error = withTable([&](auto& t) {
+        hook = host::state().propertyHook;
+        const DWORD found
+            = t.getDeviceProperty(set, device, key, type, buffer, bufferSize, requiredSize, flags);
+        call = t.calls(Call::getDeviceProperty);
+        return found;
+    });
+    const DWORD last = error != 0 ? error : GetLastError();
     if (hook && key != nullptr) {
-        hook(*key, call);
+        hook(*key, call);  // outside the lock: it may call in again
     }
-    SetLastError(error);
-    return ok;
+    SetLastError(last);
+    return error == 0 ? TRUE : FALSE;
 }
 
 BOOL SetupDiGetDeviceInstanceIdW(HDEVINFO set, PSP_DEVINFO_DATA device, PWSTR id, DWORD size,
                                  PDWORD requiredSize)
 {
-    auto& s = host::state();
-    const std::lock_guard<std::mutex> guard(s.lock);
-    if (!validDevice(s, set, device)) {
-        return fail(ERROR_INVALID_HANDLE);
-    }
-    if (id == nullptr && size != 0) {
-        return fail(ERROR_INVALID_USER_BUFFER);
-    }
-    if (s.getInstanceIdError != 0) {
-        return fail(s.getInstanceIdError);
-    }
-    std::wstring text;
-    for (const host::HostDevice& known : s.devices) {
-        if (known.devInst == device->DevInst) {
-            text = known.instanceId;
-        }
-    }
-    if (text.empty()) {
-        text = defaultInstanceId(device->DevInst);
-    }
-    const auto needed = static_cast<DWORD>(text.size() + 1);
-    if (requiredSize != nullptr) {
-        *requiredSize = needed;
-    }
-    if (size < needed) {
-        return fail(ERROR_INSUFFICIENT_BUFFER);
-    }
-    std::copy(text.c_str(), text.c_str() + needed, id);
-    return TRUE;
+    return answer(
+        withTable([&](auto& t) { return t.getDeviceInstanceId(set, device, id, size, requiredSize); }));
 }
 
 BOOL SetupDiGetClassInstallParamsW(HDEVINFO set, PSP_DEVINFO_DATA device, PSP_CLASSINSTALL_HEADER params,
                                    DWORD paramsSize, PDWORD requiredSize)
 {
-    auto& s = host::state();
-    const std::lock_guard<std::mutex> guard(s.lock);
-    ++s.getParamsCalls;
-    if (!validDevice(s, set, device)) {
-        return fail(ERROR_INVALID_HANDLE);
-    }
-    if (s.getParamsError != 0) {
-        return fail(s.getParamsError);
-    }
-    if (params != nullptr && params->cbSize != sizeof(SP_CLASSINSTALL_HEADER)) {
-        return fail(ERROR_INVALID_USER_BUFFER);
-    }
-    const auto found = s.classInstallParams.find(device->DevInst);
-    if (found == s.classInstallParams.end()) {
-        return fail(ERROR_NO_CLASSINSTALL_PARAMS);
-    }
-    const auto size = static_cast<DWORD>(found->second.size());
-    if (requiredSize != nullptr) {
-        *requiredSize = size;
-    }
-    if (params == nullptr || paramsSize < size) {
-        return fail(ERROR_INSUFFICIENT_BUFFER);
-    }
-    std::memcpy(params, found->second.data(), size);
-    return TRUE;
+    return answer(withTable(
+        [&](auto& t) { return t.getClassInstallParams(set, device, params, paramsSize, requiredSize); }));
 }
 
 BOOL SetupDiSetClassInstallParamsW(HDEVINFO set, PSP_DEVINFO_DATA device, PSP_CLASSINSTALL_HEADER params,
                                    DWORD paramsSize)
 {
-    auto& s = host::state();
-    const std::lock_guard<std::mutex> guard(s.lock);
-    ++s.setParamsCalls;
-    if (!validDevice(s, set, device)) {
-        return fail(ERROR_INVALID_HANDLE);
-    }
-    if (s.setParamsError != 0) {
-        return fail(s.setParamsError);
-    }
-    if (params == nullptr || params->cbSize != sizeof(SP_CLASSINSTALL_HEADER)
-        || paramsSize < sizeof(SP_CLASSINSTALL_HEADER)) {
-        return fail(ERROR_INVALID_USER_BUFFER);
-    }
-    const auto* bytes = reinterpret_cast<const BYTE*>(params);
-    s.classInstallParams[device->DevInst].assign(bytes, bytes + paramsSize);
-    return TRUE;
+    return answer(
+        withTable([&](auto& t) { return t.setClassInstallParams(set, device, params, paramsSize); }));
 }
 
 namespace host {
 
 HDEVINFO deviceInfoSet()
 {
-    return &setOnlyInfoSet;
+    return withTable([](auto& t) { return t.installerSet(); });
 }
 
 SP_DEVINFO_DATA makeDevice(DWORD devInst)
 {
-    SP_DEVINFO_DATA device{};
-    device.cbSize = sizeof device;
-    device.DevInst = devInst;
-    return device;
+    return sim::DeviceTable::device(devInst);
 }
 
 void addDevice(DWORD devInst, const GUID& classGuid, bool present, const std::wstring& instanceId)
 {
-    auto& s = state();
-    const std::lock_guard<std::mutex> guard(s.lock);
-    for (HostDevice& device : s.devices) {
-        if (device.devInst == devInst) {
-            device = {devInst, classGuid, present, instanceId};
-            return;
-        }
-    }
-    s.devices.push_back({devInst, classGuid, present, instanceId});
+    withTable([&](auto& t) { t.addDevice(devInst, classGuid, present, instanceId); });
 }
 
 void failGetClassDevs(DWORD error)
 {
-    auto& s = state();
-    const std::lock_guard<std::mutex> guard(s.lock);
-    s.getClassDevsError = error;
+    withTable([&](auto& t) { t.fail(Call::getClassDevs, error); });
 }
 
 void failGetDeviceInstanceId(DWORD error)
 {
-    auto& s = state();
-    const std::lock_guard<std::mutex> guard(s.lock);
-    s.getInstanceIdError = error;
+    withTable([&](auto& t) { t.fail(Call::getDeviceInstanceId, error); });
 }
 
 int liveDeviceInfoSets()
 {
-    auto& s = state();
-    const std::lock_guard<std::mutex> guard(s.lock);
-    return static_cast<int>(s.deviceSets.size());
+    return withTable([](auto& t) { return t.liveSets(); });
 }
 
 void setDeviceProperty(const SP_DEVINFO_DATA& device, const DEVPROPKEY& key, DEVPROPTYPE type,
                        std::vector<BYTE> bytes)
 {
-    auto& s = state();
-    const std::lock_guard<std::mutex> guard(s.lock);
-    s.properties[keyOf(device, key)] = StoredProperty{type, std::move(bytes)};
+    withTable([&](auto& t) { t.setProperty(device.DevInst, key, type, std::move(bytes)); });
 }
-
-namespace {
-std::vector<BYTE> wideBytes(const std::wstring& units)
-{
-    const auto* p = reinterpret_cast<const BYTE*>(units.data());
-    return {p, p + units.size() * sizeof(WCHAR)};
-}
-}  // namespace
 
 void setDeviceString(const SP_DEVINFO_DATA& device, const DEVPROPKEY& key, const std::wstring& text)
 {
-    setDeviceProperty(device, key, DEVPROP_TYPE_STRING, wideBytes(text + L'\0'));
+    withTable([&](auto& t) { t.setString(device.DevInst, key, text); });
 }
 
 void setDeviceStringList(const SP_DEVINFO_DATA& device, const DEVPROPKEY& key,
                          const std::vector<std::wstring>& strings)
 {
-    std::wstring units;
-    for (const auto& text : strings) {
-        units += text;
-        units += L'\0';
-    }
-    units += L'\0';
-    setDeviceProperty(device, key, DEVPROP_TYPE_STRING_LIST, wideBytes(units));
+    withTable([&](auto& t) { t.setStringList(device.DevInst, key, strings); });
 }
 
 void setDeviceUint32(const SP_DEVINFO_DATA& device, const DEVPROPKEY& key, DWORD value)
 {
-    const auto* p = reinterpret_cast<const BYTE*>(&value);
-    setDeviceProperty(device, key, DEVPROP_TYPE_UINT32, {p, p + sizeof value});
+    withTable([&](auto& t) { t.setUint32(device.DevInst, key, value); });
 }
 
 void removeDeviceProperty(const SP_DEVINFO_DATA& device, const DEVPROPKEY& key)
 {
-    auto& s = state();
-    const std::lock_guard<std::mutex> guard(s.lock);
-    s.properties.erase(keyOf(device, key));
+    withTable([&](auto& t) { t.removeProperty(device.DevInst, key); });
 }
 
 void onDevicePropertyRead(std::function<void(const DEVPROPKEY&, int)> hook)
 {
-    auto& s = state();
-    const std::lock_guard<std::mutex> guard(s.lock);
-    s.propertyHook = std::move(hook);
+    withTable([&](auto&) { state().propertyHook = std::move(hook); });
 }
 
 int devicePropertyCalls()
 {
-    auto& s = state();
-    const std::lock_guard<std::mutex> guard(s.lock);
-    return s.propertyCalls;
+    return withTable([](auto& t) { return t.calls(Call::getDeviceProperty); });
 }
 
 void setAddPropertyPageData(const SP_DEVINFO_DATA& device, const SP_ADDPROPERTYPAGE_DATA& data)
 {
-    auto& s = state();
-    const std::lock_guard<std::mutex> guard(s.lock);
-    const auto* bytes = reinterpret_cast<const BYTE*>(&data);
-    s.classInstallParams[device.DevInst].assign(bytes, bytes + sizeof data);
+    withTable([&](auto& t) { t.setAddPropertyPageData(device.DevInst, data); });
 }
 
 SP_ADDPROPERTYPAGE_DATA addPropertyPageData(const SP_DEVINFO_DATA& device)
 {
-    auto& s = state();
-    const std::lock_guard<std::mutex> guard(s.lock);
-    SP_ADDPROPERTYPAGE_DATA data{};
-    const auto found = s.classInstallParams.find(device.DevInst);
-    if (found != s.classInstallParams.end()) {
-        std::memcpy(&data, found->second.data(), std::min(found->second.size(), sizeof data));
-    }
-    return data;
+    return withTable([&](auto& t) { return t.addPropertyPageData(device.DevInst); });
 }
 
 void failGetClassInstallParams(DWORD error)
 {
-    auto& s = state();
-    const std::lock_guard<std::mutex> guard(s.lock);
-    s.getParamsError = error;
+    withTable([&](auto& t) { t.fail(Call::getClassInstallParams, error); });
 }
 
 void failSetClassInstallParams(DWORD error)
 {
-    auto& s = state();
-    const std::lock_guard<std::mutex> guard(s.lock);
-    s.setParamsError = error;
+    withTable([&](auto& t) { t.fail(Call::setClassInstallParams, error); });
 }
 
 int getClassInstallParamsCalls()
 {
-    auto& s = state();
-    const std::lock_guard<std::mutex> guard(s.lock);
-    return s.getParamsCalls;
+    return withTable([](auto& t) { return t.calls(Call::getClassInstallParams); });
 }
 
 int setClassInstallParamsCalls()
 {
-    auto& s = state();
-    const std::lock_guard<std::mutex> guard(s.lock);
-    return s.setParamsCalls;
+    return withTable([](auto& t) { return t.calls(Call::setClassInstallParams); });
 }
 
 }  // namespace host

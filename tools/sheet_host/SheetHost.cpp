@@ -182,18 +182,21 @@ void SheetHost::letSheetThreadEnd_()
 
 void SheetHost::setProblemCode_(std::uint32_t code)
 {
-    installer_.setUint32(DEVPKEY_Device_ProblemCode, code);
+    devices_.with(
+        [&](sim::DeviceTable& t) { t.setUint32(device_.DevInst, DEVPKEY_Device_ProblemCode, code); });
 }
 
 bool SheetHost::install_()
 {
-    if (scenario_.hasHardwareIds) {
-        installer_.setStringList(DEVPKEY_Device_HardwareIds, scenario_.hardwareIds);
-    }
-    if (!scenario_.friendlyName.empty()) {
-        installer_.setString(DEVPKEY_Device_FriendlyName, scenario_.friendlyName);
-    }
-    installer_.setString(DEVPKEY_Device_DeviceDesc, L"ZT Ethernet Adapter");
+    devices_.with([&](sim::DeviceTable& t) {
+        if (scenario_.hasHardwareIds) {
+            t.setStringList(device_.DevInst, DEVPKEY_Device_HardwareIds, scenario_.hardwareIds);
+        }
+        if (!scenario_.friendlyName.empty()) {
+            t.setString(device_.DevInst, DEVPKEY_Device_FriendlyName, scenario_.friendlyName);
+        }
+        t.setString(device_.DevInst, DEVPKEY_Device_DeviceDesc, L"ZT Ethernet Adapter");
+    });
     setProblemCode_(scenario_.problemCode);
 
     // The record as the installer hands it over: other installers' pages first.
@@ -205,7 +208,7 @@ bool SheetHost::install_()
             = hostPages_.create(L"Page " + std::to_wstring(index + 1), L"A page of another installer.");
     }
     record.NumDynamicPages = scenario_.existingPages;
-    installer_.setClassInstallParams(record);
+    devices_.with([&](sim::DeviceTable& t) { t.setAddPropertyPageData(device_.DevInst, record); });
 
     const std::wstring path = scenario_.dll.empty() ? beside(L"ztprop.dll") : scenario_.dll;
     {
@@ -222,13 +225,8 @@ bool SheetHost::install_()
     // lead to this host's device installer instead.
     setupApi_ = std::make_unique<ImportPatch>(
         module_->handle(), "setupapi.dll",
-        std::vector<ImportPatch::Replacement>{
-            {"SetupDiGetClassInstallParamsW",
-             reinterpret_cast<const void*>(&DeviceInstaller::setupDiGetClassInstallParams)},
-            {"SetupDiSetClassInstallParamsW",
-             reinterpret_cast<const void*>(&DeviceInstaller::setupDiSetClassInstallParams)},
-            {"SetupDiGetDevicePropertyW",
-             reinterpret_cast<const void*>(&DeviceInstaller::setupDiGetDeviceProperty)}});
+        SetupApiStandIn::replacements(
+            {"SetupDiGetClassInstallParamsW", "SetupDiSetClassInstallParamsW", "SetupDiGetDevicePropertyW"}));
     spy_ = std::make_unique<ModuleSpy>(module_->handle());
     com_ = std::make_unique<ComWatch>(module_->handle());
     reader_ = std::make_unique<PageReader>(module_->handle());
@@ -247,14 +245,16 @@ bool SheetHost::install_()
     DWORD result = 0;
     {
         const Watchdog::Wait wait(watchdog_, "CoDeviceInstall", callLimit);
-        result = module_->entry()(scenario_.installFunction, installer_.deviceInfoSet(),
-                                  installer_.deviceInfoData(), &context);
+        const HDEVINFO set = devices_.with([](sim::DeviceTable& t) { return t.installerSet(); });
+        result = module_->entry()(scenario_.installFunction, set, &device_, &context);
     }
     flushTrace_();
     say("CoDeviceInstall(" + hex(scenario_.installFunction) + ") = " + std::to_string(result));
 
-    const SP_ADDPROPERTYPAGE_DATA after = installer_.classInstallParams();
-    say("record: stored " + std::to_string(installer_.storeCount()) + " time(s), pages "
+    const SP_ADDPROPERTYPAGE_DATA after
+        = devices_.with([&](sim::DeviceTable& t) { return t.addPropertyPageData(device_.DevInst); });
+    const int stores = devices_.with([](sim::DeviceTable& t) { return t.stores(); });
+    say("record: stored " + std::to_string(stores) + " time(s), pages "
         + std::to_string(record.NumDynamicPages) + " -> " + std::to_string(after.NumDynamicPages));
     sheetPages_.push_back(hostPages_.create(L"General", L"ZT Ethernet Adapter"));
     for (DWORD index = 0; index < after.NumDynamicPages && index < MAX_INSTALLWIZARD_DYNAPAGES; ++index) {

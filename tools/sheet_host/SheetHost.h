@@ -15,13 +15,13 @@
 #include "tools/sheet_host/CallerThreads.h"
 #include "tools/sheet_host/CoInstallerModule.h"
 #include "tools/sheet_host/ComWatch.h"
-#include "tools/sheet_host/DeviceInstaller.h"
 #include "tools/sheet_host/HostPages.h"
 #include "tools/sheet_host/IconCatalog.h"
 #include "tools/sheet_host/ImportPatch.h"
 #include "tools/sheet_host/ModuleSpy.h"
 #include "tools/sheet_host/PageReader.h"
 #include "tools/sheet_host/Scenario.h"
+#include "tools/sheet_host/SetupApiStandIn.h"
 #include "tools/sheet_host/Watchdog.h"
 #include "tools/sheet_host/Win32.h"
 
@@ -79,7 +79,9 @@ private:
     CallerThreads callers_;  // the service's watch notes threads in it until the service is gone
     std::atomic<int> serviceCallsUnderLoaderLock_{0};  // as the watch saw them, for a run that hangs
     std::unique_ptr<sim::SimAdapter> adapter_;
-    DeviceInstaller installer_;
+    // The device installer's side: the device's properties and class-install parameters.
+    SetupApiStandIn devices_;
+    SP_DEVINFO_DATA device_ = sim::DeviceTable::device(1);
     HostPages hostPages_;
     std::unique_ptr<CoInstallerModule> module_;
     std::unique_ptr<ImportPatch> setupApi_;

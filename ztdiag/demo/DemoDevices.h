@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "tools/sheet_host/ImportPatch.h"
+#include "tools/sheet_host/SetupApiStandIn.h"
 #include "tools/sheet_host/Win32.h"
 // clang-format off
 #include <winsock2.h>
@@ -38,17 +39,6 @@ public:
     // All six functions were found among the program's imports and replaced.
     bool patched() const;
 
-    // SetupDiGetClassDevsW, SetupDiEnumDeviceInfo, SetupDiDestroyDeviceInfoList,
-    // SetupDiGetDevicePropertyW, SetupDiGetDeviceInstanceIdW, with SetupAPI's
-    // protocol for what the tool asks.
-    static HDEVINFO WINAPI getClassDevs(const GUID* classGuid, PCWSTR enumerator, HWND parent, DWORD flags);
-    static BOOL WINAPI enumDeviceInfo(HDEVINFO set, DWORD index, PSP_DEVINFO_DATA device);
-    static BOOL WINAPI destroyDeviceInfoList(HDEVINFO set);
-    static BOOL WINAPI getDeviceProperty(HDEVINFO set, PSP_DEVINFO_DATA device, const DEVPROPKEY* key,
-                                         DEVPROPTYPE* type, PBYTE buffer, DWORD bufferSize,
-                                         PDWORD requiredSize, DWORD flags);
-    static BOOL WINAPI getDeviceInstanceId(HDEVINFO set, PSP_DEVINFO_DATA device, PWSTR id, DWORD size,
-                                           PDWORD requiredSize);
     // GetAdaptersAddresses: the devices with a connection, with IP Helper's
     // protocol (ERROR_BUFFER_OVERFLOW, ERROR_NO_DATA); no addresses.
     static ULONG WINAPI getAdaptersAddresses(ULONG family, ULONG flags, PVOID reserved,
@@ -56,8 +46,7 @@ public:
 
 private:
     std::vector<Device> devices_;
-    int set_ = 0;  // its address is the set of the network class
-    int emptySet_ = 0;  // and this one of any other class
+    SetupApiStandIn setupApi_;  // the devices, the network class's, as SetupAPI lists them
     std::unique_ptr<ImportPatch> patch_;
     std::unique_ptr<ImportPatch> ipHelperPatch_;
 };
