@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <functional>
 #include <optional>
 #include <thread>
 
@@ -68,8 +69,9 @@ protected:
         moduleRecord.deviceReader.reset();
     }
 
-    // Opens the page on a thread of its own, runs `body` there, closes the sheet.
-    template <typename Body> void withPage(Body body)
+    // Opens the page on a thread of its own, runs `body` there, closes the
+    // sheet; then, on that thread still, `afterClose`.
+    template <typename Body> void withPage(Body body, const std::function<void()>& afterClose = nullptr)
     {
         onNewThread([&] {
             {
@@ -79,6 +81,9 @@ protected:
                 body(sheet);
             }
             endThreadWbemServices();
+            if (afterClose) {
+                afterClose();
+            }
         });
     }
     void waitRunning() { ASSERT_TRUE(driver_->waitUntilCableTestRunning(adapter)); }
@@ -362,17 +367,18 @@ TEST_F(DiagPageTest, fiftySheetsWithRunsAndTicksLeaveNoHandleBehind)
                              [&](const auto& call) { return call.function == function; });
     };
     for (int i = 0; i < 50; ++i) {
-        withPage([&](PageSheet& sheet) {
-            sheet.tick();
-            sheet.click(IDC_RUN_DIAG);
-            ASSERT_TRUE(sheet.pumpUntil([&] { return sheet.screen().runEnabled; }));
-            sheet.tick();
-        });
+        withPage(
+            [&](PageSheet& sheet) {
+                sheet.tick();
+                sheet.click(IDC_RUN_DIAG);
+                ASSERT_TRUE(sheet.pumpUntil([&] { return sheet.screen().runEnabled; }));
+                sheet.tick();
+            },
+            [] { EXPECT_EQ(host::liveThreadHandles(), 0) << "the page's thread made the workers"; });
     }
     EXPECT_EQ(host::liveIcons(), 0);
     EXPECT_EQ(host::liveImageLists(), 0);
     EXPECT_EQ(count("ImageList_Destroy"), count("ImageList_Create")) << "each image list destroyed once";
-    EXPECT_EQ(host::liveThreadHandles(), 0);
 }
 
 TEST_F(DiagPageTest, anAdapterDisabledDuringARunIsShownAfterIt)
