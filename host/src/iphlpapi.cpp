@@ -57,7 +57,7 @@ void layOut(const std::vector<host::NetConnection>& connections, IP_ADAPTER_ADDR
         entry.FriendlyName = place(next, connection.friendlyName.c_str(), connection.friendlyName.size());
         const std::size_t length
             = std::min<std::size_t>(connection.physicalAddress.size(), MAX_ADAPTER_ADDRESS_LENGTH);
-        std::memcpy(entry.PhysicalAddress, connection.physicalAddress.data(), length);
+        std::copy_n(connection.physicalAddress.begin(), length, entry.PhysicalAddress);
         entry.PhysicalAddressLength = static_cast<ULONG>(length);
         entry.Mtu = 1500;
         entry.IfType = 6;  // IF_TYPE_ETHERNET_CSMACD

@@ -87,7 +87,8 @@ SP_ADDPROPERTYPAGE_DATA DeviceTable::addPropertyPageData(DWORD devInst) const
     SP_ADDPROPERTYPAGE_DATA data{};
     const auto found = params_.find(devInst);
     if (found != params_.end()) {
-        std::memcpy(&data, found->second.data(), std::min(found->second.size(), sizeof data));
+        std::copy_n(found->second.begin(), std::min(found->second.size(), sizeof data),
+                    reinterpret_cast<BYTE*>(&data));
     }
     return data;
 }
@@ -274,7 +275,7 @@ DWORD DeviceTable::getClassInstallParams(HDEVINFO set, const SP_DEVINFO_DATA* de
     if (params == nullptr || paramsSize < size) {
         return ERROR_INSUFFICIENT_BUFFER;
     }
-    std::memcpy(params, found->second.data(), size);
+    std::copy_n(found->second.begin(), size, reinterpret_cast<BYTE*>(params));
     return 0;
 }
 

@@ -112,7 +112,7 @@ ULONG WINAPI DemoDevices::getAdaptersAddresses(ULONG family, ULONG /*flags*/, PV
         entry.FriendlyName = place(next, device.connectionName.c_str(), device.connectionName.size());
         const std::size_t length
             = std::min<std::size_t>(device.macAddress.size(), MAX_ADAPTER_ADDRESS_LENGTH);
-        std::memcpy(entry.PhysicalAddress, device.macAddress.data(), length);
+        std::copy_n(device.macAddress.begin(), length, entry.PhysicalAddress);
         entry.PhysicalAddressLength = static_cast<ULONG>(length);
         entry.Mtu = 1500;
         entry.IfType = IF_TYPE_ETHERNET_CSMACD;
