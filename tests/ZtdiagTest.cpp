@@ -120,12 +120,15 @@ host::NetConnection firstConnection()
             {0x00, 0x1B, 0x21, 0x3A, 0x4F, 0x5C},
             "{5A1C7D2E-0B3F-4E61-9C8A-2D4F6B1E3A70}"};
 }
-const host::NetConnection otherMakers{L"Onboard Gigabit Ethernet",
-                                      L"Ethernet",
-                                      7,
-                                      7,
-                                      {0x00, 0x1B, 0x21, 0x3A, 0x4F, 0x60},
-                                      "{0E4B9A53-7C21-4D8F-A6B0-3F5E2C9D1B84}"};
+host::NetConnection otherMakers()
+{
+    return {L"Onboard Gigabit Ethernet",
+            L"Ethernet",
+            7,
+            7,
+            {0x00, 0x1B, 0x21, 0x3A, 0x4F, 0x60},
+            "{0E4B9A53-7C21-4D8F-A6B0-3F5E2C9D1B84}"};
+}
 
 // The machine: the simulated adapter `first` (2.5 Gbps, four good pairs, 100 m
 // of cable as the driver measures it), listed with `devices` 1, and with 2 also
@@ -140,7 +143,7 @@ public:
         for (int i = 0; i < devices; ++i) {
             device(i == 0 ? first : disabled, i == 0 ? 0 : 22);
         }
-        host::setNetConnections({otherMakers, firstConnection()});
+        host::setNetConnections({otherMakers(), firstConnection()});
     }
     ~Machine()
     {
@@ -207,8 +210,10 @@ const wchar_t* const firstConnectionListed
     = L"Connection : Ethernet 2\nifIndex    : 12\nMAC address: 00-1B-21-3A-4F-5C\n";
 const wchar_t* const noConnectionListed
     = L"Connection : <unknown>\nifIndex    : <unknown>\nMAC address: <unknown>\n";
-const std::wstring firstListed = L"Name       : ZT Ethernet Adapter\n" + std::wstring(firstConnectionListed)
-    + L"State      : Ready\n"
+const wchar_t* const firstListed
+    = L"Name       : ZT Ethernet Adapter\n"
+      L"Connection : Ethernet 2\nifIndex    : 12\nMAC address: 00-1B-21-3A-4F-5C\n"
+      L"State      : Ready\n"
       L"Link       : Connected, 2.5 Gbps\n"
       L"Health     : Temperature is ok (PHY 54.25\u00B0C, MAC 61\u00B0C)\n"
       L"Firmware   : 1.5.66\nCable test : Yes\n";
@@ -891,7 +896,7 @@ TEST(Ztdiag, anAdapterCanBeNamedByItsDeviceInstanceIdInAnyCase)
 // `disabled`'s connection besides `first`'s, and a third ZT adapter without one.
 void connections(Machine& m)
 {
-    host::setNetConnections({otherMakers,
+    host::setNetConnections({otherMakers(),
                              firstConnection(),
                              {disabled,
                               L"Verbindung \u00C4",
@@ -1044,6 +1049,7 @@ TEST(Ztdiag, aListLongerThanTheFirstBufferIsReadWithTheSizeIpHelperAsksFor)
 {
     // Long enough for the first buffer, and longer again after the size was asked.
     std::vector<host::NetConnection> others;
+    others.reserve(60);
     for (int i = 0; i < 60; ++i) {
         others.push_back({L"Virtual Adapter " + std::to_wstring(i) + std::wstring(150, L'x'),
                           L"vEthernet " + std::to_wstring(i),
@@ -1433,7 +1439,7 @@ std::string fileText(const std::string& path)
 // A folder of its own for each test's files.
 std::string freshFolder(const char* name)
 {
-    const std::string folder = testing::TempDir() + name;
+    std::string folder = testing::TempDir() + name;
     std::filesystem::remove_all(folder);
     std::filesystem::create_directories(folder);
     return folder;

@@ -30,13 +30,13 @@ SetupApiStandIn::~SetupApiStandIn()
 std::vector<ImportPatch::Replacement> SetupApiStandIn::replacements(const std::vector<std::string>& names)
 {
     const std::vector<ImportPatch::Replacement> all{
-        {"SetupDiGetClassDevsW", reinterpret_cast<const void*>(&getClassDevs)},
-        {"SetupDiEnumDeviceInfo", reinterpret_cast<const void*>(&enumDeviceInfo)},
-        {"SetupDiDestroyDeviceInfoList", reinterpret_cast<const void*>(&destroyDeviceInfoList)},
-        {"SetupDiGetDevicePropertyW", reinterpret_cast<const void*>(&getDeviceProperty)},
-        {"SetupDiGetDeviceInstanceIdW", reinterpret_cast<const void*>(&getDeviceInstanceId)},
-        {"SetupDiGetClassInstallParamsW", reinterpret_cast<const void*>(&getClassInstallParams)},
-        {"SetupDiSetClassInstallParamsW", reinterpret_cast<const void*>(&setClassInstallParams)},
+        {"SetupDiGetClassDevsW", reinterpret_cast<const void*>(&getClassDevs_)},
+        {"SetupDiEnumDeviceInfo", reinterpret_cast<const void*>(&enumDeviceInfo_)},
+        {"SetupDiDestroyDeviceInfoList", reinterpret_cast<const void*>(&destroyDeviceInfoList_)},
+        {"SetupDiGetDevicePropertyW", reinterpret_cast<const void*>(&getDeviceProperty_)},
+        {"SetupDiGetDeviceInstanceIdW", reinterpret_cast<const void*>(&getDeviceInstanceId_)},
+        {"SetupDiGetClassInstallParamsW", reinterpret_cast<const void*>(&getClassInstallParams_)},
+        {"SetupDiSetClassInstallParamsW", reinterpret_cast<const void*>(&setClassInstallParams_)},
     };
     std::vector<ImportPatch::Replacement> chosen;
     for (const std::string& name : names) {
@@ -49,51 +49,51 @@ std::vector<ImportPatch::Replacement> SetupApiStandIn::replacements(const std::v
     return chosen;
 }
 
-HDEVINFO WINAPI SetupApiStandIn::getClassDevs(const GUID* classGuid, PCWSTR enumerator, HWND parent,
-                                              DWORD flags)
+HDEVINFO WINAPI SetupApiStandIn::getClassDevs_(const GUID* classGuid, PCWSTR enumerator, HWND parent,
+                                               DWORD flags)
 {
     HDEVINFO set = INVALID_HANDLE_VALUE;
     answer([&](sim::DeviceTable& t) { return t.getClassDevs(classGuid, enumerator, parent, flags, &set); });
     return set;
 }
 
-BOOL WINAPI SetupApiStandIn::enumDeviceInfo(HDEVINFO set, DWORD index, PSP_DEVINFO_DATA device)
+BOOL WINAPI SetupApiStandIn::enumDeviceInfo_(HDEVINFO set, DWORD index, PSP_DEVINFO_DATA device)
 {
     return answer([&](sim::DeviceTable& t) { return t.enumDeviceInfo(set, index, device); });
 }
 
-BOOL WINAPI SetupApiStandIn::destroyDeviceInfoList(HDEVINFO set)
+BOOL WINAPI SetupApiStandIn::destroyDeviceInfoList_(HDEVINFO set)
 {
     return answer([&](sim::DeviceTable& t) { return t.destroyDeviceInfoList(set); });
 }
 
-BOOL WINAPI SetupApiStandIn::getDeviceProperty(HDEVINFO set, PSP_DEVINFO_DATA device, const DEVPROPKEY* key,
-                                               DEVPROPTYPE* type, PBYTE buffer, DWORD bufferSize,
-                                               PDWORD requiredSize, DWORD flags)
+BOOL WINAPI SetupApiStandIn::getDeviceProperty_(HDEVINFO set, PSP_DEVINFO_DATA device, const DEVPROPKEY* key,
+                                                DEVPROPTYPE* type, PBYTE buffer, DWORD bufferSize,
+                                                PDWORD requiredSize, DWORD flags)
 {
     return answer([&](sim::DeviceTable& t) {
         return t.getDeviceProperty(set, device, key, type, buffer, bufferSize, requiredSize, flags);
     });
 }
 
-BOOL WINAPI SetupApiStandIn::getDeviceInstanceId(HDEVINFO set, PSP_DEVINFO_DATA device, PWSTR id, DWORD size,
-                                                 PDWORD requiredSize)
+BOOL WINAPI SetupApiStandIn::getDeviceInstanceId_(HDEVINFO set, PSP_DEVINFO_DATA device, PWSTR id, DWORD size,
+                                                  PDWORD requiredSize)
 {
     return answer(
         [&](sim::DeviceTable& t) { return t.getDeviceInstanceId(set, device, id, size, requiredSize); });
 }
 
-BOOL WINAPI SetupApiStandIn::getClassInstallParams(HDEVINFO set, PSP_DEVINFO_DATA device,
-                                                   PSP_CLASSINSTALL_HEADER params, DWORD paramsSize,
-                                                   PDWORD requiredSize)
+BOOL WINAPI SetupApiStandIn::getClassInstallParams_(HDEVINFO set, PSP_DEVINFO_DATA device,
+                                                    PSP_CLASSINSTALL_HEADER params, DWORD paramsSize,
+                                                    PDWORD requiredSize)
 {
     return answer([&](sim::DeviceTable& t) {
         return t.getClassInstallParams(set, device, params, paramsSize, requiredSize);
     });
 }
 
-BOOL WINAPI SetupApiStandIn::setClassInstallParams(HDEVINFO set, PSP_DEVINFO_DATA device,
-                                                   PSP_CLASSINSTALL_HEADER params, DWORD paramsSize)
+BOOL WINAPI SetupApiStandIn::setClassInstallParams_(HDEVINFO set, PSP_DEVINFO_DATA device,
+                                                    PSP_CLASSINSTALL_HEADER params, DWORD paramsSize)
 {
     return answer(
         [&](sim::DeviceTable& t) { return t.setClassInstallParams(set, device, params, paramsSize); });

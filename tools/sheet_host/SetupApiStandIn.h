@@ -29,19 +29,19 @@ public:
     static std::vector<ImportPatch::Replacement> replacements(const std::vector<std::string>& names);
 
 private:
-    static HDEVINFO WINAPI getClassDevs(const GUID* classGuid, PCWSTR enumerator, HWND parent, DWORD flags);
-    static BOOL WINAPI enumDeviceInfo(HDEVINFO set, DWORD index, PSP_DEVINFO_DATA device);
-    static BOOL WINAPI destroyDeviceInfoList(HDEVINFO set);
-    static BOOL WINAPI getDeviceProperty(HDEVINFO set, PSP_DEVINFO_DATA device, const DEVPROPKEY* key,
-                                         DEVPROPTYPE* type, PBYTE buffer, DWORD bufferSize,
-                                         PDWORD requiredSize, DWORD flags);
-    static BOOL WINAPI getDeviceInstanceId(HDEVINFO set, PSP_DEVINFO_DATA device, PWSTR id, DWORD size,
-                                           PDWORD requiredSize);
-    static BOOL WINAPI getClassInstallParams(HDEVINFO set, PSP_DEVINFO_DATA device,
-                                             PSP_CLASSINSTALL_HEADER params, DWORD paramsSize,
-                                             PDWORD requiredSize);
-    static BOOL WINAPI setClassInstallParams(HDEVINFO set, PSP_DEVINFO_DATA device,
-                                             PSP_CLASSINSTALL_HEADER params, DWORD paramsSize);
+    static HDEVINFO WINAPI getClassDevs_(const GUID* classGuid, PCWSTR enumerator, HWND parent, DWORD flags);
+    static BOOL WINAPI enumDeviceInfo_(HDEVINFO set, DWORD index, PSP_DEVINFO_DATA device);
+    static BOOL WINAPI destroyDeviceInfoList_(HDEVINFO set);
+    static BOOL WINAPI getDeviceProperty_(HDEVINFO set, PSP_DEVINFO_DATA device, const DEVPROPKEY* key,
+                                          DEVPROPTYPE* type, PBYTE buffer, DWORD bufferSize,
+                                          PDWORD requiredSize, DWORD flags);
+    static BOOL WINAPI getDeviceInstanceId_(HDEVINFO set, PSP_DEVINFO_DATA device, PWSTR id, DWORD size,
+                                            PDWORD requiredSize);
+    static BOOL WINAPI getClassInstallParams_(HDEVINFO set, PSP_DEVINFO_DATA device,
+                                              PSP_CLASSINSTALL_HEADER params, DWORD paramsSize,
+                                              PDWORD requiredSize);
+    static BOOL WINAPI setClassInstallParams_(HDEVINFO set, PSP_DEVINFO_DATA device,
+                                              PSP_CLASSINSTALL_HEADER params, DWORD paramsSize);
 
     SrwLock lock_;
     sim::DeviceTable table_;
