@@ -96,6 +96,7 @@ public:
     void hold(std::optional<HoldPoint> point);
     bool waitForHeld(std::size_t count, std::chrono::milliseconds timeout) const;
     void setPooled(bool on);
+    std::size_t deliveryThreads() const;
     // Idempotent: drops queued work, releases holds, ends every subscription,
     // waits for deliveries in Indicate and joins the threads.
     void shutdown();

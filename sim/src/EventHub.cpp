@@ -176,6 +176,12 @@ void EventHub::setPooled(bool on)
     work_.notifyAll();  // idle threads leave now
 }
 
+std::size_t EventHub::deliveryThreads() const
+{
+    const std::lock_guard<SrwLock> guard(lock_);
+    return threads_.size();
+}
+
 std::optional<HRESULT> EventHub::deliver_(const Job& job) noexcept
 {
     const Event& event = *job.event;

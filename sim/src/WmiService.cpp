@@ -146,6 +146,11 @@ bool WmiService::drain(std::chrono::milliseconds timeout) const
     return core_->events.drain(timeout);
 }
 
+std::size_t WmiService::deliveryThreads() const
+{
+    return core_->events.deliveryThreads();
+}
+
 void WmiService::setPooledDeliveryThreads(bool on)
 {
     core_->events.setPooled(on);

@@ -284,6 +284,11 @@ TEST_F(SimServiceTest, pooledDeliveryThreadsEndWhenIdleAndLaterEventsGetNewOnes)
     for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(ndis_->connect(adapter).get().indicated, 1) << "event " << i;
         ASSERT_TRUE(service_.drain());
+        // Idle, every thread leaves, though not at once.
+        for (int wait = 0; wait < 1000 && service_.deliveryThreads() != 0; ++wait) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        ASSERT_EQ(service_.deliveryThreads(), 0U) << "event " << i;
     }
     EXPECT_EQ(sink_.seen.size(), 3U);
     // Without the pool's end, the first event's three threads would have served all three.

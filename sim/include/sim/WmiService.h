@@ -210,6 +210,8 @@ public:
     // pooled threads end whenever they like; later events get new threads.
     // shutdown() still waits for the end of each.
     void setPooledDeliveryThreads(bool on);
+    // Delivery threads that may still take an event (pooled: not yet gone).
+    std::size_t deliveryThreads() const;
 
     // ---- Calls where none may be ----------------------------------------------
     // From now on, every call, AddRef and Release of the service's objects made
