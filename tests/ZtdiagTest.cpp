@@ -1808,41 +1808,58 @@ TEST(ZtdiagWatch, aClosedOutputEndsTheWatchAtOnceAndItsSubscriptions)
 
 TEST(ZtdiagWatch, aMetricsFileKeepsTheCountersOfABurstOfEventsAndTheLastReadings)
 {
-    const std::string path = freshFolder("ztdiag-watch") + "/ztdiag.prom";
-    const std::wstring widePath(path.begin(), path.end());
-    std::vector<Step> steps;
+    std::vector<Step> burst;
     for (WORD minute = 31; minute < 41; minute += 2) {
-        steps.push_back({minute, [](Machine& m) { m.sim.renegotiate(gbps1); }, 2});  // a downshift
-        steps.push_back({static_cast<WORD>(minute + 1), [](Machine& m) { m.sim.renegotiate(gbps5); }, 2});
+        burst.push_back({minute, [](Machine& m) { m.sim.renegotiate(gbps1); }, 2});  // a downshift
+        burst.push_back({static_cast<WORD>(minute + 1), [](Machine& m) { m.sim.renegotiate(gbps5); }, 2});
     }
-    steps.push_back({41, [](Machine& m) { m.sim.remove(); }, 1});
-    steps.push_back({42, [](Machine& m) { m.sim.arrive(); }, 1});
-    steps.push_back({43, [](Machine& m) { m.sim.heat(10250, 10500); }, 1});
-    ZtdiagLimits limits;
-    limits.healthPeriod = 5ms;
-    Machine machine(1);
-    EXPECT_EQ(watchThrough(machine, args(L"watch", L"--metrics", widePath), 2, steps, limits), 0);
-    const std::string text = fileText(path);
-    EXPECT_EQ(promtoolCheck(text), "") << text;
-    const std::map<std::string, std::string> found = samples(text);
-    const std::map<std::string, std::string> expected = {
-        {series("ztdiag_link_changes_total", first, 1), "20"},
-        {series("ztdiag_link_downshifts_total", first, 1), "5"},
-        {series("ztdiag_adapter_removals_total", first, 1), "1"},
-        {series("ztdiag_link_last_change_timestamp_seconds", first, 1), "1715679600"},
-        {series("ztdiag_phy_temperature_celsius", first, 1), "102.5"},
-        {series("ztdiag_temperature_health", first, 1, ",state=\"high\""), "1"},
-        {series("ztdiag_cable_test_supported", first, 1), "1"},
-        {series("ztdiag_scrape_success", first, 1), "1"},
-        {series("ztdiag_link_up", first, 1), "absent"},  // back, and no link event since
+    burst.push_back({41, [](Machine& m) { m.sim.remove(); }, 1});
+    burst.push_back({42, [](Machine& m) { m.sim.arrive(); }, 1});
+    const struct {
+        const char* name;
+        std::vector<Step> steps;
+        std::chrono::milliseconds healthPeriod;  // long: no reading after the first, so no line unasked
+        std::map<std::string, std::string> expected;
+    } cases[] = {
+        {"a burst, a removal and a return",
+         burst,
+         std::chrono::hours(1),
+         {{series("ztdiag_link_changes_total", first, 1), "20"},
+          {series("ztdiag_link_downshifts_total", first, 1), "5"},
+          {series("ztdiag_adapter_removals_total", first, 1), "1"},
+          {series("ztdiag_link_last_change_timestamp_seconds", first, 1), "1715679600"},
+          {series("ztdiag_cable_test_supported", first, 1), "1"},
+          {series("ztdiag_scrape_success", first, 1), "1"},
+          {series("ztdiag_link_up", first, 1), "absent"},  // back, and no link event since
+          {series("ztdiag_phy_temperature_celsius", first, 1), "absent"}}},  // nor a reading
+        {"temperatures as last read",
+         {{31, [](Machine& m) { m.sim.heat(10250, 10500); }, 1}},
+         5ms,
+         {{series("ztdiag_link_changes_total", first, 1), "0"},
+          {series("ztdiag_link_up", first, 1), "1"},
+          {series("ztdiag_phy_temperature_celsius", first, 1), "102.5"},
+          {series("ztdiag_temperature_health", first, 1, ",state=\"high\""), "1"}}},
     };
-    for (const auto& sample : expected) {
-        EXPECT_EQ(found.count(sample.first) != 0 ? found.at(sample.first) : "absent", sample.second)
-            << sample.first;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const std::string path = freshFolder("ztdiag-watch") + "/ztdiag.prom";
+        const std::wstring widePath(path.begin(), path.end());
+        ZtdiagLimits limits;
+        limits.healthPeriod = c.healthPeriod;
+        Machine machine(1);
+        EXPECT_EQ(watchThrough(machine, args(L"watch", L"--metrics", widePath), 2, c.steps, limits), 0);
+        const std::string text = fileText(path);
+        EXPECT_EQ(promtoolCheck(text), "") << text;
+        const std::map<std::string, std::string> found = samples(text);
+        for (const auto& sample : c.expected) {
+            EXPECT_EQ(found.count(sample.first) != 0 ? found.at(sample.first) : "absent", sample.second)
+                << sample.first;
+        }
+        EXPECT_EQ(
+            std::distance(std::filesystem::directory_iterator(std::filesystem::path(path).parent_path()), {}),
+            1);
+        EXPECT_EQ(host::openFileHandles(), 0);
     }
-    EXPECT_EQ(
-        std::distance(std::filesystem::directory_iterator(std::filesystem::path(path).parent_path()), {}), 1);
-    EXPECT_EQ(host::openFileHandles(), 0);
 }
 
 TEST(ZtdiagWatch, aMetricsFileThatCantBeWrittenEndsTheWatch)
