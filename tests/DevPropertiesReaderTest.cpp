@@ -109,6 +109,19 @@ TEST_F(DevPropertiesReaderTest, propertyThatChangesBetweenTheTwoCalls)
         EXPECT_EQ(reader_.getStringProperty(DEVPKEY_Device_FriendlyName), c.expected);
         EXPECT_EQ(tracedMessages(), c.lines);
     }
+    // A value that grew is not read at all: nothing of it is taken for a code.
+    host::reset();
+    host::setDeviceUint32(device_, DEVPKEY_Device_ProblemCode, 22);
+    host::onDevicePropertyRead([&](const DEVPROPKEY&, int call) {
+        if (call == 1) {
+            host::setDeviceProperty(device_, DEVPKEY_Device_ProblemCode, DEVPROP_TYPE_UINT32,
+                                    std::vector<BYTE>(8));
+        }
+    });
+    EXPECT_EQ(reader_.getProblemCode(), 0xFFFFFFFFU);
+    EXPECT_EQ(tracedMessages(),
+              Messages{"[!] SetupDiGetDeviceProperty(2) failed, code "
+                       + std::to_string(ERROR_INSUFFICIENT_BUFFER)});
 }
 
 TEST_F(DevPropertiesReaderTest, stringStopsAtItsFirstZeroOrAtTheBufferEnd)

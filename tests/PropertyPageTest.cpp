@@ -77,7 +77,6 @@ protected:
 TEST_F(PropertyPageTest, dialogProcedureDispatch)
 {
     Calls calls;
-    RecordingPage::calls = &calls;
     onNewThread([&] {
         RecordingPage::calls = &calls;
         SheetPage sheet;
@@ -139,7 +138,6 @@ TEST_F(PropertyPageTest, dialogProcedureDispatch)
         sheet.release();
         endThreadWbemServices();
     });
-    RecordingPage::calls = nullptr;
 }
 
 TEST_F(PropertyPageTest, pagesShareOneAdapterObjectThatDiesWithTheLast)
