@@ -76,14 +76,7 @@ protected:
         WmiFixture::SetUp();
         ASSERT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
         bstrsBefore_ = host::liveBstrs();
-        com_ptr<IWbemLocator> locator;
-        ASSERT_EQ(CoCreateInstance(CLSID_WbemLocator, nullptr, CLSCTX_INPROC_SERVER, IID_IWbemLocator,
-                                   reinterpret_cast<void**>(locator.put())),
-                  S_OK);
-        const bstr ns(L"\\\\.\\ROOT\\wmi");
-        ASSERT_EQ(
-            locator->ConnectServer(ns.get(), nullptr, nullptr, nullptr, 0, nullptr, nullptr, services_.put()),
-            S_OK);
+        ASSERT_EQ(connect(L"\\\\.\\ROOT\\wmi", services_), S_OK);
     }
     void TearDown() override
     {
@@ -95,6 +88,16 @@ protected:
         EXPECT_EQ(sink_.references, 1U) << "the service gave its sink references back";
     }
 
+    static HRESULT connect(const wchar_t* ns, com_ptr<IWbemServices>& services)
+    {
+        com_ptr<IWbemLocator> locator;
+        EXPECT_EQ(CoCreateInstance(CLSID_WbemLocator, nullptr, CLSCTX_INPROC_SERVER, IID_IWbemLocator,
+                                   reinterpret_cast<void**>(locator.put())),
+                  S_OK);
+        const bstr name(ns);
+        return locator->ConnectServer(name.get(), nullptr, nullptr, nullptr, 0, nullptr, nullptr,
+                                      services.put());
+    }
     HRESULT getObject(const std::wstring& path, com_ptr<IWbemClassObject>& object)
     {
         const bstr text(path.c_str());
@@ -194,13 +197,8 @@ TEST_F(SimServiceTest, eachFailureAnswersItsCodeAndHandsOutNothing)
     } cases[] = {
         {"another namespace",
          [&] {
-             com_ptr<IWbemLocator> locator;
-             CoCreateInstance(CLSID_WbemLocator, nullptr, CLSCTX_INPROC_SERVER, IID_IWbemLocator,
-                              reinterpret_cast<void**>(locator.put()));
-             const bstr ns(L"root\\cimv2");
              com_ptr<IWbemServices> other;
-             const HRESULT hr = locator->ConnectServer(ns.get(), nullptr, nullptr, nullptr, 0, nullptr,
-                                                       nullptr, other.put());
+             const HRESULT hr = connect(L"root\\cimv2", other);
              EXPECT_FALSE(other);
              return hr;
          },
