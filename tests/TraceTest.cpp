@@ -20,11 +20,6 @@ class Traced {
 public:
     Traced() { ZT_TRACE(4, "Traced()"); }
     ~Traced() { ZT_TRACE(4, "~Traced()"); }
-    unsigned long long member(int value) const
-    {
-        ZT_TRACE(3, "member %d", value);
-        return 0;
-    }
     void withLambda()
     {
         auto inner = [this](int value) { ZT_TRACE(3, "lambda %d", value + field_); };
@@ -66,7 +61,6 @@ TEST(Trace, suffixNamesTheEnclosingFunction)
     freeFunction();
     {
         Traced traced;
-        traced.member(7);
         traced.withLambda();
         traced(0);
         traced.resolve(0);
@@ -82,7 +76,6 @@ TEST(Trace, suffixNamesTheEnclosingFunction)
         {"[!] here", "Trace_suffixNamesTheEnclosingFunction_Test::TestBody"},
         {"[!] from a free function", "freeFunction"},
         {"Traced()", "Traced::Traced"},
-        {"member 7", "Traced::member"},
         {"lambda 2", "Traced::withLambda"},
         {"call operator", "Traced::operator()"},
         {"lambda in resolve", "Traced::resolve"},
