@@ -106,13 +106,11 @@ const std::vector<Call>& everyFunction()
 // The layer's calls of the host's functions; direct calls of the tests left out.
 std::vector<host::ControlsCall> callsOf(const char* function)
 {
-    std::vector<host::ControlsCall> found;
-    for (const auto& call : host::commonControlsCalls()) {
-        if (call.function == function && call.activated) {
-            found.push_back(call);
-        }
-    }
-    return found;
+    auto calls = host::commonControlsCalls();
+    calls.erase(std::remove_if(calls.begin(), calls.end(),
+                               [&](const auto& c) { return c.function != function || !c.activated; }),
+                calls.end());
+    return calls;
 }
 
 TEST_F(CommonControlsTest, eachFunctionIsResolvedOnceAndCalledInsideTheModulesContext)

@@ -81,10 +81,9 @@ TEST(VariantToString, byReferenceStringsAreReadThroughTheirPointer)
 {
     BSTR text = SysAllocString(L"by reference");
     wchar_t wide[] = L"wide by reference";
-    wchar_t* widePointer = wide;
     // Exactly as large as the pointers, so that reading past them is caught.
     auto bstrSlot = std::make_unique<BSTR>(text);
-    auto wideSlot = std::make_unique<wchar_t*>(widePointer);
+    auto wideSlot = std::make_unique<wchar_t*>(wide);
     auto nullSlot = std::make_unique<BSTR>(nullptr);
     struct Case {
         VARTYPE tag;
