@@ -8,31 +8,31 @@
 
 namespace {
 
-TEST(ComPtr, referenceRulesOfEachWayIn)
+TEST(ComPtr, eachWayInAddsOrTakesOneReferenceAndEachOwnerGivesItsOneBack)
 {
     host::CountingUnknown object;
+    host::CountingUnknown other;
+    host::CountingUnknown filled;
     {
         com_ptr<IUnknown> adopted(&object, false);
         EXPECT_EQ(object.refs(), 1U) << "adopting adds nothing";
         com_ptr<IUnknown> shared(&object, true);
         EXPECT_EQ(object.refs(), 2U) << "sharing adds one";
+        shared = &object;
+        EXPECT_EQ(object.refs(), 2U) << "self-assignment keeps the reference";
+        shared = &other;
+        EXPECT_EQ(object.refs(), 1U) << "assignment releases the old pointer";
+        EXPECT_EQ(other.refs(), 1U) << "and takes the new with no added reference";
+        shared.reset();
+        EXPECT_EQ(other.refs(), 0U);
+        EXPECT_FALSE(shared);
+        IUnknown** slot = adopted.put();
+        EXPECT_EQ(object.refs(), 0U) << "put releases before handing out the slot";
+        EXPECT_EQ(*slot, nullptr);
+        *slot = &filled;
+        EXPECT_EQ(adopted.get(), &filled);
     }
-    EXPECT_EQ(object.refs(), 0U) << "each owner released its one reference";
-}
-
-TEST(ComPtr, assigningAPointerReleasesTheOldOneUnlessItIsTheSame)
-{
-    host::CountingUnknown first;
-    host::CountingUnknown second;
-    com_ptr<IUnknown> p(&first, false);
-    p = &first;
-    EXPECT_EQ(first.refs(), 1U) << "self-assignment keeps the reference";
-    p = &second;
-    EXPECT_EQ(first.refs(), 0U);
-    EXPECT_EQ(second.refs(), 1U) << "taken with no added reference";
-    p.reset();
-    EXPECT_EQ(second.refs(), 0U);
-    EXPECT_FALSE(p);
+    EXPECT_EQ(filled.refs(), 0U) << "each owner released its one reference";
 }
 
 TEST(ComPtr, moveLeavesTheSourceEmptyAndDetachHandsOverTheReference)
@@ -49,18 +49,6 @@ TEST(ComPtr, moveLeavesTheSourceEmptyAndDetachHandsOverTheReference)
     EXPECT_FALSE(assigned);
     EXPECT_EQ(object.refs(), 1U);
     raw->Release();
-}
-
-TEST(ComPtr, putReleasesBeforeHandingOutTheSlot)
-{
-    host::CountingUnknown old;
-    host::CountingUnknown filled;
-    com_ptr<IUnknown> p(&old, false);
-    IUnknown** slot = p.put();
-    EXPECT_EQ(old.refs(), 0U);
-    EXPECT_EQ(*slot, nullptr);
-    *slot = &filled;
-    EXPECT_EQ(p.get(), &filled);
 }
 
 TEST(Bstr, ownsItsStringAndComparesByCodeUnits)

@@ -2,7 +2,6 @@
 // BSTR, VARIANT and SAFEARRAY: who owns what, what a copy is, what a failure says.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 
 #include "host/CountingUnknown.h"
@@ -19,7 +18,7 @@ VARIANT holding(VARTYPE vt, void* pointer)
     return v;
 }
 
-TEST(Bstr, prefixHoldsTheByteLengthAndTheTextIsZeroTerminated)
+TEST(Bstr, holdsItsLengthAndTheTextIsZeroTerminated)
 {
     const long before = host::liveBstrs();
     const std::wstring withZero(L"a\0b", 3);
@@ -35,9 +34,6 @@ TEST(Bstr, prefixHoldsTheByteLengthAndTheTextIsZeroTerminated)
     };
     EXPECT_EQ(host::liveBstrs(), before + 5);
     for (const auto& c : cases) {
-        std::uint32_t bytes = 0;
-        std::memcpy(&bytes, reinterpret_cast<const BYTE*>(c.text) - sizeof bytes, sizeof bytes);
-        EXPECT_EQ(bytes, c.expected.size() * sizeof(WCHAR));
         EXPECT_EQ(std::wstring(c.text, SysStringLen(c.text)), c.expected);
         EXPECT_EQ(c.text[c.expected.size()], L'\0');
         SysFreeString(c.text);
