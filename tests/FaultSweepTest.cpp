@@ -29,7 +29,6 @@
 #include "installer/ModuleRecord.h"
 #include "resources/resource.h"
 #include "sim/SimAdapter.h"
-#include "wmi/WbemServices.h"
 
 namespace {
 
@@ -134,7 +133,6 @@ Outcome runSession(const Script& script)
                 check("arrival");
                 sheet.close();
             }
-            endThreadWbemServices();
         });
         if (!service.drain(10s)) {
             outcome.problems.emplace_back("deliveries never drained");

@@ -8,7 +8,6 @@
 #include "nic/ZtNic.h"
 #include "sim/Ndis.h"
 #include "sim/ZtDriver.h"
-#include "wmi/WbemServices.h"
 
 namespace {
 
@@ -136,7 +135,6 @@ TEST_F(PropertyPageTest, dialogProcedureDispatch)
         }
         EXPECT_EQ(tracedMessages(), Calls{"[!] PropertyPageBase: out of memory handling message 1279"});
         sheet.release();
-        endThreadWbemServices();
     });
 }
 
@@ -182,28 +180,42 @@ TEST_F(PropertyPageTest, pagesShareOneAdapterObjectThatDiesWithTheLast)
         SheetPage neverShown;
         neverShown.release();
         EXPECT_EQ(moduleRecord.pageThreads.size(), 0U);
-        endThreadWbemServices();
     });
 }
 
 TEST_F(PropertyPageTest, adapterNotificationsReachTheDialogThreadAsPosts)
 {
     Calls calls;
+    std::atomic<int> postsToClosedPages{0};
+    host::onPostToDestroyedWindow([&](HWND, UINT) { ++postsToClosedPages; });
     onNewThread([&] {
         RecordingPage::calls = &calls;
         SheetPage sheet;
         sheet.create();
         sheet.showDialog();
+        SheetPage closed;  // on the same adapter object, which outlives it
+        closed.create();
+        closed.showDialog();
+        closed.release();
         calls.clear();
         ndis_->disconnect(adapter).wait();  // on a delivery thread of the service
         ndis_->remove(adapter).wait();
         EXPECT_TRUE(calls.empty()) << "nothing runs on the page from a foreign thread";
         sheet.pump();
         EXPECT_EQ(calls, (Calls{"media 2", "nic removed"}));
+        EXPECT_EQ(postsToClosedPages, 0);
         sheet.release();
-        RecordingPage::calls = nullptr;
-        endThreadWbemServices();
     });
+}
+
+TEST_F(PropertyPageTest, aWindowRefusingItsStyleIsTraced)
+{
+    SheetPage sheet;
+    sheet.window = host::createWindow();
+    host::destroyWindow(sheet.window);
+    sheet.send(WM_INITDIALOG, 0, reinterpret_cast<LPARAM>(host::pageDescription(sheet.handle)));
+    EXPECT_TRUE(traced("[!] SetWindowLong() failed w/status 1400"));
+    sheet.release();
 }
 
 }  // namespace

@@ -40,7 +40,6 @@ TEST(ZtPairInfo, statusStringNamesTheFaultAndThePartnerPair)
         const ZtPairInfo pair(c.index, c.status);
         EXPECT_EQ(pair.statusString(), c.text) << c.index << "/" << int(c.status);
         EXPECT_EQ(pair.partnerName(), c.partner) << c.index << "/" << int(c.status);
-        EXPECT_EQ(pair.pairIndex, c.index);
     }
 }
 
@@ -60,7 +59,6 @@ TEST(ZtThermalInfo, flagsSayWhichTemperatureIsValid)
     };
     for (const auto& c : cases) {
         const ZtThermalInfo info(c.flags, c.phy, c.mac);
-        EXPECT_EQ(info.flags, c.flags);
         EXPECT_DOUBLE_EQ(info.phyTemperature, c.phyExpected) << int(c.flags);
         EXPECT_DOUBLE_EQ(info.macTemperature, c.macExpected) << int(c.flags);
     }

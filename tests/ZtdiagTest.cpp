@@ -1335,26 +1335,29 @@ TEST(ZtdiagMetrics, aFileIsReplacedWholeOrLeftAsItWas)
     const std::wstring widePath(path.begin(), path.end());
     {
         Machine machine(1);
+        host::failFileFunction("MoveFileExW", ERROR_ACCESS_DENIED, 1);  // a reader holding it: tried again
         EXPECT_EQ(run(machine, args(L"metrics", L"--output", widePath)), 0);
         EXPECT_EQ(machine.console.outText, L"");
         EXPECT_EQ(promtoolCheck(fileText(path)), "");
     }
     const std::string before = fileText(path);
     const struct {
-        const char* function;
-        DWORD error;
-        const wchar_t* step;
+        const char* function = nullptr;
+        const wchar_t* step = nullptr;  // as the user is told
+        DWORD error = 0;
+        int failures = -1;
     } cases[] = {
-        {"CreateFileW", ERROR_ACCESS_DENIED, L"create: error 5"},
-        {"WriteFile", ERROR_DISK_FULL, L"write: error 112"},
-        {"FlushFileBuffers", ERROR_WRITE_FAULT, L"write: error 29"},
-        {"MoveFileExW", ERROR_SHARING_VIOLATION, L"replace: error 32"},
+        {"CreateFileW", L"create: error 5", ERROR_ACCESS_DENIED},
+        {"WriteFile", L"write: error 112", ERROR_DISK_FULL},
+        {"FlushFileBuffers", L"write: error 29", ERROR_WRITE_FAULT},
+        {"MoveFileExW", L"replace: error 32", ERROR_SHARING_VIOLATION},
+        {"MoveFileExW", L"replace: error 3", ERROR_PATH_NOT_FOUND, 1},  // once: a second try would succeed
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.function);
         Machine machine(1);
         machine.sim.heat(9000, 9100);  // what would be new
-        host::failFileFunction(c.function, c.error);
+        host::failFileFunction(c.function, c.error, c.failures);
         EXPECT_EQ(run(machine, args(L"metrics", L"--output=" + widePath)), 73);
         EXPECT_EQ(machine.console.errText,
                   L"ztdiag: can't write '" + widePath + L"' (" + c.step
