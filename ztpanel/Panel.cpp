@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <memory>
+#include <optional>
 
 #include "installer/DeviceClassSet.h"
 #include "nic/AdapterTexts.h"
@@ -105,66 +106,70 @@ public:
             return panelShown;
         }
         if (args.size() > 1) {
-            return fail(panelUsage, L"One adapter at a time.\n\n" + std::wstring(panelUsageText));
+            return fail_(panelUsage, L"One adapter at a time.\n\n" + std::wstring(panelUsageText));
         }
         DWORD error = 0;
         if (!findZtAdapters(adapters_, error)) {
-            return fail(panelCantList,
-                        formatString(L"Can't list the network adapters (SetupAPI error %u).",
-                                     static_cast<unsigned>(error)));
+            return fail_(panelCantList,
+                         formatString(L"Can't list the network adapters (SetupAPI error %u).",
+                                      static_cast<unsigned>(error)));
         }
         connections_ = findAdapterConnections(adapters_);
-        const int chosen = args.empty() ? choose() : named(args[0]);
-        return chosen < 0 ? -chosen - 1 : open(adapters_[static_cast<std::size_t>(chosen)]);
+        const std::optional<std::size_t> chosen = args.empty() ? choose_() : named_(args[0]);
+        return chosen ? open_(adapters_[*chosen]) : exitCode_;
     }
 
 private:
-    // An adapter's index, or -1 - the exit code.
-    static int exitWith(int code) { return -1 - code; }
+    // No adapter: the run ends with `code`.
+    std::nullopt_t exitWith_(int code)
+    {
+        exitCode_ = code;
+        return std::nullopt;
+    }
 
-    int fail(int code, const std::wstring& text)
+    int fail_(int code, const std::wstring& text)
     {
         ZT_TRACE(0, "[!] ztpanel: %S", text.c_str());
         hooks_.tell(text, MB_ICONERROR);
         return code;
     }
 
-    std::wstring adapterList() const
+    std::wstring adapterList_() const
     {
         return adapters_.empty() ? std::wstring(L"There is no ZT adapter on this computer.")
                                  : L"The ZT adapters are " + adapterNameList(adapters_, connections_) + L".";
     }
 
-    int named(const std::wstring& name)
+    std::optional<std::size_t> named_(const std::wstring& name)
     {
         if (name.empty()) {
-            return exitWith(fail(panelUsage, L"An empty adapter name names no adapter. " + adapterList()));
+            return exitWith_(fail_(panelUsage, L"An empty adapter name names no adapter. " + adapterList_()));
         }
         const std::vector<AdapterMatch> matches = adaptersNamed(adapters_, connections_, name);
         if (matches.empty()) {
-            return exitWith(
-                fail(panelNoAdapter, L"No ZT adapter is named " + quoted(name) + L". " + adapterList()));
+            return exitWith_(
+                fail_(panelNoAdapter, L"No ZT adapter is named " + quoted(name) + L". " + adapterList_()));
         }
         if (matches.size() > 1) {
             std::wstring ids;
             for (const AdapterMatch& match : matches) {
                 ids += (ids.empty() ? L"" : L", ") + quotedInstanceId(adapters_[match.adapter]);
             }
-            return exitWith(fail(panelUsage,
-                                 quoted(name) + L" names " + std::to_wstring(matches.size())
-                                     + L" ZT adapters. Give the device instance id of the one to open: " + ids
-                                     + L"."));
+            return exitWith_(fail_(panelUsage,
+                                   quoted(name) + L" names " + std::to_wstring(matches.size())
+                                       + L" ZT adapters. Give the device instance id of the one to open: "
+                                       + ids + L"."));
         }
-        return static_cast<int>(matches.front().adapter);
+        return matches.front().adapter;
     }
 
-    int choose()
+    std::optional<std::size_t> choose_()
     {
         if (adapters_.empty()) {
-            return exitWith(fail(panelNoAdapter, adapterList()));
+            return exitWith_(fail_(panelNoAdapter, adapterList_()));
         }
         if (adapters_.size() == 1) {
-            return 0;
+            return 0U;
         }
         std::vector<std::wstring> rows;
         for (std::size_t i = 0; i < adapters_.size(); ++i) {
@@ -179,39 +184,39 @@ private:
         }
         const AdapterChoice choice = chooseAdapter(settings_.instance, rows);
         if (choice.error != 0) {
-            return exitWith(fail(panelSheetFailed,
-                                 formatString(L"The adapter chooser can't be shown (error %u).",
-                                              static_cast<unsigned>(choice.error))));
+            return exitWith_(fail_(panelSheetFailed,
+                                   formatString(L"The adapter chooser can't be shown (error %u).",
+                                                static_cast<unsigned>(choice.error))));
         }
         if (choice.row < 0) {
             ZT_TRACE(1, "ztpanel: no adapter chosen");
-            return exitWith(panelNoChoice);
+            return exitWith_(panelNoChoice);
         }
-        return choice.row;
+        return static_cast<std::size_t>(choice.row);
     }
 
-    int open(const ZtAdapterDevice& adapter)
+    int open_(const ZtAdapterDevice& adapter)
     {
         const std::wstring& path = settings_.dllPath;
         CoInstallerModule module(path);
         if (module.handle() == nullptr) {
-            return fail(panelDllUnusable,
-                        formatString(L"%s can't be loaded (error %u). It belongs beside ztpanel.exe.",
-                                     path.c_str(), static_cast<unsigned>(module.error())));
+            return fail_(panelDllUnusable,
+                         formatString(L"%s can't be loaded (error %u). It belongs beside ztpanel.exe.",
+                                      path.c_str(), static_cast<unsigned>(module.error())));
         }
         if (module.entry() == nullptr) {
-            return fail(
+            return fail_(
                 panelDllUnusable,
                 formatString(L"%s has no CoDeviceInstall export (error %u): it isn't the ZT co-installer.",
                              path.c_str(), static_cast<unsigned>(module.error())));
         }
         hooks_.loaded(module.handle());
-        const int code = showPages(adapter, module);
+        const int code = showPages_(adapter, module);
         hooks_.unloading(module.handle());
         return code;
     }
 
-    int showPages(const ZtAdapterDevice& adapter, CoInstallerModule& module)
+    int showPages_(const ZtAdapterDevice& adapter, CoInstallerModule& module)
     {
         const std::wstring& path = settings_.dllPath;
         // Device Manager's way: the device in a set of its own class, kept for the sheet's life (the
@@ -219,35 +224,36 @@ private:
         const NetDevices devices;
         SP_DEVINFO_DATA device{};
         if (devices.error() != 0) {
-            return fail(panelCantList,
-                        formatString(L"Can't list the network adapters (SetupAPI error %u).",
-                                     static_cast<unsigned>(devices.error())));
+            return fail_(panelCantList,
+                         formatString(L"Can't list the network adapters (SetupAPI error %u).",
+                                      static_cast<unsigned>(devices.error())));
         }
         if (!devices.find(adapter.instanceId, device)) {
-            return fail(panelSheetFailed, quoted(adapter.name) + L" is no longer present.");
+            return fail_(panelSheetFailed, quoted(adapter.name) + L" is no longer present.");
         }
         DevicePages asked = askForPages(module.entry(), devices.set(), device);
         if (asked.setupError != 0) {
-            return fail(panelNoPage,
-                        formatString(L"The adapter's installation parameters can't be handed to ztprop.dll "
-                                     L"(SetupAPI error %u).",
-                                     static_cast<unsigned>(asked.setupError)));
+            return fail_(panelNoPage,
+                         formatString(L"The adapter's installation parameters can't be handed to ztprop.dll "
+                                      L"(SetupAPI error %u).",
+                                      static_cast<unsigned>(asked.setupError)));
         }
         const std::wstring dll = path.substr(path.find_last_of(L"\\/") + 1);
         if (asked.result != NO_ERROR) {
-            destroyPages(asked.pages);
-            return fail(panelNoPage,
-                        formatString(L"%s failed to add its page for '%s' (error %u). Its trace "
-                                     L"lines tell where.",
-                                     dll.c_str(), adapter.name.c_str(), static_cast<unsigned>(asked.result)));
+            destroyPages_(asked.pages);
+            return fail_(panelNoPage,
+                         formatString(L"%s failed to add its page for '%s' (error %u). Its trace "
+                                      L"lines tell where.",
+                                      dll.c_str(), adapter.name.c_str(),
+                                      static_cast<unsigned>(asked.result)));
         }
         if (asked.pages.empty()) {
             const std::wstring version = fileVersion(path);
-            return fail(panelNoPage,
-                        dll + (version.empty() ? L"" : L" " + version) + L" added no page for "
-                            + quoted(adapter.name) + L": it doesn't list the adapter's hardware id "
-                            + quoted(adapter.hardwareId)
-                            + L". The ztprop.dll of the adapter's driver package does.");
+            return fail_(panelNoPage,
+                         dll + (version.empty() ? L"" : L" " + version) + L" added no page for "
+                             + quoted(adapter.name) + L": it doesn't list the adapter's hardware id "
+                             + quoted(adapter.hardwareId)
+                             + L". The ztprop.dll of the adapter's driver package does.");
         }
         DWORD sheetError = 0;
         // Device Manager runs each sheet on a thread of its own; the page's
@@ -264,15 +270,15 @@ private:
         });
         sheetThread.join();
         if (sheetError != 0) {
-            return fail(panelSheetFailed,
-                        formatString(L"The property sheet can't be opened (error %u).",
-                                     static_cast<unsigned>(sheetError)));
+            return fail_(panelSheetFailed,
+                         formatString(L"The property sheet can't be opened (error %u).",
+                                      static_cast<unsigned>(sheetError)));
         }
         ZT_TRACE(1, "ztpanel: the sheet of %S closed", adapter.name.c_str());
         return panelShown;
     }
 
-    static void destroyPages(const std::vector<HPROPSHEETPAGE>& pages)
+    static void destroyPages_(const std::vector<HPROPSHEETPAGE>& pages)
     {
         for (HPROPSHEETPAGE page : pages) {
             DestroyPropertySheetPage(page);
@@ -283,6 +289,7 @@ private:
     PanelHooks& hooks_;
     std::vector<ZtAdapterDevice> adapters_;
     std::vector<AdapterConnection> connections_;
+    int exitCode_ = panelShown;
 };
 
 }  // namespace

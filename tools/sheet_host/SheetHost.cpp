@@ -38,21 +38,6 @@ DWORD millisecondsOf(const std::wstring& text)
     return static_cast<DWORD>(std::wcstoul(text.c_str(), nullptr, 10));
 }
 
-std::wstring tabTitle(HWND sheet, int index)
-{
-    HWND tabs = PropSheet_GetTabControl(sheet);
-    wchar_t text[128] = {};
-    TCITEMW item{};
-    item.mask = TCIF_TEXT;
-    item.pszText = text;
-    item.cchTextMax = 128;
-    if (tabs == nullptr
-        || !SendMessageW(tabs, TCM_GETITEMW, static_cast<WPARAM>(index), reinterpret_cast<LPARAM>(&item))) {
-        return L"?";
-    }
-    return text;
-}
-
 }  // namespace
 
 SheetHost::SheetHost(Scenario scenario, Watchdog& watchdog, std::uint32_t round)
@@ -278,11 +263,11 @@ void SheetHost::openSheet_()
     std::string tabs;
     const int count = TabCtrl_GetItemCount(PropSheet_GetTabControl(sheet));
     for (int index = 0; index < count; ++index) {
-        tabs += " " + quoted(tabTitle(sheet, index));
+        tabs += " " + quoted(sheetTabTitle(sheet, index));
     }
     say("sheet: tabs" + tabs);
     const int current = PropSheet_HwndToIndex(sheet, PropSheet_GetCurrentPageHwnd(sheet));
-    say("sheet: showing " + quoted(tabTitle(sheet, current)));
+    say("sheet: showing " + quoted(sheetTabTitle(sheet, current)));
     if (diagPage_() != nullptr) {
         dump_("open");
     }

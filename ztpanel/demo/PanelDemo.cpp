@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <memory>
 #include <optional>
-#include <shellapi.h>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -25,6 +24,10 @@
 #include "tools/sheet_host/Watchdog.h"
 #include "ztdiag/demo/DemoWorld.h"
 #include "ztpanel/Panel.h"
+// After the platform header, whose types it needs.
+// clang-format off
+#include <shellapi.h>
+// clang-format on
 #include "ztpanel/demo/ScriptedUser.h"
 
 namespace {
@@ -33,6 +36,7 @@ constexpr std::chrono::seconds runLimit{90};
 
 const char* const demoUsage
     = "ztpanel_demo [--sim-NAME=VALUE...] [ztpanel arguments]\n"
+      "  --sim-help              this text\n"
       "  --sim-adapters=N        ZT adapters listed: 0, 1 (the one that works) or 2 (and one disabled)\n"
       "  --sim-link=down         no cable in\n"
       "  --sim-dll=PATH          the co-installer to load instead of ztprop.dll beside the program\n"
@@ -181,6 +185,10 @@ int WINAPI wWinMain(HINSTANCE instance, HINSTANCE /*previous*/, PWSTR /*commandL
     LPWSTR* argv = CommandLineToArgvW(GetCommandLineW(), &count);
     const std::vector<std::wstring> args(argv + 1, argv + count);
     LocalFree(argv);
+    if (args.size() == 1 && args[0] == L"--sim-help") {
+        std::fputs(demoUsage, stdout);
+        return 0;
+    }
     DemoRun run;
     try {
         run = takeSettings(args);

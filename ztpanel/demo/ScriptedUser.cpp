@@ -138,16 +138,9 @@ void ScriptedUser::readSheet_(HWND sheet)
 {
     settle_();
     say("sheet " + quoted(windowText(sheet)));
-    HWND tabs = PropSheet_GetTabControl(sheet);
     std::string titles;
-    for (int index = 0; index < TabCtrl_GetItemCount(tabs); ++index) {
-        wchar_t text[128] = {};
-        TCITEMW item{};
-        item.mask = TCIF_TEXT;
-        item.pszText = text;
-        item.cchTextMax = 128;
-        SendMessageW(tabs, TCM_GETITEMW, static_cast<WPARAM>(index), reinterpret_cast<LPARAM>(&item));
-        titles += " " + quoted(text);
+    for (int index = 0; index < TabCtrl_GetItemCount(PropSheet_GetTabControl(sheet)); ++index) {
+        titles += " " + quoted(sheetTabTitle(sheet, index));
     }
     say("sheet: tabs" + titles);
     const auto readPage = [&](const std::string& label) {

@@ -1,9 +1,12 @@
 // ztpanel.exe: the ZT Diagnostics page of an adapter, where Device Manager
 // loads no co-installer. `ztpanel [ADAPTER]`; see docs/deploying.md.
 #include <exception>
-#include <shellapi.h>
 
 #include "ztpanel/Panel.h"
+// After the platform header, whose types it needs.
+// clang-format off
+#include <shellapi.h>
+// clang-format on
 
 int WINAPI wWinMain(HINSTANCE instance, HINSTANCE /*previous*/, PWSTR /*commandLine*/, int /*show*/)
 {
