@@ -265,6 +265,7 @@ private:
                     sheetError = sheet.error() != 0 ? sheet.error() : ERROR_GEN_FAILURE;
                     return;
                 }
+                hooks_.sheetOpened(sheet.window());
                 sheet.runUntilClosed();
             });
         });

@@ -32,6 +32,8 @@ public:
     virtual void tell(const std::wstring& text, UINT icon);
     // The DLL is loaded; its export is called next.
     virtual void loaded(HMODULE /*dll*/) { }
+    // On the sheet's thread: the sheet and its first page are up.
+    virtual void sheetOpened(HWND /*sheet*/) { }
     // The sheet's thread has ended; FreeLibrary comes next.
     virtual void unloading(HMODULE /*dll*/) { }
 };

@@ -178,6 +178,7 @@ bool SheetHost::install_()
     const std::wstring path = scenario_.dll.empty() ? besideProgram(L"ztprop.dll") : scenario_.dll;
     {
         const Watchdog::Wait wait(watchdog_, "LoadLibraryW of the DLL", callLimit);
+        loadStart_ = std::chrono::steady_clock::now();
         module_ = std::make_unique<CoInstallerModule>(path);
     }
     if (module_->handle() == nullptr || module_->entry() == nullptr) {
@@ -255,6 +256,10 @@ void SheetHost::openSheet_()
         sheet_.reset();
         outcome_.exitCode = 1;
         return;
+    }
+    if (scenario_.timeOpen) {
+        const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - loadStart_;
+        say("timing: the sheet open " + std::to_string(took.count()) + " ms after LoadLibraryW");
     }
     HWND sheet = sheet_->window();
     SetWindowPos(sheet, HWND_TOP, 40, 40, 0, 0, SWP_NOSIZE | SWP_SHOWWINDOW);

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
@@ -96,6 +97,7 @@ private:
     std::unique_ptr<IconCatalog> icons_;
     std::vector<HPROPSHEETPAGE> sheetPages_;  // General, then the record's pages
     int diagIndex_ = -1;  // the module's page in the sheet
+    std::chrono::steady_clock::time_point loadStart_{};  // LoadLibraryW's call
     std::unique_ptr<DeviceSheet> sheet_;
     Outcome outcome_;
 

@@ -43,13 +43,15 @@ const char* const demoUsage
       "  --sim-choose=N|cancel   the scripted user's answer to the chooser (0)\n"
       "  --sim-screenshot=FILE   a BMP of the sheet once read\n"
       "  --sim-remove            the adapter goes while its sheet is open\n"
-      "  --sim-interactive       no scripted user: a person answers\n";
+      "  --sim-interactive       no scripted user: a person answers\n"
+      "  --sim-time-open         a line with the time from the panel's start to its sheet's opening\n";
 
 struct DemoRun {
     DemoSettings world;
     ScriptedUser::Choices choices;
     std::wstring dll;
     bool interactive = false;
+    bool timeOpen = false;
     std::vector<std::wstring> panelArgs;
 };
 
@@ -77,6 +79,8 @@ DemoRun takeSettings(const std::vector<std::wstring>& args)
             run.choices.screenshot = value;
         } else if (name == L"--sim-remove") {
             run.choices.removeAdapter = true;
+        } else if (name == L"--sim-time-open") {
+            run.timeOpen = true;
         } else if (name == L"--sim-interactive") {
             run.interactive = true;
         } else {
@@ -121,13 +125,18 @@ public:
         setupApi_.reset();
     }
 
+    void sheetOpened(HWND /*sheet*/) override { opened_ = std::chrono::steady_clock::now(); }
+
     bool sawDll() const { return com_ != nullptr; }
+    // When the sheet opened (read once the panel's run has ended).
+    std::chrono::steady_clock::time_point opened() const { return opened_; }
 
 private:
     ScriptedUser* user_;
     std::unique_ptr<ImportPatch> setupApi_;
     std::unique_ptr<ModuleSpy> spy_;
     std::unique_ptr<ComWatch> com_;  // its patches stay with the module
+    std::chrono::steady_clock::time_point opened_{};
 };
 
 int runDemo(HINSTANCE instance, const DemoRun& run, Watchdog& watchdog)
@@ -152,9 +161,14 @@ int runDemo(HINSTANCE instance, const DemoRun& run, Watchdog& watchdog)
     settings.args = run.panelArgs;
     settings.dllPath = run.dll.empty() ? besideProgram(L"ztprop.dll") : run.dll;
     settings.instance = instance;
+    const auto start = std::chrono::steady_clock::now();
     const int code = runPanel(settings, hooks);
     user.reset();
     say("panel: exit code " + std::to_string(code));
+    if (run.timeOpen && hooks.opened() > start) {
+        const std::chrono::duration<double, std::milli> took = hooks.opened() - start;
+        say("timing: the sheet open " + std::to_string(took.count()) + " ms after the panel's start");
+    }
     const std::wstring dllName = settings.dllPath.substr(settings.dllPath.find_last_of(L"\\/") + 1);
     if (hooks.sawDll()) {
         say(std::string("dll: ")
