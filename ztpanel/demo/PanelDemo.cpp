@@ -108,7 +108,6 @@ public:
         if (user_ != nullptr) {
             user_->setDll(dll);
         }
-        say("dll: loaded");
     }
 
     void unloading(HMODULE /*dll*/) override
@@ -116,20 +115,31 @@ public:
         if (user_ != nullptr) {
             user_->setDll(nullptr);
         }
-        const ModuleSpy::PageCounts pages = spy_->pageCounts();
-        const ModuleSpy::IconCounts icons = spy_->iconCounts();
-        say("dll pages: made " + std::to_string(pages.made) + ", created " + std::to_string(pages.created)
-            + ", released " + std::to_string(pages.released) + "; icons loaded "
-            + std::to_string(icons.loaded) + ", destroyed " + std::to_string(icons.destroyed));
+        pages_ = spy_->pageCounts();
+        icons_ = spy_->iconCounts();
         spy_.reset();
         setupApi_.reset();
     }
 
     void sheetOpened(HWND /*sheet*/) override { opened_ = std::chrono::steady_clock::now(); }
 
-    bool sawDll() const { return com_ != nullptr; }
     // When the sheet opened (read once the panel's run has ended).
     std::chrono::steady_clock::time_point opened() const { return opened_; }
+
+    // What the DLL left, once the panel's run has ended: "dll unloaded; pages made 1,
+    // released 1; icons loaded 3, destroyed 3; COM undone; ", or nothing if it wasn't loaded.
+    std::string dllLeft(const std::wstring& name) const
+    {
+        if (com_ == nullptr) {
+            return {};
+        }
+        const int initializations = ComWatch::initializationsLeft();
+        return std::string("dll ") + (GetModuleHandleW(name.c_str()) == nullptr ? "unloaded" : "still loaded")
+            + "; pages made " + std::to_string(pages_.made) + ", released " + std::to_string(pages_.released)
+            + "; icons loaded " + std::to_string(icons_.loaded) + ", destroyed "
+            + std::to_string(icons_.destroyed) + "; COM "
+            + (initializations == 0 ? "undone" : std::to_string(initializations) + " left") + "; ";
+    }
 
 private:
     ScriptedUser* user_;
@@ -137,6 +147,8 @@ private:
     std::unique_ptr<ModuleSpy> spy_;
     std::unique_ptr<ComWatch> com_;  // its patches stay with the module
     std::chrono::steady_clock::time_point opened_{};
+    ModuleSpy::PageCounts pages_;
+    ModuleSpy::IconCounts icons_;
 };
 
 int runDemo(HINSTANCE instance, const DemoRun& run, Watchdog& watchdog)
@@ -164,30 +176,23 @@ int runDemo(HINSTANCE instance, const DemoRun& run, Watchdog& watchdog)
     const auto start = std::chrono::steady_clock::now();
     const int code = runPanel(settings, hooks);
     user.reset();
-    say("panel: exit code " + std::to_string(code));
     if (run.timeOpen && hooks.opened() > start) {
         const std::chrono::duration<double, std::milli> took = hooks.opened() - start;
         say("timing: the sheet open " + std::to_string(took.count()) + " ms after the panel's start");
     }
-    const std::wstring dllName = settings.dllPath.substr(settings.dllPath.find_last_of(L"\\/") + 1);
-    if (hooks.sawDll()) {
-        say(std::string("dll: ")
-            + (GetModuleHandleW(dllName.c_str()) == nullptr ? "unloaded" : "still loaded"));
-        const int left = ComWatch::initializationsLeft();
-        say(left == 0 ? std::string("dll COM: each CoInitializeEx undone")
-                      : "dll COM: " + std::to_string(left) + " CoInitializeEx not undone");
-    }
+    // One line of what the run left behind.
+    std::string left = hooks.dllLeft(settings.dllPath.substr(settings.dllPath.find_last_of(L"\\/") + 1));
     const sim::ReferenceCounts counts = world.service().references();
-    say("wmi: objects live " + std::to_string(counts.liveObjects) + ", references "
-        + std::to_string(counts.references));
+    left += "service objects " + std::to_string(counts.liveObjects) + ", references "
+        + std::to_string(counts.references);
     {
         const Watchdog::Wait wait(watchdog, "the service's stop and its callers' ends",
                                   std::chrono::seconds(20));
         world.stop();
         callers.waitForAll();
     }
-    say("threads: each one that called the service has ended; "
-        + std::to_string(world.service().forbiddenCalls().size()) + " calls under the loader lock");
+    say("left: " + left + "; callers ended; " + std::to_string(world.service().forbiddenCalls().size())
+        + " calls under the loader lock");
     return code;
 }
 
