@@ -231,14 +231,14 @@ private:
         if (!devices.find(adapter.instanceId, device)) {
             return fail_(panelSheetFailed, quoted(adapter.name) + L" is no longer present.");
         }
+        const std::wstring dll = path.substr(path.find_last_of(L"\\/") + 1);
         DevicePages asked = askForPages(module.entry(), devices.set(), device);
         if (asked.setupError != 0) {
             return fail_(panelNoPage,
-                         formatString(L"The adapter's installation parameters can't be handed to ztprop.dll "
+                         formatString(L"The adapter's installation parameters can't be handed to %s "
                                       L"(SetupAPI error %u).",
-                                      static_cast<unsigned>(asked.setupError)));
+                                      dll.c_str(), static_cast<unsigned>(asked.setupError)));
         }
-        const std::wstring dll = path.substr(path.find_last_of(L"\\/") + 1);
         if (asked.result != NO_ERROR) {
             destroyPages_(asked.pages);
             return fail_(panelNoPage,
@@ -299,7 +299,7 @@ int runPanel(const PanelSettings& settings, PanelHooks& hooks) noexcept
 {
     int code = panelSheetFailed;
     if (!runThreadBody("ztpanel", [&] { code = Run(settings, hooks).run(); })) {
-        hooks.tell(L"ztpanel ran out of memory.", MB_ICONERROR);
+        hooks.tell(L"ztpanel stopped on an unexpected error; its trace lines tell where.", MB_ICONERROR);
     }
     return code;
 }
