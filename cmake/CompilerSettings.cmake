@@ -64,6 +64,17 @@ function(ztprop_image_link_options target)
   endif()
 endfunction()
 
+# A Windows program of the products or their demos, beside the DLL in the build
+# folder: SUBSYSTEM is console or windows (GUI); its entry is wmain or wWinMain.
+function(ztprop_program target subsystem)
+  ztprop_compile_options(${target})
+  ztprop_image_link_options(${target})
+  set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
+  if(NOT MSVC)
+    target_link_options(${target} PRIVATE -municode -m${subsystem})
+  endif()
+endfunction()
+
 function(ztprop_dll_link_options target)
   set_target_properties(${target} PROPERTIES PREFIX "")
   ztprop_image_link_options(${target})

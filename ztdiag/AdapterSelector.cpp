@@ -1,5 +1,6 @@
 #include "ztdiag/AdapterSelector.h"
 
+#include "nic/AdapterTexts.h"
 #include "trace/Trace.h"
 #include "ztdiag/CommandLine.h"
 
@@ -201,4 +202,31 @@ std::wstring macAddressText(const std::vector<BYTE>& address)
         text += digits[octet & 0xF];
     }
     return text;
+}
+
+std::wstring quotedInstanceId(const ZtAdapterDevice& device)
+{
+    return device.instanceId.empty() ? std::wstring(unknownText) : L"'" + device.instanceId + L"'";
+}
+
+std::wstring adapterNameList(const std::vector<ZtAdapterDevice>& adapters,
+                             const std::vector<AdapterConnection>& connections)
+{
+    std::wstring names;
+    for (std::size_t i = 0; i < adapters.size(); ++i) {
+        const ZtAdapterDevice& device = adapters[i];
+        names += (names.empty() ? L"'" : L", '") + device.name + L"'";
+        std::wstring tellApart;
+        if (!connections[i].name.empty()) {
+            tellApart = L"connection '" + connections[i].name + L"'";
+        }
+        if (adaptersNamed(adapters, connections, device.name).size() > 1) {
+            tellApart += (tellApart.empty() ? L"" : L", ") + std::wstring(L"device instance id ")
+                + quotedInstanceId(device);
+        }
+        if (!tellApart.empty()) {
+            names += L" (" + tellApart + L")";
+        }
+    }
+    return names;
 }

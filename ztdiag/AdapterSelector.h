@@ -52,3 +52,12 @@ const wchar_t* adapterKeyName(AdapterKey key);
 
 // A MAC address as Windows writes it: "00-1B-21-3A-4F-5C"; empty for none.
 std::wstring macAddressText(const std::vector<BYTE>& address);
+
+// A device instance id in quotes, or the text of an unknown value.
+std::wstring quotedInstanceId(const ZtAdapterDevice& device);
+
+// Each adapter as a user can name it, for a message: its name, its connection's
+// name where known, and its device instance id where its name names another
+// adapter too: "'ZT Ethernet Adapter' (connection 'Ethernet 2'), ...".
+std::wstring adapterNameList(const std::vector<ZtAdapterDevice>& adapters,
+                             const std::vector<AdapterConnection>& connections);

@@ -103,35 +103,6 @@ private:
     Console& console_;
 };
 
-std::wstring quotedInstanceId(const ZtAdapterDevice& device)
-{
-    return device.instanceId.empty() ? std::wstring(unknownText) : L"'" + device.instanceId + L"'";
-}
-
-// Each adapter as the user can name it: its name, its connection's name where
-// known, and its device instance id where its name names another adapter too.
-std::wstring nameList(const std::vector<ZtAdapterDevice>& adapters,
-                      const std::vector<AdapterConnection>& connections)
-{
-    std::wstring names;
-    for (std::size_t i = 0; i < adapters.size(); ++i) {
-        const ZtAdapterDevice& device = adapters[i];
-        names += (names.empty() ? L"'" : L", '") + device.name + L"'";
-        std::wstring tellApart;
-        if (!connections[i].name.empty()) {
-            tellApart = L"connection '" + connections[i].name + L"'";
-        }
-        if (adaptersNamed(adapters, connections, device.name).size() > 1) {
-            tellApart += (tellApart.empty() ? L"" : L", ") + std::wstring(L"device instance id ")
-                + quotedInstanceId(device);
-        }
-        if (!tellApart.empty()) {
-            names += L" (" + tellApart + L")";
-        }
-    }
-    return names;
-}
-
 int unknownAdapter(const CommandContext& context, const std::vector<ZtAdapterDevice>& adapters,
                    const std::vector<AdapterConnection>& connections)
 {
@@ -141,7 +112,7 @@ int unknownAdapter(const CommandContext& context, const std::vector<ZtAdapterDev
     }
     return context.fail(exitNotTestable,
                         L"no ZT adapter named '" + name + L"'; the ZT adapters are "
-                            + nameList(adapters, connections));
+                            + adapterNameList(adapters, connections));
 }
 
 const wchar_t* oneToWhat(CommandKind kind)
@@ -186,7 +157,7 @@ int emptyAdapterName(const CommandContext& context, const std::vector<ZtAdapterD
     return context.fail(exitUsage,
                         adapters.empty() ? std::wstring(L"an empty adapter name; there is no ZT adapter")
                                          : L"an empty adapter name; the ZT adapters are "
-                                + nameList(adapters, connections));
+                                + adapterNameList(adapters, connections));
 }
 
 // The one adapter the command's ADAPTER names, or the error that it names none or several.
@@ -249,7 +220,7 @@ int dispatch(const CommandContext& context)
     if (adapters.size() > 1) {
         return context.fail(exitUsage,
                             std::to_wstring(adapters.size()) + L" ZT adapters: name the one to test: "
-                                + nameList(adapters, findAdapterConnections(adapters)));
+                                + adapterNameList(adapters, findAdapterConnections(adapters)));
     }
     return runCableTest(context, adapters.front());
 }

@@ -1,6 +1,8 @@
-# Fails unless the program is a 64-bit console program that imports only
-# system DLLs (the C++ runtime is linked in) and is marked for ASLR (high
-# entropy) and DEP.
+# Fails unless the program is a 64-bit program of SUBSYSTEM (3 console, 2 GUI;
+# 3 if not given) that imports only the system DLLs it needs (the C++ runtime is
+# linked in) and is marked for ASLR (high entropy) and DEP. With MAP (its link
+# map) and SOURCE (the tree), also unless it links none of the page's code: it
+# reaches the page only through the DLL.
 execute_process(COMMAND ${OBJDUMP} -p ${EXE} OUTPUT_VARIABLE dump RESULT_VARIABLE rc)
 if(NOT rc EQUAL 0)
   message(FATAL_ERROR "objdump failed on ${EXE}")
@@ -10,19 +12,23 @@ string(FIND "${dump}" "file format pei-x86-64" at)
 if(at EQUAL -1)
   message(FATAL_ERROR "${EXE} is not an x86-64 image")
 endif()
+if(NOT SUBSYSTEM)
+  set(SUBSYSTEM 3)
+endif()
 string(REGEX MATCH "Subsystem[ \t]+0*([0-9a-f]+)" subsystem "${dump}")
-if(NOT CMAKE_MATCH_1 STREQUAL "3")
-  message(FATAL_ERROR "subsystem ${CMAKE_MATCH_1}, expected 3 (Windows console)")
+if(NOT CMAKE_MATCH_1 STREQUAL "${SUBSYSTEM}")
+  message(FATAL_ERROR "subsystem ${CMAKE_MATCH_1}, expected ${SUBSYSTEM}")
 endif()
 
 string(REGEX MATCHALL "DLL Name: [A-Za-z0-9_.-]+" names "${dump}")
-set(allowed kernel32.dll msvcrt.dll setupapi.dll ole32.dll oleaut32.dll advapi32.dll iphlpapi.dll)
+set(allowed kernel32.dll msvcrt.dll setupapi.dll ole32.dll oleaut32.dll advapi32.dll iphlpapi.dll user32.dll
+            comctl32.dll shell32.dll version.dll)
 foreach(entry IN LISTS names)
   string(REPLACE "DLL Name: " "" dll "${entry}")
   string(TOLOWER "${dll}" dll)
   list(FIND allowed "${dll}" found)
   if(found EQUAL -1)
-    message(FATAL_ERROR "imports ${dll}, which is not a system DLL the tool needs")
+    message(FATAL_ERROR "imports ${dll}, which is not a system DLL the program needs")
   endif()
   message(STATUS "imports ${dll}")
 endforeach()
@@ -33,3 +39,18 @@ foreach(flag HIGH_ENTROPY_VA DYNAMIC_BASE NX_COMPAT)
     message(FATAL_ERROR "DllCharacteristics lack ${flag}")
   endif()
 endforeach()
+
+if(MAP)
+  file(READ "${MAP}" map)
+  file(GLOB pageSources "${SOURCE}/diag_page/*.cpp" "${SOURCE}/page_framework/*.cpp")
+  if(NOT pageSources)
+    message(FATAL_ERROR "no page sources under ${SOURCE}")
+  endif()
+  foreach(source IN LISTS pageSources)
+    get_filename_component(name "${source}" NAME)
+    string(FIND "${map}" "(${name}.obj)" at)
+    if(NOT at EQUAL -1)
+      message(FATAL_ERROR "links the page's code: ${name}")
+    endif()
+  endforeach()
+endif()

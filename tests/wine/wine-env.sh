@@ -73,3 +73,18 @@ startXvfb() {
   fi
   export DISPLAY=":$(head -n1 "$xvfbDir/display")"
 }
+
+# compareWithExpected MODE NAME OUTPUT EXPECTED: for check, PASS or FAIL (exit 1) on
+# a diff of OUTPUT against EXPECTED; for update, OUTPUT becomes EXPECTED.
+compareWithExpected() {
+  local mode="$1" name="$2" output="$3" expected="$4"
+  if [[ $mode == update ]]; then
+    cp "$output" "$expected"
+    echo "UPDATED $expected"
+  elif diff -u "$expected" "$output"; then
+    echo "PASS $name"
+  else
+    echo "FAIL $name (output in $output)"
+    return 1
+  fi
+}

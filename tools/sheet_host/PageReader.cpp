@@ -51,3 +51,18 @@ std::vector<std::string> PageReader::read(HWND page) const
     out.push_back("  texts cut:" + cutTexts(page));
     return out;
 }
+
+std::wstring sheetTabTitle(HWND sheet, int index)
+{
+    HWND tabs = PropSheet_GetTabControl(sheet);
+    wchar_t text[128] = {};
+    TCITEMW item{};
+    item.mask = TCIF_TEXT;
+    item.pszText = text;
+    item.cchTextMax = 128;
+    if (tabs == nullptr
+        || !SendMessageW(tabs, TCM_GETITEMW, static_cast<WPARAM>(index), reinterpret_cast<LPARAM>(&item))) {
+        return L"?";
+    }
+    return text;
+}

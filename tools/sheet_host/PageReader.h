@@ -21,3 +21,6 @@ public:
 private:
     IconCatalog icons_;
 };
+
+// The title of a property sheet's tab; "?" if it has none.
+std::wstring sheetTabTitle(HWND sheet, int index);

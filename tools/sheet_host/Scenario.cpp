@@ -217,6 +217,9 @@ void applySetting(Scenario& scenario, const std::string& name, const std::vector
                 fail(line, "free-dll: at-end, on-sheet-thread or sheet-thread-alive, not " + narrow(word));
             }
         }
+    } else if (name == "time-open") {
+        expectWords(name, words, 0, 0, line);
+        scenario.timeOpen = true;
     } else if (name == "pooled-deliveries") {
         expectWords(name, words, 0, 0, line);
         scenario.pooledDeliveries = true;
@@ -318,7 +321,7 @@ const char* scenarioUsage()
     return "usage: sheet_host [--scenario=FILE] [--SETTING VALUE...] [--STEP ARGS...]\n"
            "settings: dll hwid no-hwids name problem pages dif link speed firmware temperatures\n"
            "          thermal-flags pairs cable-length cable-test-ms no-driver interactive rounds\n"
-           "          free-dll pooled-deliveries linger-detach\n"
+           "          free-dll pooled-deliveries linger-detach time-open\n"
            "steps:    wait settle dump screenshot click-run category unplug plug renegotiate disable\n"
            "          enable remove arrive heat chord await-line list-images select-page close\n";
 }

@@ -49,6 +49,7 @@ struct Scenario {
     // process; round N frees the DLL as freeDll[(N - 1) % size] says.
     std::uint32_t rounds = 1;
     std::vector<FreeDll> freeDll{FreeDll::atEnd};
+    bool timeOpen = false;  // a line with the time from LoadLibraryW to the sheet's opening
     bool pooledDeliveries = false;  // the service's delivery threads end whenever they find no work
     // Loads linger.dll, which holds each thread's end in the process this long.
     std::optional<std::uint32_t> lingerDetachMs;

@@ -38,6 +38,12 @@ bool saveWindowBitmap(HWND window, const std::wstring& path)
     bool written = false;
     if (copied) {
         const auto imageSize = static_cast<std::uint32_t>(width) * static_cast<std::uint32_t>(height) * 4;
+        // GDI leaves the fourth byte of what it drew zero, and a viewer that reads
+        // it as alpha shows the text transparent: the screen is opaque.
+        auto* const pixels = static_cast<std::uint8_t*>(bits);
+        for (std::uint32_t alpha = 3; alpha < imageSize; alpha += 4) {
+            pixels[alpha] = 0xFF;
+        }
         BITMAPFILEHEADER header{};
         header.bfType = 0x4D42;  // "BM"
         header.bfOffBits = sizeof(BITMAPFILEHEADER) + sizeof(BITMAPINFOHEADER);

@@ -13,10 +13,11 @@
 #include "tools/sheet_host/Output.h"
 #include "tools/sheet_host/Screenshot.h"
 #include "tools/sheet_host/Text.h"
+#include "ztpanel/DevicePages.h"
+#include "ztpanel/Panel.h"
 
 namespace {
 
-constexpr UINT addPropertyPageAdvanced = 0x23;  // DIF_ADDPROPERTYPAGE_ADVANCED
 constexpr UINT problemDisabled = 22;  // CM_PROB_DISABLED
 constexpr DWORD settleLimitMs = 30000;
 constexpr DWORD awaitLimitMs = 20000;
@@ -37,29 +38,6 @@ DWORD millisecondsOf(const std::wstring& text)
     return static_cast<DWORD>(std::wcstoul(text.c_str(), nullptr, 10));
 }
 
-std::wstring beside(const std::wstring& name)
-{
-    wchar_t path[MAX_PATH] = {};
-    GetModuleFileNameW(nullptr, path, MAX_PATH);
-    std::wstring folder(path);
-    return folder.substr(0, folder.find_last_of(L"\\/") + 1) + name;
-}
-
-std::wstring tabTitle(HWND sheet, int index)
-{
-    HWND tabs = PropSheet_GetTabControl(sheet);
-    wchar_t text[128] = {};
-    TCITEMW item{};
-    item.mask = TCIF_TEXT;
-    item.pszText = text;
-    item.cchTextMax = 128;
-    if (tabs == nullptr
-        || !SendMessageW(tabs, TCM_GETITEMW, static_cast<WPARAM>(index), reinterpret_cast<LPARAM>(&item))) {
-        return L"?";
-    }
-    return text;
-}
-
 }  // namespace
 
 SheetHost::SheetHost(Scenario scenario, Watchdog& watchdog, std::uint32_t round)
@@ -78,9 +56,7 @@ SheetHost::SheetHost(Scenario scenario, Watchdog& watchdog, std::uint32_t round)
 SheetHost::~SheetHost()
 {
     watchdog_.setReport(nullptr);
-    if (sheet_ != nullptr) {
-        DestroyWindow(sheet_);
-    }
+    sheet_.reset();
 }
 
 SheetHost::Outcome SheetHost::run()
@@ -109,7 +85,7 @@ SheetHost::Outcome SheetHost::run()
     }
     // Device Manager asks for pages on one thread and runs each sheet on a
     // thread of its own; the module keeps nothing for that thread's end.
-    if (install_() && scenario_.installFunction == addPropertyPageAdvanced) {
+    if (install_() && scenario_.installFunction == DIF_ADDPROPERTYPAGE_ADVANCED) {
         Thread sheetThread([this] {
             watchdog_.nameThread("sheet");
             runSheet_();
@@ -199,20 +175,10 @@ bool SheetHost::install_()
     });
     setProblemCode_(scenario_.problemCode);
 
-    // The record as the installer hands it over: other installers' pages first.
-    SP_ADDPROPERTYPAGE_DATA record{};
-    record.ClassInstallHeader.cbSize = sizeof(SP_CLASSINSTALL_HEADER);
-    record.ClassInstallHeader.InstallFunction = addPropertyPageAdvanced;
-    for (std::uint32_t index = 0; index < scenario_.existingPages; ++index) {
-        record.DynamicPages[index]
-            = hostPages_.create(L"Page " + std::to_wstring(index + 1), L"A page of another installer.");
-    }
-    record.NumDynamicPages = scenario_.existingPages;
-    devices_.with([&](sim::DeviceTable& t) { t.setAddPropertyPageData(device_.DevInst, record); });
-
-    const std::wstring path = scenario_.dll.empty() ? beside(L"ztprop.dll") : scenario_.dll;
+    const std::wstring path = scenario_.dll.empty() ? besideProgram(L"ztprop.dll") : scenario_.dll;
     {
         const Watchdog::Wait wait(watchdog_, "LoadLibraryW of the DLL", callLimit);
+        loadStart_ = std::chrono::steady_clock::now();
         module_ = std::make_unique<CoInstallerModule>(path);
     }
     if (module_->handle() == nullptr || module_->entry() == nullptr) {
@@ -241,25 +207,36 @@ bool SheetHost::install_()
     say("dll: loaded; setupapi imports replaced:" + joined(setupApi_->patched()));
     say("dll: ole32 imports watched:" + joined(com_->patched()));
 
-    COINSTALLER_CONTEXT_DATA context{};
-    DWORD result = 0;
+    // The record as the installer hands it over: other installers' pages first.
+    std::vector<HPROPSHEETPAGE> given;
+    for (std::uint32_t index = 0; index < scenario_.existingPages; ++index) {
+        given.push_back(
+            hostPages_.create(L"Page " + std::to_wstring(index + 1), L"A page of another installer."));
+    }
+    const HDEVINFO set = devices_.with([](sim::DeviceTable& t) { return t.installerSet(); });
+    DevicePages asked;
     {
         const Watchdog::Wait wait(watchdog_, "CoDeviceInstall", callLimit);
-        const HDEVINFO set = devices_.with([](sim::DeviceTable& t) { return t.installerSet(); });
-        result = module_->entry()(scenario_.installFunction, set, &device_, &context);
+        if (scenario_.installFunction == DIF_ADDPROPERTYPAGE_ADVANCED) {
+            asked = askForPages(module_->entry(), set, device_, given);
+        } else {
+            COINSTALLER_CONTEXT_DATA context{};
+            asked.result = module_->entry()(scenario_.installFunction, set, &device_, &context);
+        }
     }
     flushTrace_();
-    say("CoDeviceInstall(" + hex(scenario_.installFunction) + ") = " + std::to_string(result));
-
-    const SP_ADDPROPERTYPAGE_DATA after
-        = devices_.with([&](sim::DeviceTable& t) { return t.addPropertyPageData(device_.DevInst); });
-    const int stores = devices_.with([](sim::DeviceTable& t) { return t.stores(); });
-    say("record: stored " + std::to_string(stores) + " time(s), pages "
-        + std::to_string(record.NumDynamicPages) + " -> " + std::to_string(after.NumDynamicPages));
+    say("CoDeviceInstall(" + hex(scenario_.installFunction) + ") = " + std::to_string(asked.result));
+    if (scenario_.installFunction != DIF_ADDPROPERTYPAGE_ADVANCED) {
+        return true;
+    }
+    // The first store is the installer's own record.
+    const int stores = devices_.with([](sim::DeviceTable& t) { return t.stores(); }) - 1;
+    say("record: stored " + std::to_string(stores) + " time(s), pages " + std::to_string(asked.given) + " -> "
+        + std::to_string(asked.pages.size()));
     sheetPages_.push_back(hostPages_.create(L"General", L"ZT Ethernet Adapter"));
-    for (DWORD index = 0; index < after.NumDynamicPages && index < MAX_INSTALLWIZARD_DYNAPAGES; ++index) {
-        sheetPages_.push_back(after.DynamicPages[index]);
-        if (index >= record.NumDynamicPages) {
+    for (std::size_t index = 0; index < asked.pages.size(); ++index) {
+        sheetPages_.push_back(asked.pages[index]);
+        if (index >= asked.given) {
             say("record: page " + std::to_string(index) + " is the module's");
             if (diagIndex_ < 0) {
                 diagIndex_ = static_cast<int>(sheetPages_.size()) - 1;
@@ -271,34 +248,31 @@ bool SheetHost::install_()
 
 void SheetHost::openSheet_()
 {
-    PROPSHEETHEADERW header{};
-    header.dwSize = sizeof header;
-    header.dwFlags = PSH_MODELESS | PSH_NOAPPLYNOW | PSH_PROPTITLE | PSH_NOCONTEXTHELP;
-    header.hInstance = GetModuleHandleW(nullptr);
-    header.pszCaption = scenario_.friendlyName.c_str();
-    header.nPages = static_cast<UINT>(sheetPages_.size());
-    header.nStartPage = diagIndex_ >= 0 ? static_cast<UINT>(diagIndex_) : 0;
-    header.phpage = sheetPages_.data();
-    sheet_ = reinterpret_cast<HWND>(PropertySheetW(&header));
-    // The sheet owns its pages now, whether or not it came up.
+    sheet_ = std::make_unique<DeviceSheet>(scenario_.friendlyName, std::move(sheetPages_),
+                                           diagIndex_ >= 0 ? static_cast<UINT>(diagIndex_) : 0);
     sheetPages_.clear();
-    if (sheet_ == nullptr || sheet_ == reinterpret_cast<HWND>(-1)) {
-        sheet_ = nullptr;
-        say("sheet: PropertySheetW failed, code " + std::to_string(GetLastError()));
+    if (sheet_->window() == nullptr) {
+        say("sheet: PropertySheetW failed, code " + std::to_string(sheet_->error()));
+        sheet_.reset();
         outcome_.exitCode = 1;
         return;
     }
-    SetWindowPos(sheet_, HWND_TOP, 40, 40, 0, 0, SWP_NOSIZE | SWP_SHOWWINDOW);
-    SetForegroundWindow(sheet_);
+    if (scenario_.timeOpen) {
+        const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - loadStart_;
+        say("timing: the sheet open " + std::to_string(took.count()) + " ms after LoadLibraryW");
+    }
+    HWND sheet = sheet_->window();
+    SetWindowPos(sheet, HWND_TOP, 40, 40, 0, 0, SWP_NOSIZE | SWP_SHOWWINDOW);
+    SetForegroundWindow(sheet);
     settle_();
     std::string tabs;
-    const int count = TabCtrl_GetItemCount(PropSheet_GetTabControl(sheet_));
+    const int count = TabCtrl_GetItemCount(PropSheet_GetTabControl(sheet));
     for (int index = 0; index < count; ++index) {
-        tabs += " " + quoted(tabTitle(sheet_, index));
+        tabs += " " + quoted(sheetTabTitle(sheet, index));
     }
     say("sheet: tabs" + tabs);
-    const int current = PropSheet_HwndToIndex(sheet_, PropSheet_GetCurrentPageHwnd(sheet_));
-    say("sheet: showing " + quoted(tabTitle(sheet_, current)));
+    const int current = PropSheet_HwndToIndex(sheet, PropSheet_GetCurrentPageHwnd(sheet));
+    say("sheet: showing " + quoted(sheetTabTitle(sheet, current)));
     if (diagPage_() != nullptr) {
         dump_("open");
     }
@@ -309,21 +283,14 @@ HWND SheetHost::diagPage_() const
     if (sheet_ == nullptr || diagIndex_ < 0) {
         return nullptr;
     }
-    return PropSheet_IndexToHwnd(sheet_, diagIndex_);
+    return PropSheet_IndexToHwnd(sheet_->window(), diagIndex_);
 }
 
 bool SheetHost::pumpQueued_()
 {
-    MSG message{};
-    while (sheet_ != nullptr && PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
-        if (!PropSheet_IsDialogMessage(sheet_, &message)) {
-            TranslateMessage(&message);
-            DispatchMessageW(&message);
-        }
-        // OK, Cancel or the close box: a modeless sheet leaves its destruction to its owner.
-        if (sheet_ != nullptr && PropSheet_GetCurrentPageHwnd(sheet_) == nullptr) {
-            closeSheet_();
-        }
+    // OK, Cancel or the close box: a modeless sheet leaves its destruction to its owner.
+    if (sheet_ != nullptr && !sheet_->pumpQueued()) {
+        closeSheet_();
     }
     return sheet_ != nullptr;
 }
@@ -399,9 +366,10 @@ void SheetHost::runStep_(const Step& step)
         dump_(args.empty() ? std::string() : narrow(args[0]));
     } else if (name == "screenshot") {
         settle_();
-        RedrawWindow(sheet_, nullptr, nullptr, RDW_INVALIDATE | RDW_UPDATENOW | RDW_ALLCHILDREN | RDW_FRAME);
+        RedrawWindow(sheet_->window(), nullptr, nullptr,
+                     RDW_INVALIDATE | RDW_UPDATENOW | RDW_ALLCHILDREN | RDW_FRAME);
         pump_(100);
-        say(std::string("screenshot: ") + (saveWindowBitmap(sheet_, args[0]) ? "saved " : "failed ")
+        say(std::string("screenshot: ") + (saveWindowBitmap(sheet_->window(), args[0]) ? "saved " : "failed ")
             + narrow(args[0]));
     } else if (name == "click-run") {
         HWND button = page != nullptr ? GetDlgItem(page, IDC_RUN_DIAG) : nullptr;
@@ -523,7 +491,7 @@ void SheetHost::runStep_(const Step& step)
         }
         say(text);
     } else if (name == "select-page") {
-        PropSheet_SetCurSel(sheet_, nullptr, static_cast<int>(millisecondsOf(args[0])));
+        PropSheet_SetCurSel(sheet_->window(), nullptr, static_cast<int>(millisecondsOf(args[0])));
         settle_();
         say("select-page " + narrow(args[0]));
     } else if (name == "close") {
@@ -536,15 +504,14 @@ void SheetHost::closeSheet_()
     if (sheet_ == nullptr) {
         return;
     }
-    HWND sheet = sheet_;
-    sheet_ = nullptr;  // nothing pumps into a sheet being destroyed
-    PropSheet_PressButton(sheet, PSBTN_OK);
+    // Nothing pumps into a sheet being destroyed.
+    const std::unique_ptr<DeviceSheet> sheet = std::move(sheet_);
     const int started = adapter_->startedCableTests();
     const int finished = adapter_->finishedCableTests();
     // The pages are released here; a page may wait for its work to end.
     {
         const Watchdog::Wait wait(watchdog_, "the sheet's destruction", callLimit);
-        DestroyWindow(sheet);
+        sheet->close();
     }
     say("sheet: closed");
     if (started != 0) {

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
@@ -13,7 +14,6 @@
 #include "platform/Threading.h"
 #include "sim/SimAdapter.h"
 #include "tools/sheet_host/CallerThreads.h"
-#include "tools/sheet_host/CoInstallerModule.h"
 #include "tools/sheet_host/ComWatch.h"
 #include "tools/sheet_host/HostPages.h"
 #include "tools/sheet_host/IconCatalog.h"
@@ -24,6 +24,8 @@
 #include "tools/sheet_host/SetupApiStandIn.h"
 #include "tools/sheet_host/Watchdog.h"
 #include "tools/sheet_host/Win32.h"
+#include "ztpanel/CoInstallerModule.h"
+#include "ztpanel/DeviceSheet.h"
 
 class SheetHost {
 public:
@@ -81,6 +83,10 @@ private:
     std::unique_ptr<sim::SimAdapter> adapter_;
     // The device installer's side: the device's properties and class-install parameters.
     SetupApiStandIn devices_;
+    // The host's own calls that hand the record over and read it back lead there too.
+    ImportPatch installerCalls_{
+        GetModuleHandleW(nullptr), "setupapi.dll",
+        SetupApiStandIn::replacements({"SetupDiGetClassInstallParamsW", "SetupDiSetClassInstallParamsW"})};
     SP_DEVINFO_DATA device_ = sim::DeviceTable::device(1);
     HostPages hostPages_;
     std::unique_ptr<CoInstallerModule> module_;
@@ -91,7 +97,8 @@ private:
     std::unique_ptr<IconCatalog> icons_;
     std::vector<HPROPSHEETPAGE> sheetPages_;  // General, then the record's pages
     int diagIndex_ = -1;  // the module's page in the sheet
-    HWND sheet_ = nullptr;
+    std::chrono::steady_clock::time_point loadStart_{};  // LoadLibraryW's call
+    std::unique_ptr<DeviceSheet> sheet_;
     Outcome outcome_;
 
     // The sheet's thread and the installer's meet at the sheet's close.

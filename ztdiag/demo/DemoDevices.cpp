@@ -53,7 +53,8 @@ DemoDevices::DemoDevices(std::vector<Device> devices) : devices_(std::move(devic
         GetModuleHandleW(nullptr), "setupapi.dll",
         SetupApiStandIn::replacements({"SetupDiGetClassDevsW", "SetupDiEnumDeviceInfo",
                                        "SetupDiDestroyDeviceInfoList", "SetupDiGetDevicePropertyW",
-                                       "SetupDiGetDeviceInstanceIdW"}));
+                                       "SetupDiGetDeviceInstanceIdW", "SetupDiGetClassInstallParamsW",
+                                       "SetupDiSetClassInstallParamsW"}));
     ipHelperPatch_ = std::make_unique<ImportPatch>(
         GetModuleHandleW(nullptr), "iphlpapi.dll",
         std::vector<ImportPatch::Replacement>{
@@ -70,7 +71,9 @@ DemoDevices::~DemoDevices()
 
 bool DemoDevices::patched() const
 {
-    return patch_->patched().size() == 5 && ipHelperPatch_->patched().size() == 1;
+    // The listing's five are imported by every program that lists adapters; the
+    // class-install parameters' two only by one that hands a device to a co-installer.
+    return patch_->patched().size() >= 5 && ipHelperPatch_->patched().size() == 1;
 }
 
 ULONG WINAPI DemoDevices::getAdaptersAddresses(ULONG family, ULONG /*flags*/, PVOID reserved,

@@ -12,13 +12,16 @@ const wchar_t* const otherMakersId = L"PCI\\VEN_5B2D&DEV_0A41&SUBSYS_00005B2D&RE
 std::vector<DemoDevices::Device> devicesOf(const DemoSettings& settings)
 {
     // IP Helper lists the connections of working adapters only: not the disabled one's.
-    std::vector<DemoDevices::Device> devices{{settings.name,
-                                              {listedId, L"PCI\\VEN_7E5C&DEV_C3E1"},
-                                              0,
-                                              std::wstring(listedId) + L"\\4&1A2B3C4D&0&00E0",
-                                              L"Ethernet 2",
-                                              12,
-                                              {0x00, 0x1B, 0x21, 0x3A, 0x4F, 0x5C}}};
+    std::vector<DemoDevices::Device> devices;
+    if (settings.firstAdapter) {
+        devices.push_back({settings.name,
+                           {listedId, L"PCI\\VEN_7E5C&DEV_C3E1"},
+                           0,
+                           std::wstring(listedId) + L"\\4&1A2B3C4D&0&00E0",
+                           L"Ethernet 2",
+                           12,
+                           {0x00, 0x1B, 0x21, 0x3A, 0x4F, 0x5C}});
+    }
     if (settings.secondAdapter) {
         devices.push_back({settings.name + L" #2",
                            {listedId},

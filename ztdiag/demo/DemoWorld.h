@@ -15,6 +15,7 @@
 
 struct DemoSettings {
     std::wstring name = L"ZT Ethernet Adapter";
+    bool firstAdapter = true;  // the ZT adapter that works; without it, no ZT adapter is listed
     bool secondAdapter = false;  // "ZT Ethernet Adapter #2", disabled (problem code 22)
     bool linkUp = true;
     std::uint64_t linkSpeed = 2500000000;

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "tools/sheet_host/Win32.h"
+#include "platform.h"
 
 class CoInstallerModule {
 public:

@@ -1,4 +1,4 @@
-#include "tools/sheet_host/CoInstallerModule.h"
+#include "ztpanel/CoInstallerModule.h"
 
 CoInstallerModule::CoInstallerModule(const std::wstring& path)
     : name_(path.substr(path.find_last_of(L"\\/") + 1))
