@@ -9,6 +9,11 @@ namespace {
 
 DemoDevices* current = nullptr;
 
+// What a program that lists the adapters imports; patched() needs all of them.
+const char* const listing[]
+    = {"SetupDiGetClassDevsW", "SetupDiEnumDeviceInfo", "SetupDiDestroyDeviceInfoList",
+       "SetupDiGetDevicePropertyW", "SetupDiGetDeviceInstanceIdW"};
+
 constexpr std::size_t alignment = alignof(IP_ADAPTER_ADDRESSES);
 
 std::size_t aligned(std::size_t size)
@@ -49,12 +54,10 @@ DemoDevices::DemoDevices(std::vector<Device> devices) : devices_(std::move(devic
             t.setUint32(devInst, DEVPKEY_Device_ProblemCode, device.problemCode);
         }
     });
-    patch_ = std::make_unique<ImportPatch>(
-        GetModuleHandleW(nullptr), "setupapi.dll",
-        SetupApiStandIn::replacements({"SetupDiGetClassDevsW", "SetupDiEnumDeviceInfo",
-                                       "SetupDiDestroyDeviceInfoList", "SetupDiGetDevicePropertyW",
-                                       "SetupDiGetDeviceInstanceIdW", "SetupDiGetClassInstallParamsW",
-                                       "SetupDiSetClassInstallParamsW"}));
+    std::vector<std::string> functions(std::begin(listing), std::end(listing));
+    functions.insert(functions.end(), {"SetupDiGetClassInstallParamsW", "SetupDiSetClassInstallParamsW"});
+    patch_ = std::make_unique<ImportPatch>(GetModuleHandleW(nullptr), "setupapi.dll",
+                                           SetupApiStandIn::replacements(functions));
     ipHelperPatch_ = std::make_unique<ImportPatch>(
         GetModuleHandleW(nullptr), "iphlpapi.dll",
         std::vector<ImportPatch::Replacement>{
@@ -71,9 +74,14 @@ DemoDevices::~DemoDevices()
 
 bool DemoDevices::patched() const
 {
-    // The listing's five are imported by every program that lists adapters; the
+    // The listing's functions are imported by every program that lists adapters; the
     // class-install parameters' two only by one that hands a device to a co-installer.
-    return patch_->patched().size() >= 5 && ipHelperPatch_->patched().size() == 1;
+    const std::vector<std::string>& names = patch_->patched();
+    return std::all_of(std::begin(listing), std::end(listing),
+                       [&names](const char* name) {
+                           return std::find(names.begin(), names.end(), name) != names.end();
+                       })
+        && ipHelperPatch_->patched().size() == 1;
 }
 
 ULONG WINAPI DemoDevices::getAdaptersAddresses(ULONG family, ULONG /*flags*/, PVOID reserved,
