@@ -1,5 +1,6 @@
 #include "ztpanel/demo/ScriptedUser.h"
 
+#include <atomic>
 #include <chrono>
 #include <mutex>
 #include <vector>
@@ -50,6 +51,43 @@ void sayText(const std::string& label, const std::wstring& text)
         start = end + 1;
     }
 }
+
+// The settle markers that the sheet's thread has taken from its queue.
+std::atomic<long> markersTaken{0};
+
+UINT settleMarker()
+{
+    static const UINT message = RegisterWindowMessageW(L"ZtPanelDemoSettle");
+    return message;
+}
+
+LRESULT CALLBACK countMarkers(int code, WPARAM removed, LPARAM taken)
+{
+    if (code == HC_ACTION && removed == PM_REMOVE
+        && reinterpret_cast<const MSG*>(taken)->message == settleMarker()) {
+        ++markersTaken;
+    }
+    return CallNextHookEx(nullptr, code, removed, taken);
+}
+
+// Counts the markers one thread takes from its queue, while it lives.
+class MarkerHook {
+public:
+    explicit MarkerHook(DWORD thread) : hook_(SetWindowsHookExW(WH_GETMESSAGE, countMarkers, nullptr, thread))
+    {
+    }
+    ~MarkerHook()
+    {
+        if (hook_ != nullptr) {
+            UnhookWindowsHookEx(hook_);
+        }
+    }
+    MarkerHook(const MarkerHook&) = delete;
+    MarkerHook& operator=(const MarkerHook&) = delete;
+
+private:
+    HHOOK hook_;
+};
 
 void press(HWND dialog, int button)
 {
@@ -124,19 +162,26 @@ void ScriptedUser::answerChooser_(HWND chooser)
     press(chooser, IDOK);
 }
 
-void ScriptedUser::settle_()
+void ScriptedUser::settle_(HWND sheet)
 {
     // The page's first reads and the events they start are the service's work,
-    // then messages of the sheet's thread.
+    // then messages posted to the sheet's thread, whose handling may read again.
+    // A round ends once a marker posted after the service's work has come out
+    // of that thread's queue, so everything posted before it was handled.
+    const MarkerHook hook(GetWindowThreadProcessId(sheet, nullptr));
     for (int round = 0; round < 3; ++round) {
         world_.service().drain();
-        waitRealTime(std::chrono::milliseconds(300));
+        const long before = markersTaken;
+        PostMessageW(sheet, settleMarker(), 0, 0);
+        for (int wait = 0; wait < 1000 && markersTaken == before; ++wait) {
+            waitRealTime(std::chrono::milliseconds(10));
+        }
     }
 }
 
 void ScriptedUser::readSheet_(HWND sheet)
 {
-    settle_();
+    settle_(sheet);
     say("sheet " + quoted(windowText(sheet)));
     std::string titles;
     for (int index = 0; index < TabCtrl_GetItemCount(PropSheet_GetTabControl(sheet)); ++index) {
@@ -168,7 +213,7 @@ void ScriptedUser::readSheet_(HWND sheet)
     if (choices_.removeAdapter) {
         say("the adapter is removed");
         world_.remove();
-        settle_();
+        settle_(sheet);
         readPage("after the removal");
     }
     say("sheet: OK");

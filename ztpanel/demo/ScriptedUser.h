@@ -34,7 +34,8 @@ private:
     void answerMessageBox_(HWND box);
     void answerChooser_(HWND chooser);
     void readSheet_(HWND sheet);
-    void settle_();
+    // Until the service and the sheet's thread have handled what the page started.
+    void settle_(HWND sheet);
 
     Choices choices_;
     DemoWorld& world_;
