@@ -25,6 +25,10 @@ public:
     DWORD error() const { return error_; }
     std::size_t size() const { return devices_.size(); }
     DevPropertiesReader reader(std::size_t index);
+    // The set and a device's record, for a caller that hands the device on (a
+    // co-installer's host); valid while the object lives.
+    HDEVINFO set() const { return set_; }
+    SP_DEVINFO_DATA& device(std::size_t index) { return devices_.at(index); }
 
 private:
     HDEVINFO set_;

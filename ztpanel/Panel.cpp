@@ -29,49 +29,6 @@ void PanelHooks::tell(const std::wstring& text, UINT icon)
 
 namespace {
 
-constexpr DWORD maxDeviceIdLength = 200;  // MAX_DEVICE_ID_LEN, the closing zero too
-
-// A device information set of the network class's present devices, owned.
-class NetDevices {
-public:
-    NetDevices() : set_(SetupDiGetClassDevsW(&GUID_DEVCLASS_NET, nullptr, nullptr, DIGCF_PRESENT))
-    {
-        error_ = set_ == INVALID_HANDLE_VALUE ? GetLastError() : 0;
-    }
-    ~NetDevices()
-    {
-        if (set_ != INVALID_HANDLE_VALUE) {
-            SetupDiDestroyDeviceInfoList(set_);
-        }
-    }
-    NetDevices(const NetDevices&) = delete;
-    NetDevices& operator=(const NetDevices&) = delete;
-
-    HDEVINFO set() const { return set_; }
-    DWORD error() const { return error_; }
-
-    // The device with this instance id; false if none is present.
-    bool find(const std::wstring& instanceId, SP_DEVINFO_DATA& device) const
-    {
-        for (DWORD index = 0;; ++index) {
-            device = SP_DEVINFO_DATA{};
-            device.cbSize = sizeof device;
-            if (!SetupDiEnumDeviceInfo(set_, index, &device)) {
-                return false;
-            }
-            wchar_t id[maxDeviceIdLength] = {};
-            if (SetupDiGetDeviceInstanceIdW(set_, &device, id, maxDeviceIdLength, nullptr)
-                && CompareStringOrdinal(id, -1, instanceId.c_str(), -1, TRUE) == CSTR_EQUAL) {
-                return true;
-            }
-        }
-    }
-
-private:
-    HDEVINFO set_;
-    DWORD error_;
-};
-
 // The version in the file's version block, "2.2.3.0"; empty if it has none.
 std::wstring fileVersion(const std::wstring& path)
 {
@@ -221,18 +178,24 @@ private:
         const std::wstring& path = settings_.dllPath;
         // Device Manager's way: the device in a set of its own class, kept for the sheet's life (the
         // page reads the device's state through it).
-        const NetDevices devices;
-        SP_DEVINFO_DATA device{};
-        if (devices.error() != 0) {
+        DeviceClassSet devices(GUID_DEVCLASS_NET);
+        if (!devices.isValid()) {
             return fail_(panelCantList,
                          formatString(L"Can't list the network adapters (SetupAPI error %u).",
                                       static_cast<unsigned>(devices.error())));
         }
-        if (!devices.find(adapter.instanceId, device)) {
+        std::size_t index = 0;
+        while (index < devices.size()
+               && CompareStringOrdinal(devices.reader(index).getInstanceId().c_str(), -1,
+                                       adapter.instanceId.c_str(), -1, TRUE)
+                   != CSTR_EQUAL) {
+            ++index;
+        }
+        if (index == devices.size()) {
             return fail_(panelSheetFailed, quoted(adapter.name) + L" is no longer present.");
         }
         const std::wstring dll = path.substr(path.find_last_of(L"\\/") + 1);
-        DevicePages asked = askForPages(module.entry(), devices.set(), device);
+        DevicePages asked = askForPages(module.entry(), devices.set(), devices.device(index));
         if (asked.setupError != 0) {
             return fail_(panelNoPage,
                          formatString(L"The adapter's installation parameters can't be handed to %s "
