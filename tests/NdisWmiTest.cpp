@@ -34,14 +34,6 @@ void bind(NdisWmi& monitor, Seen& seen)
                           });
 }
 
-// A VT_UNKNOWN that holds no interface.
-VARIANT noInterface()
-{
-    VARIANT v{};
-    v.vt = VT_UNKNOWN;
-    return v;
-}
-
 class NdisWmiTest : public WmiFixture {
 protected:
     // WmiQueryLinkState answers this LinkState: an object with these values, or any value.
@@ -68,43 +60,40 @@ protected:
     }
 };
 
-TEST_F(NdisWmiTest, subscribesToTheFourEventClassesOfItsAdapter)
+TEST_F(NdisWmiTest, subscribesToTheEventClassesItHearsOfItsAdapterAndStillQueries)
 {
     const std::wstring quoted = L"Lab \"uplink\" \\ #3";
+    const std::wstring where = L" WHERE InstanceName=\"ZT 10G Network Adapter #2\"";
     struct Case {
         std::wstring instance;
+        NdisEvents events;
+        std::vector<std::wstring> classes;
         std::wstring where;
     };
+    const std::vector<std::wstring> all = {L"NotifyAdapterArrival", L"NotifyAdapterRemoval",
+                                           L"StatusMediaConnect", L"StatusMediaDisconnect"};
     const Case cases[] = {
-        {adapter, L" WHERE InstanceName=\"ZT 10G Network Adapter #2\""},
-        {quoted, L" WHERE InstanceName=\"Lab \"uplink\" \\ #3\""},
-        {L"", L""},
+        {adapter, NdisEvents::Subscribe, all, where},
+        {quoted, NdisEvents::Subscribe, all, L" WHERE InstanceName=\"Lab \"uplink\" \\ #3\""},
+        {L"", NdisEvents::Subscribe, all, L""},
+        {adapter, NdisEvents::Arrivals, {L"NotifyAdapterArrival"}, where},
+        {adapter, NdisEvents::None, {}, where},
     };
+    ndis_->setLinkState(adapter, sim::LinkState::at(2500000000ULL));
     for (const auto& c : cases) {
         service_.clearCalls();
-        onNewThread([&] { const NdisWmi monitor(c.instance.c_str()); });
-        const std::vector<std::wstring> expected = {
-            L"SELECT * FROM MSNdis_NotifyAdapterArrival" + c.where,
-            L"SELECT * FROM MSNdis_NotifyAdapterRemoval" + c.where,
-            L"SELECT * FROM MSNdis_StatusMediaConnect" + c.where,
-            L"SELECT * FROM MSNdis_StatusMediaDisconnect" + c.where,
-        };
+        onNewThread([&] {
+            const NdisWmi monitor(c.instance.c_str(), c.events);
+            EXPECT_EQ(monitor.linkSpeed(), c.instance == adapter ? 2500000000ULL : 0U) << "whatever it hears";
+        });
+        std::vector<std::wstring> expected;
+        for (const auto& eventClass : c.classes) {
+            expected.push_back(L"SELECT * FROM MSNdis_" + eventClass + c.where);
+        }
         EXPECT_EQ(queries(), expected);
-        EXPECT_EQ(callsOf("CancelAsyncCall"), 1) << "one cancel ends all four";
+        EXPECT_EQ(callsOf("CancelAsyncCall"), c.classes.empty() ? 0 : 1) << "one cancel ends them all";
         EXPECT_TRUE(service_.subscriptions().empty());
     }
-}
-
-TEST_F(NdisWmiTest, aMonitorThatHearsNoEventsSubscribesToNoneAndStillQueries)
-{
-    ndis_->setLinkState(adapter, sim::LinkState::at(2500000000ULL));
-    onNewThread([&] {
-        const NdisWmi monitor(adapter, NdisEvents::None);
-        EXPECT_EQ(monitor.mediaConnectState(), MediaConnectState::Connected);
-        EXPECT_EQ(monitor.linkSpeed(), 2500000000ULL);
-    });
-    EXPECT_EQ(queries(), std::vector<std::wstring>{});
-    EXPECT_EQ(callsOf("CancelAsyncCall"), 0) << "nothing to cancel";
 }
 
 TEST_F(NdisWmiTest, aFailedRegistrationIsTracedAndTheOthersGoOn)
@@ -155,54 +144,40 @@ TEST_F(NdisWmiTest, linkStateQuerySendsTheFixedRecords)
     EXPECT_EQ(r.header.className, L"MSNdis_WmiMethodHeader");
 }
 
-TEST_F(NdisWmiTest, linkSpeedIsTheTransmitSpeedParsedFromText)
+TEST_F(NdisWmiTest, linkSpeedIsTheTransmitSpeedParsedFromTextAndMediaStateTheLow16Bits)
 {
+    using sim::Value;
     struct Case {
         const char* what;
         sim::PropertyValues linkState;
-        std::uint64_t expected = 0;
+        std::uint64_t speed = 0;
+        MediaConnectState state = MediaConnectState::Unknown;
     };
     const Case cases[] = {
-        {"above 32 bits", {{L"XmitLinkSpeed", sim::Value::uint64(2500000000ULL)}}, 2500000000ULL},
-        {"10 Gbps", {{L"XmitLinkSpeed", sim::Value::uint64(10000000000ULL)}}, 10000000000ULL},
-        {"leading blanks", {{L"XmitLinkSpeed", sim::Value::string(L"  1000000000")}}, 1000000000ULL},
-        {"digits up to a non-digit", {{L"XmitLinkSpeed", sim::Value::string(L"100Mbps")}}, 100ULL},
-        {"no digits", {{L"XmitLinkSpeed", sim::Value::string(L"fast")}}, 0},
-        {"empty text", {{L"XmitLinkSpeed", sim::Value::string(L"")}}, 0},
-        {"overflow", {{L"XmitLinkSpeed", sim::Value::string(L"18446744073709551616")}}, 0},
-        {"largest",
-         {{L"XmitLinkSpeed", sim::Value::string(L"18446744073709551614")}},
-         18446744073709551614ULL},
-        {"NDIS_LINK_SPEED_UNKNOWN", {{L"XmitLinkSpeed", sim::Value::string(L"18446744073709551615")}}, 0},
-        {"null", {{L"XmitLinkSpeed", sim::Value::null()}}, 0},
-        {"not text", {{L"XmitLinkSpeed", sim::Value::sint32(1000)}}, 0},
-        {"absent", {{L"MediaConnectState", sim::Value::uint32(1)}}, 0},
+        {"above 32 bits", {{L"XmitLinkSpeed", Value::uint64(2500000000ULL)}}, 2500000000ULL},
+        {"10 Gbps", {{L"XmitLinkSpeed", Value::uint64(10000000000ULL)}}, 10000000000ULL},
+        {"leading blanks", {{L"XmitLinkSpeed", Value::string(L"  1000000000")}}, 1000000000ULL},
+        {"digits up to a non-digit", {{L"XmitLinkSpeed", Value::string(L"100Mbps")}}, 100ULL},
+        {"no digits", {{L"XmitLinkSpeed", Value::string(L"fast")}}},
+        {"empty text", {{L"XmitLinkSpeed", Value::string(L"")}}},
+        {"overflow", {{L"XmitLinkSpeed", Value::string(L"18446744073709551616")}}},
+        {"largest", {{L"XmitLinkSpeed", Value::string(L"18446744073709551614")}}, 18446744073709551614ULL},
+        {"NDIS_LINK_SPEED_UNKNOWN", {{L"XmitLinkSpeed", Value::string(L"18446744073709551615")}}},
+        {"null speed", {{L"XmitLinkSpeed", Value::null()}}},
+        {"speed not text", {{L"XmitLinkSpeed", Value::sint32(1000)}}},
+        {"connected", {{L"MediaConnectState", Value::uint32(1)}}, 0, MediaConnectState::Connected},
+        {"disconnected", {{L"MediaConnectState", Value::uint32(2)}}, 0, MediaConnectState::Disconnected},
+        {"high bits", {{L"MediaConnectState", Value::uint32(65538)}}, 0, MediaConnectState::Disconnected},
+        {"state 0", {{L"MediaConnectState", Value::uint32(0)}}},
+        {"null state", {{L"MediaConnectState", Value::null()}}},
     };
     for (const auto& c : cases) {
         answerLinkState(c.linkState);
         onNewThread([&] {
             const NdisWmi monitor(adapter);
-            EXPECT_EQ(monitor.linkSpeed(), c.expected) << c.what;
+            EXPECT_EQ(monitor.linkSpeed(), c.speed) << c.what;
+            EXPECT_EQ(monitor.mediaConnectState(), c.state) << c.what;
         });
-    }
-}
-
-TEST_F(NdisWmiTest, mediaStateIsTheLow16Bits)
-{
-    struct Case {
-        sim::Value value;
-        MediaConnectState expected = MediaConnectState::Unknown;
-    };
-    const Case cases[] = {
-        {sim::Value::uint32(1), MediaConnectState::Connected},
-        {sim::Value::uint32(2), MediaConnectState::Disconnected},
-        {sim::Value::uint32(65538), MediaConnectState::Disconnected},
-        {sim::Value::uint32(0), MediaConnectState::Unknown},
-        {sim::Value::null(), MediaConnectState::Unknown},
-    };
-    for (const auto& c : cases) {
-        answerLinkState({{L"MediaConnectState", c.value}});
-        onNewThread([&] { EXPECT_EQ(NdisWmi(adapter).mediaConnectState(), c.expected); });
     }
 }
 
@@ -230,7 +205,7 @@ TEST_F(NdisWmiTest, failedQueriesGiveNoSpeedAndUnknownState)
                                [](sim::MethodCall&) { return S_OK; });
          },
          noLinkState, true},
-        {"LinkState holding no interface", [&] { answerLinkState(sim::Value::raw(noInterface())); },
+        {"LinkState holding no interface", [&] { answerLinkState(noInterface()); },
          noLinkState, true},
         {"LinkState of another type", [&] { answerLinkState(sim::Value::string(L"up")); }, noLinkState, true},
         {"the adapter is gone", [&] { ndis_->remove(adapter).wait(); },
@@ -300,42 +275,31 @@ TEST_F(NdisWmiTest, eventsReachTheBoundCallbacks)
                                          L"removed " + name, L"arrived " + name}));
 }
 
-TEST_F(NdisWmiTest, sinkTracesTheClassesItHasNoRowForAndCallsNothing)
+TEST_F(NdisWmiTest, sinkIgnoresClassesItHasNoRowForAndKeepsAHandlersExceptionIn)
 {
-    // Delivered straight to a sink: the monitor doesn't subscribe to these.
+    // Delivered straight to a sink: the monitor doesn't subscribe to the first two.
     Seen seen;
     onNewThread([&] {
         NdisWmi monitor(adapter);
         bind(monitor, seen);
-        WbemServices& services = threadWbemServices();
         const com_ptr<NdisEventsSink> sink(new NdisEventsSink(&monitor), false);
-        for (const wchar_t* eventClass :
-             {L"MSNdis_StatusLinkSpeedChange", L"MSNdis_StatusOperationalStatus"}) {
-            com_ptr<IWbemClassObject> event = services.createInstance(eventClass);
+        const auto indicate = [&](const wchar_t* eventClass) {
+            com_ptr<IWbemClassObject> event = threadWbemServices().createInstance(eventClass);
             ASSERT_TRUE(event) << "the provider defines it";
             IWbemClassObject* batch[] = {event.get()};
             EXPECT_EQ(sink->Indicate(1, batch), WBEM_S_NO_ERROR);
-        }
+        };
+        indicate(L"MSNdis_StatusLinkSpeedChange");
+        indicate(L"MSNdis_StatusOperationalStatus");
         EXPECT_EQ(sink->Indicate(0, nullptr), WBEM_S_NO_ERROR);
         EXPECT_EQ(sink->Indicate(-1, nullptr), WBEM_S_NO_ERROR);
-    });
-    EXPECT_TRUE(seen.get().empty());
-}
-
-TEST_F(NdisWmiTest, anExceptionInAHandlerStaysInTheSink)
-{
-    onNewThread([&] {
-        NdisWmi monitor(adapter);
+        EXPECT_TRUE(seen.get().empty());
         monitor.bindCallbacks(nullptr, nullptr, [](const std::wstring&, MediaConnectState) {
             throw std::bad_alloc();  // as an allocation in a callback does
         });
-        const com_ptr<NdisEventsSink> sink(new NdisEventsSink(&monitor), false);
-        com_ptr<IWbemClassObject> event = threadWbemServices().createInstance(L"MSNdis_StatusMediaConnect");
-        IWbemClassObject* batch[] = {event.get()};
         host::clearDebugOutput();
-        EXPECT_EQ(sink->Indicate(1, batch), WBEM_S_NO_ERROR);
-        const auto messages = tracedMessages();
-        EXPECT_EQ(messages.back(), "[!] NdisEventSink: out of memory, batch dropped");
+        indicate(L"MSNdis_StatusMediaConnect");
+        EXPECT_EQ(tracedMessages().back(), "[!] NdisEventSink: out of memory, batch dropped");
     });
 }
 
