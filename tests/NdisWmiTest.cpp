@@ -70,8 +70,8 @@ TEST_F(NdisWmiTest, subscribesToTheEventClassesItHearsOfItsAdapterAndStillQuerie
         std::vector<std::wstring> classes;
         std::wstring where;
     };
-    const std::vector<std::wstring> all = {L"NotifyAdapterArrival", L"NotifyAdapterRemoval",
-                                           L"StatusMediaConnect", L"StatusMediaDisconnect"};
+    const std::vector<std::wstring> all
+        = {L"NotifyAdapterArrival", L"NotifyAdapterRemoval", L"StatusMediaConnect", L"StatusMediaDisconnect"};
     const Case cases[] = {
         {adapter, NdisEvents::Subscribe, all, where},
         {quoted, NdisEvents::Subscribe, all, L" WHERE InstanceName=\"Lab \"uplink\" \\ #3\""},
@@ -205,8 +205,7 @@ TEST_F(NdisWmiTest, failedQueriesGiveNoSpeedAndUnknownState)
                                [](sim::MethodCall&) { return S_OK; });
          },
          noLinkState, true},
-        {"LinkState holding no interface", [&] { answerLinkState(noInterface()); },
-         noLinkState, true},
+        {"LinkState holding no interface", [&] { answerLinkState(noInterface()); }, noLinkState, true},
         {"LinkState of another type", [&] { answerLinkState(sim::Value::string(L"up")); }, noLinkState, true},
         {"the adapter is gone", [&] { ndis_->remove(adapter).wait(); },
          "ExecMethod(MSNdis_LinkState.InstanceName=\"ZT 10G Network Adapter #2\":WmiQueryLinkState) -> "

@@ -45,7 +45,8 @@ TEST_F(WbemClassObjectTest, typedGettersWriteOnlyAnExactType)
         EXPECT_EQ(number, 1234) << "untouched on failure";
         EXPECT_EQ(object, nullptr);
         EXPECT_EQ(tracedMessages(),
-                  (Messages{"[!] property 'Unset' has invalid type (1)", "[!] property 'Name' has invalid type (8)"}));
+                  (Messages{"[!] property 'Unset' has invalid type (1)",
+                            "[!] property 'Name' has invalid type (8)"}));
 
         // An embedded object lives as long as its container; a wrapper that keeps
         // it takes a reference of its own.
