@@ -5,9 +5,8 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cwchar>
-#include <mutex>
+#include <future>
 #include <thread>
 
 #include "EventLog.h"
@@ -295,23 +294,19 @@ TEST_F(NdisWmiTest, batchStopsAtAnObjectWithoutClass)
     onNewThread([&] {
         NdisWmi monitor(L"");  // no WHERE clause: objects of any adapter
         bind(monitor, seen);
-        sim::Event batch{L"MSNdis_StatusMediaConnect", {}};
-        batch.objects.push_back(
-            {L"MSNdis_StatusMediaConnect", {{L"InstanceName", sim::Value::string(L"one")}}});
-        batch.objects.push_back(
-            {L"MSNdis_StatusMediaConnect",
-             {{L"InstanceName", sim::Value::string(L"two")}, {L"__Class", sim::Value::absent()}}});
-        batch.objects.push_back(
-            {L"MSNdis_StatusMediaConnect", {{L"InstanceName", sim::Value::string(L"three")}}});
-        report = service_.fire(batch);
+        const std::wstring connect = L"MSNdis_StatusMediaConnect";
+        const std::wstring disconnect = L"MSNdis_StatusMediaDisconnect";
+        report = service_.fire(
+            {connect,
+             {{connect, {{L"InstanceName", sim::Value::string(L"one")}}},
+              {connect, {{L"InstanceName", sim::Value::string(L"two")}, {L"__Class", sim::Value::absent()}}},
+              {connect, {{L"InstanceName", sim::Value::string(L"three")}}}}});
         report.wait();
-        sim::Event nameless{L"MSNdis_StatusMediaDisconnect", {}};
-        nameless.objects.push_back(
-            {L"MSNdis_StatusMediaDisconnect", {{L"InstanceName", sim::Value::absent()}}});
         VARIANT nullText{};
         nullText.vt = VT_BSTR;  // a null BSTR is the empty string
-        nameless.objects.push_back(
-            {L"MSNdis_StatusMediaDisconnect", {{L"InstanceName", sim::Value::raw(nullText)}}});
+        const sim::Event nameless{disconnect,
+                                  {{disconnect, {{L"InstanceName", sim::Value::absent()}}},
+                                   {disconnect, {{L"InstanceName", sim::Value::raw(nullText)}}}}};
         service_.fire(nameless).wait();
     });
     EXPECT_EQ(seen.get(), (std::vector<std::wstring>{L"media one 1", L"media  2", L"media  2"}));
@@ -351,31 +346,22 @@ TEST_F(NdisWmiTest, noCallbackRunsOnceTheMonitorIsGoneEvenWithDeliveriesInFlight
 
 TEST_F(NdisWmiTest, destructionWaitsForACallbackThatIsRunning)
 {
-    std::mutex lock;
-    std::condition_variable changed;
-    bool inCallback = false;
-    bool mayLeave = false;
+    std::promise<void> entered;
+    std::promise<void> mayLeave;
     std::atomic<bool> destroyed{false};
     std::atomic<bool> destroyedWhileInside{false};
     onNewThread([&] {
         auto monitor = std::make_unique<NdisWmi>(adapter);
         monitor->bindCallbacks({}, {}, [&](const std::wstring&, MediaConnectState) {
-            std::unique_lock<std::mutex> guard(lock);
-            inCallback = true;
-            changed.notify_all();
-            changed.wait(guard, [&] { return mayLeave; });
+            entered.set_value();
+            mayLeave.get_future().wait();
             destroyedWhileInside = destroyed.load();
         });
         ndis_->connect(adapter);
-        {
-            std::unique_lock<std::mutex> guard(lock);
-            changed.wait(guard, [&] { return inCallback; });
-        }
+        entered.get_future().wait();
         std::thread releaser([&] {
             std::this_thread::sleep_for(50ms);  // give the destructor time to (wrongly) finish
-            const std::lock_guard<std::mutex> guard(lock);
-            mayLeave = true;
-            changed.notify_all();
+            mayLeave.set_value();
         });
         monitor.reset();
         destroyed = true;
