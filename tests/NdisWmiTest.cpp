@@ -324,11 +324,7 @@ TEST_F(NdisWmiTest, noCallbackRunsOnceTheMonitorIsGoneEvenWithDeliveriesInFlight
         std::atomic<int> lateCalls{0};
         onNewThread([&] {
             auto monitor = std::make_unique<NdisWmi>(adapter);
-            auto late = [&] {
-                if (gone) {
-                    ++lateCalls;
-                }
-            };
+            auto late = [&] { lateCalls += gone ? 1 : 0; };
             monitor->bindCallbacks([=](const std::wstring&) { late(); }, [=](const std::wstring&) { late(); },
                                    [=](const std::wstring&, MediaConnectState) { late(); });
             service_.holdDeliveries(sim::HoldPoint::insideIndicate);

@@ -407,8 +407,6 @@ TEST_F(ZtNicTest, temperaturesOrTheDefaultRecord)
                           ZtField::macTemperature}) {
             driver_->resetField(adapter, f);
         }
-        driver_->setThermalFlags(adapter, 12);
-        driver_->setTemperatures(adapter, 4500, 5000);
         c.script();
         onNewThread([&] {
             ZtNic nic(adapter, true);
