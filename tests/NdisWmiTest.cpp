@@ -47,16 +47,6 @@ protected:
             return S_OK;
         });
     }
-    std::vector<std::wstring> queries() const
-    {
-        std::vector<std::wstring> texts;
-        for (const auto& call : service_.calls()) {
-            if (call.call == "ExecNotificationQueryAsync") {
-                texts.push_back(call.target);
-            }
-        }
-        return texts;
-    }
 };
 
 TEST_F(NdisWmiTest, subscribesToTheEventClassesItHearsOfItsAdapterAndStillQueries)
@@ -85,11 +75,17 @@ TEST_F(NdisWmiTest, subscribesToTheEventClassesItHearsOfItsAdapterAndStillQuerie
             const NdisWmi monitor(c.instance.c_str(), c.events);
             EXPECT_EQ(monitor.linkSpeed(), c.instance == adapter ? 2500000000ULL : 0U) << "whatever it hears";
         });
+        std::vector<std::wstring> queries;
         std::vector<std::wstring> expected;
+        for (const auto& call : service_.calls()) {
+            if (call.call == "ExecNotificationQueryAsync") {
+                queries.push_back(call.target);
+            }
+        }
         for (const auto& eventClass : c.classes) {
             expected.push_back(L"SELECT * FROM MSNdis_" + eventClass + c.where);
         }
-        EXPECT_EQ(queries(), expected);
+        EXPECT_EQ(queries, expected);
         EXPECT_EQ(callsOf("CancelAsyncCall"), c.classes.empty() ? 0 : 1) << "one cancel ends them all";
         EXPECT_TRUE(service_.subscriptions().empty());
     }

@@ -44,22 +44,18 @@ TEST(Trace, suffixNamesTheEnclosingFunction)
         traced.withLambda();
     }
     const auto lines = tracedLines();
-    struct Expected {
-        const char* message;
-        const char* function;
-    };
-    const Expected expected[] = {
-        {"[!] here", "Trace_suffixNamesTheEnclosingFunction_Test::TestBody"},
-        {"[!] from a free function", "freeFunction"},
-        {"Traced()", "Traced::Traced"},
-        {"lambda 2", "Traced::withLambda"},
-        {"~Traced()", "Traced::~Traced"},
-    };
-    ASSERT_EQ(lines.size(), std::size(expected));
-    for (std::size_t i = 0; i < lines.size(); ++i) {
-        EXPECT_EQ(lines[i].message, expected[i].message) << "line " << i;
-        EXPECT_EQ(lines[i].function, expected[i].function) << "line " << i;
+    std::vector<std::pair<std::string, std::string>> seen;
+    for (const auto& l : lines) {
+        seen.emplace_back(l.message, l.function);
     }
+    EXPECT_EQ(seen,
+              (std::vector<std::pair<std::string, std::string>>{
+                  {"[!] here", "Trace_suffixNamesTheEnclosingFunction_Test::TestBody"},
+                  {"[!] from a free function", "freeFunction"},
+                  {"Traced()", "Traced::Traced"},
+                  {"lambda 2", "Traced::withLambda"},
+                  {"~Traced()", "Traced::~Traced"},
+              }));
     EXPECT_EQ(host::debugOutput()[0], "[!] here @" + lines[0].function + "+" + std::to_string(line) + "\n");
 }
 

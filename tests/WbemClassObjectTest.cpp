@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "WmiFixture.h"
+#include "host/CountingUnknown.h"
 #include "wmi/WbemServices.h"
 
 namespace {
@@ -59,26 +60,12 @@ TEST_F(WbemClassObjectTest, typedGettersWriteOnlyAnExactType)
     });
 }
 
-// An interface that is no object of the service.
-class NotAnObject final : public IUnknown {
-public:
-    virtual ~NotAnObject() = default;
-
-    STDMETHOD(QueryInterface)(REFIID /*iid*/, void** object) override
-    {
-        *object = nullptr;
-        return E_NOINTERFACE;
-    }
-    STDMETHOD_(ULONG, AddRef)() override { return 1; }
-    STDMETHOD_(ULONG, Release)() override { return 1; }
-};
-
 // An object, or none (read as one with no properties), is in the ZtNic tests'
 // thermalInfo and diagRes cases.
 TEST_F(WbemClassObjectTest, embeddedObjectLeavesTheTargetAloneForAnInterfaceThatIsNoObject)
 {
     onNewThread([&] {
-        NotAnObject other;
+        host::CountingUnknown other;  // answers IUnknown only
         WbemClassObject out = threadWbemServices().getObject(adapterPath);
         EXPECT_FALSE(embeddedObject(&other, out));
         EXPECT_EQ(variantToString(out[L"Name"]), L"ZT 10G");
