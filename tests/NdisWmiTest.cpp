@@ -89,6 +89,8 @@ TEST_F(NdisWmiTest, subscribesToTheEventClassesItHearsOfItsAdapterAndStillQuerie
         EXPECT_EQ(callsOf("CancelAsyncCall"), c.classes.empty() ? 0 : 1) << "one cancel ends them all";
         EXPECT_TRUE(service_.subscriptions().empty());
     }
+    EXPECT_TRUE(traced("ExecNotificationQueryAsync(SELECT * FROM MSNdis_StatusMediaConnect WHERE "
+                       "InstanceName=\"ZT 10G Network Adapter #2\") -> 0"));
 }
 
 TEST_F(NdisWmiTest, aFailedRegistrationIsTracedAndTheOthersGoOn)

@@ -45,6 +45,7 @@ TEST(Trace, suffixNamesTheEnclosingFunction)
     }
     const auto lines = tracedLines();
     std::vector<std::pair<std::string, std::string>> seen;
+    seen.reserve(lines.size());
     for (const auto& l : lines) {
         seen.emplace_back(l.message, l.function);
     }
