@@ -16,6 +16,7 @@
 #include <deque>
 #include <functional>
 #include <iostream>
+#include <optional>
 #include <string>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -175,11 +176,7 @@ std::vector<Replay> failingCalls(const std::vector<sim::CallRecord>& calls)
 // Each value the driver hands out, left out and in shapes it never has.
 std::vector<Replay> malformedValues()
 {
-    struct Field {
-        const char* name = nullptr;
-        ZtField field = ZtField::cableDiagReturnValue;
-    };
-    const Field fields[] = {
+    const std::pair<const char*, ZtField> fields[] = {
         {"cableDiagReturnValue", ZtField::cableDiagReturnValue},
         {"diagRes", ZtField::diagRes},
         {"pairs", ZtField::pairs},
@@ -193,26 +190,26 @@ std::vector<Replay> malformedValues()
         {"phyTemperature", ZtField::phyTemperature},
         {"macTemperature", ZtField::macTemperature},
     };
+    const std::pair<const char*, std::optional<sim::Value>> shapes[] = {
+        {" left out", std::nullopt},
+        {" a string", sim::Value::string(L"12x")},
+        {" null", sim::Value::null()},
+        {" a 64-bit integer", sim::Value::integer(VT_UI8, ~0ULL)},
+        {" 2-byte words", sim::Value::array(VT_I2, {0, 0x0107, 0xFFFF, 0, 0})},
+    };
     std::vector<Replay> replays;
-    for (const Field& f : fields) {
-        const ZtField field = f.field;
-        const std::string name = f.name;
-        replays.push_back({name + " left out", [field](sim::WmiService&, ZtDriver& driver) {
-                               driver.removeField(adapter, field);
-                           }});
-        replays.push_back({name + " a string", [field](sim::WmiService&, ZtDriver& driver) {
-                               driver.setField(adapter, field, sim::Value::string(L"12x"));
-                           }});
-        replays.push_back({name + " null", [field](sim::WmiService&, ZtDriver& driver) {
-                               driver.setField(adapter, field, sim::Value::null());
-                           }});
-        replays.push_back({name + " a 64-bit integer", [field](sim::WmiService&, ZtDriver& driver) {
-                               driver.setField(adapter, field, sim::Value::integer(VT_UI8, ~0ULL));
-                           }});
-        replays.push_back(
-            {name + " 2-byte words", [field](sim::WmiService&, ZtDriver& driver) {
-                 driver.setField(adapter, field, sim::Value::array(VT_I2, {0, 0x0107, 0xFFFF, 0, 0}));
-             }});
+    for (const auto& [name, f] : fields) {
+        for (const auto& [shape, v] : shapes) {
+            const ZtField field = f;
+            const std::optional<sim::Value> value = v;
+            replays.push_back({name + std::string(shape), [field, value](sim::WmiService&, ZtDriver& driver) {
+                                   if (value) {
+                                       driver.setField(adapter, field, *value);
+                                   } else {
+                                       driver.removeField(adapter, field);
+                                   }
+                               }});
+        }
     }
     return replays;
 }

@@ -18,8 +18,6 @@ TEST(FormatString, textOfAnyLength)
         {"empty format", L"", formatString(L"")},
         {"no conversion", L"Approx cable length", formatString(L"Approx cable length")},
         {"wide %s", L"Pair A: Open", formatString(L"Pair %s: %s", L"A", L"Open")},
-        {"longer than twice the format", L"Pair 12345678901234567890: abcdefghijklmnopqrst",
-         formatString(L"Pair %s: %s", L"12345678901234567890", L"abcdefghijklmnopqrst")},
         {"much longer", L"<" + longName + L">", formatString(L"<%s>", longName.c_str())},
         {"numbers", L"-1 4294967295 1.5 0.001", formatString(L"%d %u %g %g", -1, 4294967295U, 1.5, 0.001)},
         {"percent", L"100%", formatString(L"%d%%", 100)},

@@ -5,9 +5,8 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cwchar>
-#include <mutex>
+#include <future>
 #include <thread>
 
 #include "EventLog.h"
@@ -34,14 +33,6 @@ void bind(NdisWmi& monitor, Seen& seen)
                           });
 }
 
-// A VT_UNKNOWN that holds no interface.
-VARIANT noInterface()
-{
-    VARIANT v{};
-    v.vt = VT_UNKNOWN;
-    return v;
-}
-
 class NdisWmiTest : public WmiFixture {
 protected:
     // WmiQueryLinkState answers this LinkState: an object with these values, or any value.
@@ -56,55 +47,50 @@ protected:
             return S_OK;
         });
     }
-    std::vector<std::wstring> queries() const
-    {
-        std::vector<std::wstring> texts;
-        for (const auto& call : service_.calls()) {
-            if (call.call == "ExecNotificationQueryAsync") {
-                texts.push_back(call.target);
-            }
-        }
-        return texts;
-    }
 };
 
-TEST_F(NdisWmiTest, subscribesToTheFourEventClassesOfItsAdapter)
+TEST_F(NdisWmiTest, subscribesToTheEventClassesItHearsOfItsAdapterAndStillQueries)
 {
     const std::wstring quoted = L"Lab \"uplink\" \\ #3";
+    const std::wstring where = L" WHERE InstanceName=\"ZT 10G Network Adapter #2\"";
     struct Case {
         std::wstring instance;
+        NdisEvents events;
+        std::vector<std::wstring> classes;
         std::wstring where;
     };
+    const std::vector<std::wstring> all
+        = {L"NotifyAdapterArrival", L"NotifyAdapterRemoval", L"StatusMediaConnect", L"StatusMediaDisconnect"};
     const Case cases[] = {
-        {adapter, L" WHERE InstanceName=\"ZT 10G Network Adapter #2\""},
-        {quoted, L" WHERE InstanceName=\"Lab \"uplink\" \\ #3\""},
-        {L"", L""},
+        {adapter, NdisEvents::Subscribe, all, where},
+        {quoted, NdisEvents::Subscribe, all, L" WHERE InstanceName=\"Lab \"uplink\" \\ #3\""},
+        {L"", NdisEvents::Subscribe, all, L""},
+        {adapter, NdisEvents::Arrivals, {L"NotifyAdapterArrival"}, where},
+        {adapter, NdisEvents::None, {}, where},
     };
+    ndis_->setLinkState(adapter, sim::LinkState::at(2500000000ULL));
     for (const auto& c : cases) {
         service_.clearCalls();
-        onNewThread([&] { const NdisWmi monitor(c.instance.c_str()); });
-        const std::vector<std::wstring> expected = {
-            L"SELECT * FROM MSNdis_NotifyAdapterArrival" + c.where,
-            L"SELECT * FROM MSNdis_NotifyAdapterRemoval" + c.where,
-            L"SELECT * FROM MSNdis_StatusMediaConnect" + c.where,
-            L"SELECT * FROM MSNdis_StatusMediaDisconnect" + c.where,
-        };
-        EXPECT_EQ(queries(), expected);
-        EXPECT_EQ(callsOf("CancelAsyncCall"), 1) << "one cancel ends all four";
+        onNewThread([&] {
+            const NdisWmi monitor(c.instance.c_str(), c.events);
+            EXPECT_EQ(monitor.linkSpeed(), c.instance == adapter ? 2500000000ULL : 0U) << "whatever it hears";
+        });
+        std::vector<std::wstring> queries;
+        std::vector<std::wstring> expected;
+        for (const auto& call : service_.calls()) {
+            if (call.call == "ExecNotificationQueryAsync") {
+                queries.push_back(call.target);
+            }
+        }
+        for (const auto& eventClass : c.classes) {
+            expected.push_back(L"SELECT * FROM MSNdis_" + eventClass + c.where);
+        }
+        EXPECT_EQ(queries, expected);
+        EXPECT_EQ(callsOf("CancelAsyncCall"), c.classes.empty() ? 0 : 1) << "one cancel ends them all";
         EXPECT_TRUE(service_.subscriptions().empty());
     }
-}
-
-TEST_F(NdisWmiTest, aMonitorThatHearsNoEventsSubscribesToNoneAndStillQueries)
-{
-    ndis_->setLinkState(adapter, sim::LinkState::at(2500000000ULL));
-    onNewThread([&] {
-        const NdisWmi monitor(adapter, NdisEvents::None);
-        EXPECT_EQ(monitor.mediaConnectState(), MediaConnectState::Connected);
-        EXPECT_EQ(monitor.linkSpeed(), 2500000000ULL);
-    });
-    EXPECT_EQ(queries(), std::vector<std::wstring>{});
-    EXPECT_EQ(callsOf("CancelAsyncCall"), 0) << "nothing to cancel";
+    EXPECT_TRUE(traced("ExecNotificationQueryAsync(SELECT * FROM MSNdis_StatusMediaConnect WHERE "
+                       "InstanceName=\"ZT 10G Network Adapter #2\") -> 0"));
 }
 
 TEST_F(NdisWmiTest, aFailedRegistrationIsTracedAndTheOthersGoOn)
@@ -155,54 +141,40 @@ TEST_F(NdisWmiTest, linkStateQuerySendsTheFixedRecords)
     EXPECT_EQ(r.header.className, L"MSNdis_WmiMethodHeader");
 }
 
-TEST_F(NdisWmiTest, linkSpeedIsTheTransmitSpeedParsedFromText)
+TEST_F(NdisWmiTest, linkSpeedIsTheTransmitSpeedParsedFromTextAndMediaStateTheLow16Bits)
 {
+    using sim::Value;
     struct Case {
         const char* what;
         sim::PropertyValues linkState;
-        std::uint64_t expected = 0;
+        std::uint64_t speed = 0;
+        MediaConnectState state = MediaConnectState::Unknown;
     };
     const Case cases[] = {
-        {"above 32 bits", {{L"XmitLinkSpeed", sim::Value::uint64(2500000000ULL)}}, 2500000000ULL},
-        {"10 Gbps", {{L"XmitLinkSpeed", sim::Value::uint64(10000000000ULL)}}, 10000000000ULL},
-        {"leading blanks", {{L"XmitLinkSpeed", sim::Value::string(L"  1000000000")}}, 1000000000ULL},
-        {"digits up to a non-digit", {{L"XmitLinkSpeed", sim::Value::string(L"100Mbps")}}, 100ULL},
-        {"no digits", {{L"XmitLinkSpeed", sim::Value::string(L"fast")}}, 0},
-        {"empty text", {{L"XmitLinkSpeed", sim::Value::string(L"")}}, 0},
-        {"overflow", {{L"XmitLinkSpeed", sim::Value::string(L"18446744073709551616")}}, 0},
-        {"largest",
-         {{L"XmitLinkSpeed", sim::Value::string(L"18446744073709551614")}},
-         18446744073709551614ULL},
-        {"NDIS_LINK_SPEED_UNKNOWN", {{L"XmitLinkSpeed", sim::Value::string(L"18446744073709551615")}}, 0},
-        {"null", {{L"XmitLinkSpeed", sim::Value::null()}}, 0},
-        {"not text", {{L"XmitLinkSpeed", sim::Value::sint32(1000)}}, 0},
-        {"absent", {{L"MediaConnectState", sim::Value::uint32(1)}}, 0},
+        {"above 32 bits", {{L"XmitLinkSpeed", Value::uint64(2500000000ULL)}}, 2500000000ULL},
+        {"10 Gbps", {{L"XmitLinkSpeed", Value::uint64(10000000000ULL)}}, 10000000000ULL},
+        {"leading blanks", {{L"XmitLinkSpeed", Value::string(L"  1000000000")}}, 1000000000ULL},
+        {"digits up to a non-digit", {{L"XmitLinkSpeed", Value::string(L"100Mbps")}}, 100ULL},
+        {"no digits", {{L"XmitLinkSpeed", Value::string(L"fast")}}},
+        {"empty text", {{L"XmitLinkSpeed", Value::string(L"")}}},
+        {"overflow", {{L"XmitLinkSpeed", Value::string(L"18446744073709551616")}}},
+        {"largest", {{L"XmitLinkSpeed", Value::string(L"18446744073709551614")}}, 18446744073709551614ULL},
+        {"NDIS_LINK_SPEED_UNKNOWN", {{L"XmitLinkSpeed", Value::string(L"18446744073709551615")}}},
+        {"null speed", {{L"XmitLinkSpeed", Value::null()}}},
+        {"speed not text", {{L"XmitLinkSpeed", Value::sint32(1000)}}},
+        {"connected", {{L"MediaConnectState", Value::uint32(1)}}, 0, MediaConnectState::Connected},
+        {"disconnected", {{L"MediaConnectState", Value::uint32(2)}}, 0, MediaConnectState::Disconnected},
+        {"high bits", {{L"MediaConnectState", Value::uint32(65538)}}, 0, MediaConnectState::Disconnected},
+        {"state 0", {{L"MediaConnectState", Value::uint32(0)}}},
+        {"null state", {{L"MediaConnectState", Value::null()}}},
     };
     for (const auto& c : cases) {
         answerLinkState(c.linkState);
         onNewThread([&] {
             const NdisWmi monitor(adapter);
-            EXPECT_EQ(monitor.linkSpeed(), c.expected) << c.what;
+            EXPECT_EQ(monitor.linkSpeed(), c.speed) << c.what;
+            EXPECT_EQ(monitor.mediaConnectState(), c.state) << c.what;
         });
-    }
-}
-
-TEST_F(NdisWmiTest, mediaStateIsTheLow16Bits)
-{
-    struct Case {
-        sim::Value value;
-        MediaConnectState expected = MediaConnectState::Unknown;
-    };
-    const Case cases[] = {
-        {sim::Value::uint32(1), MediaConnectState::Connected},
-        {sim::Value::uint32(2), MediaConnectState::Disconnected},
-        {sim::Value::uint32(65538), MediaConnectState::Disconnected},
-        {sim::Value::uint32(0), MediaConnectState::Unknown},
-        {sim::Value::null(), MediaConnectState::Unknown},
-    };
-    for (const auto& c : cases) {
-        answerLinkState({{L"MediaConnectState", c.value}});
-        onNewThread([&] { EXPECT_EQ(NdisWmi(adapter).mediaConnectState(), c.expected); });
     }
 }
 
@@ -211,39 +183,41 @@ TEST_F(NdisWmiTest, failedQueriesGiveNoSpeedAndUnknownState)
     struct Case {
         const char* what;
         std::function<void()> script;
-        std::string lastLine;  // the query's own line, if any
+        Messages lines;  // of each of the two queries: failures, warnings and the method's result
         bool executed;
+        const wchar_t* instance = adapter;
     };
     const auto putFails = [&](const wchar_t* target) {
         return [=] {
             service_.injectFault(sim::Fault::on("Put", static_cast<HRESULT>(0x80041005)).forTarget(target));
         };
     };
-    const std::string noLinkState = "[!] Property 'LinkState' not found";
+    const std::string method
+        = "ExecMethod(MSNdis_LinkState.InstanceName=\"ZT 10G Network Adapter #2\":WmiQueryLinkState)";
+    const Messages noLinkState = {method + " -> 0", "[!] Property 'LinkState' not found"};
     const Case cases[] = {
-        {"Put of Timeout fails", putFails(L"MSNdis_WmiMethodHeader.Timeout"), "", false},
-        {"Put of Header on the input fails", putFails(L"__PARAMETERS.Header"),
-         "/!\\ Put(Header) failed -> 0x80041005", false},
+        {"Put of Timeout fails", putFails(L"MSNdis_WmiMethodHeader.Timeout"), {}, false},
+        {"Put of Header on the input fails",
+         putFails(L"__PARAMETERS.Header"),
+         {"/!\\ Put(Header) failed -> 0x80041005"},
+         false},
         {"no LinkState in the output",
          [&] {
              service_.onMethod(L"MSNdis_LinkState", L"WmiQueryLinkState",
                                [](sim::MethodCall&) { return S_OK; });
          },
          noLinkState, true},
-        {"LinkState holding no interface", [&] { answerLinkState(sim::Value::raw(noInterface())); },
-         noLinkState, true},
+        {"LinkState holding no interface", [&] { answerLinkState(noInterface()); }, noLinkState, true},
         {"LinkState of another type", [&] { answerLinkState(sim::Value::string(L"up")); }, noLinkState, true},
-        {"the adapter is gone", [&] { ndis_->remove(adapter).wait(); },
-         "ExecMethod(MSNdis_LinkState.InstanceName=\"ZT 10G Network Adapter #2\":WmiQueryLinkState) -> "
-         "0x80041002",
-         true},
+        {"the adapter is gone", [&] { ndis_->remove(adapter).wait(); }, {method + " -> 0x80041002"}, true},
+        {"no instance name", [] {}, {"/!\\ NdisWmi: instance is not set"}, false, L""},
     };
     for (const auto& c : cases) {
         service_.clearFaults();
         c.script();
         Messages during;
         onNewThread([&] {
-            const NdisWmi monitor(adapter);
+            const NdisWmi monitor(c.instance);
             service_.clearCalls();
             host::clearDebugOutput();
             EXPECT_EQ(monitor.linkSpeed(), 0U) << c.what;
@@ -251,33 +225,16 @@ TEST_F(NdisWmiTest, failedQueriesGiveNoSpeedAndUnknownState)
             during = tracedMessages();
         });
         EXPECT_EQ(callsOf("ExecMethod") > 0, c.executed) << c.what;
-        Messages lines;  // failures, warnings and the method's result
+        Messages lines;
         for (const auto& m : during) {
             if (m.rfind("[!]", 0) == 0 || m.rfind("/!\\", 0) == 0 || m.rfind("ExecMethod(", 0) == 0) {
                 lines.push_back(m);
             }
         }
-        if (c.lastLine.empty()) {
-            EXPECT_TRUE(lines.empty()) << c.what << ": " << ::testing::PrintToString(lines);
-        } else {
-            ASSERT_FALSE(lines.empty()) << c.what;
-            EXPECT_EQ(lines.back(), c.lastLine) << c.what;
-        }
+        Messages expected = c.lines;
+        expected.insert(expected.end(), c.lines.begin(), c.lines.end());
+        EXPECT_EQ(lines, expected) << c.what;
     }
-}
-
-TEST_F(NdisWmiTest, noInstanceNameMeansNoQuery)
-{
-    onNewThread([&] {
-        const NdisWmi monitor(L"");
-        service_.clearCalls();
-        host::clearDebugOutput();
-        EXPECT_EQ(monitor.linkSpeed(), 0U);
-        EXPECT_EQ(monitor.mediaConnectState(), MediaConnectState::Unknown);
-        EXPECT_EQ(tracedMessages(),
-                  (Messages{"/!\\ NdisWmi: instance is not set", "/!\\ NdisWmi: instance is not set"}));
-    });
-    EXPECT_EQ(callsOf("ExecMethod"), 0);
 }
 
 TEST_F(NdisWmiTest, eventsReachTheBoundCallbacks)
@@ -300,42 +257,31 @@ TEST_F(NdisWmiTest, eventsReachTheBoundCallbacks)
                                          L"removed " + name, L"arrived " + name}));
 }
 
-TEST_F(NdisWmiTest, sinkTracesTheClassesItHasNoRowForAndCallsNothing)
+TEST_F(NdisWmiTest, sinkIgnoresClassesItHasNoRowForAndKeepsAHandlersExceptionIn)
 {
-    // Delivered straight to a sink: the monitor doesn't subscribe to these.
+    // Delivered straight to a sink: the monitor doesn't subscribe to the first two.
     Seen seen;
     onNewThread([&] {
         NdisWmi monitor(adapter);
         bind(monitor, seen);
-        WbemServices& services = threadWbemServices();
         const com_ptr<NdisEventsSink> sink(new NdisEventsSink(&monitor), false);
-        for (const wchar_t* eventClass :
-             {L"MSNdis_StatusLinkSpeedChange", L"MSNdis_StatusOperationalStatus"}) {
-            com_ptr<IWbemClassObject> event = services.createInstance(eventClass);
+        const auto indicate = [&](const wchar_t* eventClass) {
+            com_ptr<IWbemClassObject> event = threadWbemServices().createInstance(eventClass);
             ASSERT_TRUE(event) << "the provider defines it";
             IWbemClassObject* batch[] = {event.get()};
             EXPECT_EQ(sink->Indicate(1, batch), WBEM_S_NO_ERROR);
-        }
+        };
+        indicate(L"MSNdis_StatusLinkSpeedChange");
+        indicate(L"MSNdis_StatusOperationalStatus");
         EXPECT_EQ(sink->Indicate(0, nullptr), WBEM_S_NO_ERROR);
         EXPECT_EQ(sink->Indicate(-1, nullptr), WBEM_S_NO_ERROR);
-    });
-    EXPECT_TRUE(seen.get().empty());
-}
-
-TEST_F(NdisWmiTest, anExceptionInAHandlerStaysInTheSink)
-{
-    onNewThread([&] {
-        NdisWmi monitor(adapter);
+        EXPECT_TRUE(seen.get().empty());
         monitor.bindCallbacks(nullptr, nullptr, [](const std::wstring&, MediaConnectState) {
             throw std::bad_alloc();  // as an allocation in a callback does
         });
-        const com_ptr<NdisEventsSink> sink(new NdisEventsSink(&monitor), false);
-        com_ptr<IWbemClassObject> event = threadWbemServices().createInstance(L"MSNdis_StatusMediaConnect");
-        IWbemClassObject* batch[] = {event.get()};
         host::clearDebugOutput();
-        EXPECT_EQ(sink->Indicate(1, batch), WBEM_S_NO_ERROR);
-        const auto messages = tracedMessages();
-        EXPECT_EQ(messages.back(), "[!] NdisEventSink: out of memory, batch dropped");
+        indicate(L"MSNdis_StatusMediaConnect");
+        EXPECT_EQ(tracedMessages().back(), "[!] NdisEventSink: out of memory, batch dropped");
     });
 }
 
@@ -346,23 +292,19 @@ TEST_F(NdisWmiTest, batchStopsAtAnObjectWithoutClass)
     onNewThread([&] {
         NdisWmi monitor(L"");  // no WHERE clause: objects of any adapter
         bind(monitor, seen);
-        sim::Event batch{L"MSNdis_StatusMediaConnect", {}};
-        batch.objects.push_back(
-            {L"MSNdis_StatusMediaConnect", {{L"InstanceName", sim::Value::string(L"one")}}});
-        batch.objects.push_back(
-            {L"MSNdis_StatusMediaConnect",
-             {{L"InstanceName", sim::Value::string(L"two")}, {L"__Class", sim::Value::absent()}}});
-        batch.objects.push_back(
-            {L"MSNdis_StatusMediaConnect", {{L"InstanceName", sim::Value::string(L"three")}}});
-        report = service_.fire(batch);
+        const std::wstring connect = L"MSNdis_StatusMediaConnect";
+        const std::wstring disconnect = L"MSNdis_StatusMediaDisconnect";
+        report = service_.fire(
+            {connect,
+             {{connect, {{L"InstanceName", sim::Value::string(L"one")}}},
+              {connect, {{L"InstanceName", sim::Value::string(L"two")}, {L"__Class", sim::Value::absent()}}},
+              {connect, {{L"InstanceName", sim::Value::string(L"three")}}}}});
         report.wait();
-        sim::Event nameless{L"MSNdis_StatusMediaDisconnect", {}};
-        nameless.objects.push_back(
-            {L"MSNdis_StatusMediaDisconnect", {{L"InstanceName", sim::Value::absent()}}});
         VARIANT nullText{};
         nullText.vt = VT_BSTR;  // a null BSTR is the empty string
-        nameless.objects.push_back(
-            {L"MSNdis_StatusMediaDisconnect", {{L"InstanceName", sim::Value::raw(nullText)}}});
+        const sim::Event nameless{disconnect,
+                                  {{disconnect, {{L"InstanceName", sim::Value::absent()}}},
+                                   {disconnect, {{L"InstanceName", sim::Value::raw(nullText)}}}}};
         service_.fire(nameless).wait();
     });
     EXPECT_EQ(seen.get(), (std::vector<std::wstring>{L"media one 1", L"media  2", L"media  2"}));
@@ -380,11 +322,7 @@ TEST_F(NdisWmiTest, noCallbackRunsOnceTheMonitorIsGoneEvenWithDeliveriesInFlight
         std::atomic<int> lateCalls{0};
         onNewThread([&] {
             auto monitor = std::make_unique<NdisWmi>(adapter);
-            auto late = [&] {
-                if (gone) {
-                    ++lateCalls;
-                }
-            };
+            auto late = [&] { lateCalls += gone ? 1 : 0; };
             monitor->bindCallbacks([=](const std::wstring&) { late(); }, [=](const std::wstring&) { late(); },
                                    [=](const std::wstring&, MediaConnectState) { late(); });
             service_.holdDeliveries(sim::HoldPoint::insideIndicate);
@@ -402,31 +340,22 @@ TEST_F(NdisWmiTest, noCallbackRunsOnceTheMonitorIsGoneEvenWithDeliveriesInFlight
 
 TEST_F(NdisWmiTest, destructionWaitsForACallbackThatIsRunning)
 {
-    std::mutex lock;
-    std::condition_variable changed;
-    bool inCallback = false;
-    bool mayLeave = false;
+    std::promise<void> entered;
+    std::promise<void> mayLeave;
     std::atomic<bool> destroyed{false};
     std::atomic<bool> destroyedWhileInside{false};
     onNewThread([&] {
         auto monitor = std::make_unique<NdisWmi>(adapter);
         monitor->bindCallbacks({}, {}, [&](const std::wstring&, MediaConnectState) {
-            std::unique_lock<std::mutex> guard(lock);
-            inCallback = true;
-            changed.notify_all();
-            changed.wait(guard, [&] { return mayLeave; });
+            entered.set_value();
+            mayLeave.get_future().wait();
             destroyedWhileInside = destroyed.load();
         });
         ndis_->connect(adapter);
-        {
-            std::unique_lock<std::mutex> guard(lock);
-            changed.wait(guard, [&] { return inCallback; });
-        }
+        entered.get_future().wait();
         std::thread releaser([&] {
             std::this_thread::sleep_for(50ms);  // give the destructor time to (wrongly) finish
-            const std::lock_guard<std::mutex> guard(lock);
-            mayLeave = true;
-            changed.notify_all();
+            mayLeave.set_value();
         });
         monitor.reset();
         destroyed = true;

@@ -7,7 +7,6 @@
 
 #include "WmiFixture.h"
 #include "trace/Trace.h"
-#include "wmi/WbemSinkBase.h"
 
 namespace {
 
@@ -202,24 +201,6 @@ TEST_F(WbemServicesTest, execMethodReplacesTheOutputOnlyOnSuccess)
             << "no output asked";
     });
     EXPECT_TRUE(traced("ExecMethod(Test_Adapter.InstanceName=\"eth 0 #1\":Probe) -> 0x80041001"));
-}
-
-TEST_F(WbemServicesTest, notificationQueryKeepsTheSinkUntilCancelled)
-{
-    onNewThread([&] {
-        WbemServices& services = threadWbemServices();
-        auto* sink = new WbemSinkBase();
-        EXPECT_EQ(services.execNotificationQueryAsync(
-                      L"SELECT * FROM Test_Adapter WHERE InstanceName=\"eth 0 #1\"", sink),
-                  S_OK);
-        ASSERT_EQ(service_.subscriptions().size(), 1U);
-        EXPECT_EQ(service_.subscriptions()[0].instanceName.value_or(L"-"), L"eth 0 #1");
-        EXPECT_EQ(services.get()->CancelAsyncCall(sink), S_OK);
-        EXPECT_TRUE(service_.subscriptions().empty());
-        EXPECT_EQ(sink->Release(), 0U) << "the service gave its reference back";
-    });
-    EXPECT_TRUE(traced(
-        "ExecNotificationQueryAsync(SELECT * FROM Test_Adapter WHERE InstanceName=\"eth 0 #1\") -> 0"));
 }
 
 TEST_F(WbemServicesTest, borrowedThreadEndsOnlyTheConnectionItsScopeMade)

@@ -5,6 +5,13 @@
 
 #include "host/HostWindows.h"
 
+sim::Value noInterface()
+{
+    VARIANT v{};
+    v.vt = VT_UNKNOWN;
+    return sim::Value::raw(v);
+}
+
 WmiFixture::WmiFixture(sim::AdapterSettings settings)
     : sim_(std::move(settings)), service_(sim_.service()), ndis_(&sim_.ndis()), driver_(&sim_.driver())
 {

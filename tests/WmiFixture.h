@@ -24,6 +24,9 @@ template <typename Body> void onNewThread(Body&& body)
     });
 }
 
+// A property value whose VT_UNKNOWN holds no interface.
+sim::Value noInterface();
+
 class WmiFixture : public ::testing::Test {
 protected:
     explicit WmiFixture(sim::AdapterSettings settings = {});
