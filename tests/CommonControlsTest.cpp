@@ -221,21 +221,16 @@ TEST_F(CommonControlsTest, theCallsLastErrorSurvivesTheDeactivation)
     SetLastError(NO_ERROR);
     EXPECT_EQ(controls_->createPropertySheetPage(&tooShort), nullptr);
     EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
-
     EXPECT_EQ(controls_->imageListReplaceIcon(nullptr, -1, icon(0x10)), -1);
     EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
     EXPECT_EQ(host::deactivateActCtxCalls(), 2);
-}
 
-TEST_F(CommonControlsTest, aFunctionThatCannotBeFoundGivesNull)
-{
+    // A function that can't be found gives null; the others are found all the same.
     host::hideProcedure("ImageList_Create");
     EXPECT_EQ(controls_->imageListCreate(16, 16, ILC_COLOR32, 1, 1), nullptr);
     EXPECT_EQ(GetLastError(), ERROR_PROC_NOT_FOUND);
     EXPECT_EQ(host::liveImageLists(), 0);
     EXPECT_TRUE(hasTracedFailure());
-
-    // The others are found all the same.
     const INITCOMMONCONTROLSEX init{sizeof(INITCOMMONCONTROLSEX), ICC_LISTVIEW_CLASSES};
     EXPECT_TRUE(controls_->initCommonControlsEx(&init));
 }
