@@ -130,16 +130,18 @@ TEST_F(DiagPageTest, modesOfAnAdapterThatIsNotReadyOrTooOld)
     struct Case {
         const char* name = nullptr;
         std::optional<DWORD> problemCode;  // none: the property can't be read
-        bool silent = false;  // the driver doesn't answer
+        std::size_t waits = 0;  // of 20 ms each for a driver that doesn't answer
         bool oldFirmware = false;  // the only mode of these that reads temperatures
         const wchar_t* line = nullptr;  // shown with the warning image
+        bool settles = false;  // the problem code turns 22 at the last wait
     };
     const Case cases[] = {
-        {"disabled", 22, false, false, L"Device is disabled"},
-        {"problem", 28, false, false, L"Device has a problem (code 28)"},
-        {"unreadable code", std::nullopt, false, false, L"Device has a problem (code -1)"},
-        {"silent", 0, true, false, L"Unable to query device"},
-        {"old firmware", 0, false, true, L"Current version of firmware doesn't support cable diagnostics"},
+        {"disabled", 22, 0, false, L"Device is disabled"},
+        {"problem", 28, 0, false, L"Device has a problem (code 28)"},
+        {"unreadable code", std::nullopt, 0, false, L"Device has a problem (code -1)"},
+        {"silent", 0, 19, false, L"Unable to query device"},
+        {"settles during the wait", 0, 4, false, L"Device is disabled", true},
+        {"old firmware", 0, 0, true, L"Current version of firmware doesn't support cable diagnostics"},
     };
     // A link and a length at which a ready adapter would offer the category.
     ndis_->setLinkState(adapter, sim::LinkState::at(5 * gbps));
@@ -152,15 +154,21 @@ TEST_F(DiagPageTest, modesOfAnAdapterThatIsNotReadyOrTooOld)
             host::removeDeviceProperty(device_, DEVPKEY_Device_ProblemCode);
         }
         service_.clearFaults();
-        if (c.silent) {
+        if (c.waits > 0) {
             service_.injectFault(driverSilent());
         }
+        std::size_t sleeps = 0;
+        host::onSleep([&](DWORD) {
+            if (c.settles && ++sleeps == c.waits) {
+                host::setDeviceUint32(device_, DEVPKEY_Device_ProblemCode, 22);
+            }
+        });
         driver_->setFirmware(adapter, 1, 5, c.oldFirmware ? 65 : 66);
         withPage([&](PageSheet& sheet) {
             const PageScreen s = sheet.screen();
             EXPECT_EQ(s.lines, (Lines{{c.line, warning}}));
             EXPECT_EQ(modeViolation(s, temperatureTimerRunning(sheet.page())), "");
-            EXPECT_EQ(host::sleepCalls(), std::vector<DWORD>(c.silent ? 19 : 0, 20)) << "19 waits of 20 ms";
+            EXPECT_EQ(host::sleepCalls(), std::vector<DWORD>(c.waits, 20));
             if (!c.oldFirmware) {
                 EXPECT_EQ(s.temperature, L"Temperature <unknown>");
                 EXPECT_EQ(s.healthIcon, IDI_LAMP_UNKNOWN);
@@ -182,6 +190,7 @@ TEST_F(DiagPageTest, modesOfAnAdapterThatIsNotReadyOrTooOld)
             EXPECT_FALSE(sheet.screen().runEnabled);
         });
     }
+    host::onSleep(nullptr);
 }
 
 TEST_F(DiagPageTest, cableRunWithAFaultyPairWhileTheDriverTakesTheLinkDown)
@@ -542,22 +551,6 @@ TEST_F(DiagPageTest, healthFollowsTheTemperaturesAtEachTick)
             EXPECT_TRUE(s.detailVisible);
         }
     });
-}
-
-TEST_F(DiagPageTest, problemCodeThatSettlesDuringTheWait)
-{
-    service_.injectFault(driverSilent());
-    int sleeps = 0;
-    host::onSleep([&](DWORD) {
-        if (++sleeps == 4) {
-            host::setDeviceUint32(device_, DEVPKEY_Device_ProblemCode, 22);
-        }
-    });
-    withPage([&](PageSheet& sheet) {
-        EXPECT_EQ(sheet.screen().lines, (Lines{{L"Device is disabled", warning}}));
-        EXPECT_EQ(host::sleepCalls().size(), 4U);
-    });
-    host::onSleep(nullptr);
 }
 
 // A control's rectangle in the page's client coordinates.
