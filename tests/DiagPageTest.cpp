@@ -131,17 +131,17 @@ TEST_F(DiagPageTest, modesOfAnAdapterThatIsNotReadyOrTooOld)
         const char* name = nullptr;
         std::optional<DWORD> problemCode;  // none: the property can't be read
         std::size_t waits = 0;  // of 20 ms each for a driver that doesn't answer
-        bool oldFirmware = false;  // the only mode of these that reads temperatures
         const wchar_t* line = nullptr;  // shown with the warning image
         bool settles = false;  // the problem code turns 22 at the last wait
+        bool oldFirmware = false;  // the only mode of these that reads temperatures
     };
     const Case cases[] = {
-        {"disabled", 22, 0, false, L"Device is disabled"},
-        {"problem", 28, 0, false, L"Device has a problem (code 28)"},
-        {"unreadable code", std::nullopt, 0, false, L"Device has a problem (code -1)"},
-        {"silent", 0, 19, false, L"Unable to query device"},
-        {"settles during the wait", 0, 4, false, L"Device is disabled", true},
-        {"old firmware", 0, 0, true, L"Current version of firmware doesn't support cable diagnostics"},
+        {"disabled", 22, 0, L"Device is disabled"},
+        {"problem", 28, 0, L"Device has a problem (code 28)"},
+        {"unreadable code", std::nullopt, 0, L"Device has a problem (code -1)"},
+        {"silent", 0, 19, L"Unable to query device"},
+        {"settles during the wait", 0, 4, L"Device is disabled", true},
+        {"old firmware", 0, 0, L"Current version of firmware doesn't support cable diagnostics", false, true},
     };
     // A link and a length at which a ready adapter would offer the category.
     ndis_->setLinkState(adapter, sim::LinkState::at(5 * gbps));
@@ -266,17 +266,16 @@ TEST_F(DiagPageTest, outcomesOfARun)
     struct Case {
         const char* name;
         std::vector<std::uint32_t> pairs;
-        HRESULT execMethod;
         Lines lines;
+        HRESULT execMethod = 0;
         DWORD threadError = 0;  // the worker thread can't be made
     };
     const auto word
         = [](std::uint8_t status, std::uint8_t distance) { return ZtDriver::pairWord(status, distance); };
     const Case cases[] = {
-        {"no pairs at all", {}, 0, {goodCable_, length50_}},
+        {"no pairs at all", {}, {goodCable_, length50_}},
         {"cross connections and an odd status",
          {word(1, 3), word(200, 5), word(3, 0), word(1, 9)},
-         0,
          {{L"Diagnostics results by pairs:", blank},
           {L"Pair A: connected to another pair (B), distance 3 meters", error},
           {L"Pair B: <unknown>, distance 5 meters", error},
@@ -285,7 +284,6 @@ TEST_F(DiagPageTest, outcomesOfARun)
           length50_}},
         {"a fifth record",
          {0, 0, 0, 0, word(4, 7)},
-         0,
          {{L"Diagnostics results by pairs:", blank},
           {L"Pair A: OK", ok},
           {L"Pair B: OK", ok},
@@ -293,11 +291,11 @@ TEST_F(DiagPageTest, outcomesOfARun)
           {L"Pair D: OK", ok},
           {L"Pair <unknown>: short circuit, distance 7 meters", error},
           length50_}},
-        {"the driver fails", {0, 0, 0, 0}, WBEM_E_FAILED, {{L"An error occurred", error}, length50_}},
+        {"the driver fails", {0, 0, 0, 0}, {{L"An error occurred", error}, length50_}, WBEM_E_FAILED},
         {"no worker",
          {0, 0, 0, 0},
-         0,
          {{L"Failed to start cable diagnostics", error}},
+         0,
          ERROR_NOT_ENOUGH_MEMORY},
     };
     driver_->setCableLength(adapter, 50);
