@@ -53,34 +53,28 @@ TEST_F(DevPropertiesReaderTest, hardwareIdsFollowTheListUpToItsEmptyString)
     }
 }
 
-TEST_F(DevPropertiesReaderTest, missingPropertyFailsAtTheSizeQueryWithItsCode)
+// Neither an absent value nor one of another type is read past the size query.
+TEST_F(DevPropertiesReaderTest, missingOrMistypedPropertyReadsAsNothing)
 {
-    EXPECT_EQ(reader_.getHardwareIds(), Strings{});
-    EXPECT_EQ(reader_.getProblemCode(), 0xFFFFFFFFU);
-    EXPECT_EQ(reader_.getStringProperty(DEVPKEY_Device_FriendlyName), L"");
-    EXPECT_EQ(host::devicePropertyCalls(), 3) << "no second call without a size";
-    const std::string line
+    const std::string missing
         = "[!] SetupDiGetDeviceProperty(1) failed, code " + std::to_string(ERROR_NOT_FOUND);
-    EXPECT_EQ(tracedMessages(), (Messages{line, line, line}));
-    EXPECT_EQ(tracedLines()[0].function, "DevPropertiesReader::getProperty_");
-}
-
-TEST_F(DevPropertiesReaderTest, typeMustMatchExactly)
-{
-    host::setDeviceString(device_, DEVPKEY_Device_HardwareIds, L"PCI\\X");
-    host::setDeviceStringList(device_, DEVPKEY_Device_FriendlyName, {L"Name"});
-    host::setDeviceString(device_, DEVPKEY_Device_ProblemCode, L"0");
-
-    EXPECT_EQ(reader_.getHardwareIds(), Strings{});
-    EXPECT_EQ(reader_.getStringProperty(DEVPKEY_Device_FriendlyName), L"");
-    EXPECT_EQ(reader_.getProblemCode(), 0xFFFFFFFFU);
-    EXPECT_EQ(tracedMessages(),
-              (Messages{
-                  "[!] getProperty_() types missmatch: wanted 8210, got 18",
-                  "[!] getProperty_() types missmatch: wanted 18, got 8210",
-                  "[!] getProperty_() types missmatch: wanted 7, got 18",
-              }));
-    EXPECT_EQ(host::devicePropertyCalls(), 3) << "the value is not read after a mismatch";
+    for (const bool mistyped : {false, true}) {
+        host::reset();
+        if (mistyped) {
+            host::setDeviceString(device_, DEVPKEY_Device_HardwareIds, L"PCI\\X");
+            host::setDeviceStringList(device_, DEVPKEY_Device_FriendlyName, {L"Name"});
+            host::setDeviceString(device_, DEVPKEY_Device_ProblemCode, L"0");
+        }
+        EXPECT_EQ(reader_.getHardwareIds(), Strings{});
+        EXPECT_EQ(reader_.getStringProperty(DEVPKEY_Device_FriendlyName), L"");
+        EXPECT_EQ(reader_.getProblemCode(), 0xFFFFFFFFU);
+        EXPECT_EQ(host::devicePropertyCalls(), 3);
+        const Messages mismatches{"[!] getProperty_() types missmatch: wanted 8210, got 18",
+                                  "[!] getProperty_() types missmatch: wanted 18, got 8210",
+                                  "[!] getProperty_() types missmatch: wanted 7, got 18"};
+        EXPECT_EQ(tracedMessages(), (mistyped ? mismatches : Messages{missing, missing, missing}));
+        EXPECT_EQ(tracedLines()[0].function, "DevPropertiesReader::getProperty_");
+    }
 }
 
 // Another program may change the property between the size query and the read.
@@ -124,7 +118,7 @@ TEST_F(DevPropertiesReaderTest, propertyThatChangesBetweenTheTwoCalls)
                        + std::to_string(ERROR_INSUFFICIENT_BUFFER)});
 }
 
-TEST_F(DevPropertiesReaderTest, stringStopsAtItsFirstZeroOrAtTheBufferEnd)
+TEST_F(DevPropertiesReaderTest, valuesEndAtTheirFirstZeroOrTheBufferEnd)
 {
     host::setDeviceProperty(device_, DEVPKEY_Device_FriendlyName, DEVPROP_TYPE_STRING,
                             units(std::wstring(L"Zt NIC\0tail", 11)));
@@ -132,10 +126,7 @@ TEST_F(DevPropertiesReaderTest, stringStopsAtItsFirstZeroOrAtTheBufferEnd)
     host::setDeviceProperty(device_, DEVPKEY_Device_FriendlyName, DEVPROP_TYPE_STRING,
                             units(L"Unterminated"));
     EXPECT_EQ(reader_.getStringProperty(DEVPKEY_Device_FriendlyName), L"Unterminated");
-}
-
-TEST_F(DevPropertiesReaderTest, problemCodeZeroIsNotTheUnreadableValue)
-{
+    // Problem code 0 is not the unreadable value.
     for (const DWORD code : {0U, 22U, 0xFFFFFFFEU}) {
         host::setDeviceUint32(device_, DEVPKEY_Device_ProblemCode, code);
         EXPECT_EQ(reader_.getProblemCode(), code);
