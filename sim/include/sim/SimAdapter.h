@@ -25,7 +25,7 @@ struct AdapterSettings {
     bool linkUp = true;
     std::uint64_t linkSpeed = 1000000000;
     bool driverPresent = true;  // false: the driver's classes aren't there at all
-    ZtValues driver;  // what the driver reports of it
+    ZtValues driver{};  // what the driver reports of it
     // A cable test takes the link down and, plugged, back up, as the driver does
     // (events the page sees); else the driver's hooks only count the runs.
     bool cableTestDropsLink = false;
