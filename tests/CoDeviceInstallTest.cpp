@@ -105,6 +105,7 @@ TEST_F(CoDeviceInstallTest, hardwareIdDecidesWhetherTheDeviceGetsThePage)
         {"last row of the table", {lastListedId}, true},
         {"lower case", {L"pci\\ven_7e5c&dev_c3e1&subsys_e4363c91&rev_02"}, false},
         {"without revision", {L"PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_E4363C91"}, false},
+        {"other revision", {L"PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_E4363C91&REV_03"}, false},
         {"listed id with a tail", {std::wstring(listedId) + L"&X"}, false},
         {"other vendor", {L"PCI\\VEN_6E3A&DEV_0F41&SUBSYS_00006E3A&REV_02"}, false},
         {"no hardware ids", {}, false},
