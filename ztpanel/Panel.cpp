@@ -11,6 +11,7 @@
 #include "trace/ThreadBody.h"
 #include "trace/Trace.h"
 #include "ztdiag/AdapterSelector.h"
+#include "ztdiag/CommandLine.h"
 #include "ztpanel/AdapterChooser.h"
 #include "ztpanel/CoInstallerModule.h"
 #include "ztpanel/DevicePages.h"
@@ -186,9 +187,7 @@ private:
         }
         std::size_t index = 0;
         while (index < devices.size()
-               && CompareStringOrdinal(devices.reader(index).getInstanceId().c_str(), -1,
-                                       adapter.instanceId.c_str(), -1, TRUE)
-                   != CSTR_EQUAL) {
+               && !sameIgnoringCase(devices.reader(index).getInstanceId(), adapter.instanceId)) {
             ++index;
         }
         if (index == devices.size()) {
