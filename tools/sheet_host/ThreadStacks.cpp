@@ -5,10 +5,10 @@
 #include <cstring>
 #include <cxxabi.h>
 #include <iterator>
-#include <tlhelp32.h>
 
 #include "tools/page_reader/PageText.h"
 #include "tools/sheet_host/LoaderLock.h"
+#include "tools/sheet_host/ProcessThreads.h"
 
 namespace {
 
@@ -214,21 +214,15 @@ std::vector<std::string> threadStacks(const std::map<DWORD, std::string>& names)
 {
     std::vector<std::string> lines;
     std::vector<Module> modules = loadedModules();
-    HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
-    if (snapshot == INVALID_HANDLE_VALUE) {
+    const std::vector<DWORD> threads = processThreads();
+    if (threads.empty()) {
         lines.push_back("no thread list, code " + std::to_string(GetLastError()));
         return lines;
     }
-    std::vector<DWORD> threads;
-    THREADENTRY32 entry{};
-    entry.dwSize = sizeof entry;
-    for (BOOL more = Thread32First(snapshot, &entry); more; more = Thread32Next(snapshot, &entry)) {
-        if (entry.th32OwnerProcessID == GetCurrentProcessId() && entry.th32ThreadID != GetCurrentThreadId()) {
-            threads.push_back(entry.th32ThreadID);
-        }
-    }
-    CloseHandle(snapshot);
     for (const DWORD id : threads) {
+        if (id == GetCurrentThreadId()) {
+            continue;
+        }
         char title[48] = {};
         std::snprintf(title, sizeof title, "thread %#lx", static_cast<unsigned long>(id));
         const auto name = names.find(id);

@@ -17,6 +17,7 @@
 #include "sim/ZtDriver.h"
 #include "tools/sheet_host/Linger.h"
 #include "tools/sheet_host/LoaderLock.h"
+#include "tools/sheet_host/ProcessThreads.h"
 #include "tools/sheet_host/Watchdog.h"
 #include "ztdiag/CommandLine.h"
 #include "ztdiag/Ztdiag.h"
@@ -203,6 +204,7 @@ int wmain(int argc, wchar_t** argv)
     Watchdog watchdog;
     watchdog.nameThread("main");
     const Watchdog::Wait wait(watchdog, "the command, then the end of every other thread", runLimit);
+    const std::vector<DWORD> startThreads = processThreads();
     DemoWorld world(settings);
     if (!world.ready()) {
         console.err(L"ztdiag_demo: the simulated adapter couldn't be set up\n");
@@ -233,7 +235,10 @@ int wmain(int argc, wchar_t** argv)
     if (script.joinable()) {
         script.join();
     }
-    world.stop();  // every thread but this one has ended
+    world.stop();
+    // Ctrl+C's threads and a service thread the tool left end on their own: the
+    // reports count their ends, and Wine's end of the process must not race them.
+    awaitOtherThreadsEnded(startThreads);
     if (settings.loaderLockReport) {
         const std::vector<std::string> calls = world.service().forbiddenCalls();
         console.err(L"loader lock: " + std::to_wstring(calls.size()) + L" calls inside a thread's exit\n");
