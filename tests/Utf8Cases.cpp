@@ -1,6 +1,7 @@
 #include "Utf8Cases.h"
 
 #include <cstdio>
+#include <type_traits>
 
 #include "ztdiag/Utf8.h"
 
@@ -23,23 +24,15 @@ std::wstring wide(const std::u16string& units)
     return text;
 }
 
-std::string hex(const std::string& bytes)
+// Each unit in hex: two digits for a byte, four for a wide unit.
+template <typename Text> std::string hex(const Text& units)
 {
     std::string out;
     char unit[16];
-    for (const char c : bytes) {
-        std::snprintf(unit, sizeof unit, "%02X ", static_cast<unsigned>(static_cast<unsigned char>(c)));
-        out += unit;
-    }
-    return out;
-}
-
-std::string hex(const std::wstring& units)
-{
-    std::string out;
-    char unit[16];
-    for (const wchar_t c : units) {
-        std::snprintf(unit, sizeof unit, "%04X ", static_cast<unsigned>(c));
+    for (const auto c : units) {
+        using Unsigned = std::make_unsigned_t<typename Text::value_type>;
+        std::snprintf(unit, sizeof unit, "%0*X ", sizeof c == 1 ? 2 : 4,
+                      static_cast<unsigned>(static_cast<Unsigned>(c)));
         out += unit;
     }
     return out;
