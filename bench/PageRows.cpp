@@ -7,12 +7,12 @@
 #include <thread>
 #include <vector>
 
-#include "../tests/PageHarness.h"
 #include "Allocations.h"
 #include "Rows.h"
 #include "ServiceCalls.h"
 #include "host/HostPlatform.h"
 #include "resources/resource.h"
+#include "tools/page_reader/PageSheet.h"
 #include "wmi/WbemServices.h"
 
 namespace {

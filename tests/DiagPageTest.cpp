@@ -7,7 +7,6 @@
 #include <optional>
 #include <thread>
 
-#include "PageHarness.h"
 #include "PageModes.h"
 #include "WmiFixture.h"
 #include "diag_page/DiagResultsList.h"
@@ -17,6 +16,7 @@
 #include "resources/resource.h"
 #include "sim/Ndis.h"
 #include "sim/ZtDriver.h"
+#include "tools/page_reader/PageSheet.h"
 #include "wmi/WbemServices.h"
 
 namespace {

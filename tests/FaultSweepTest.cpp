@@ -22,7 +22,6 @@
 #include <unistd.h>
 #include <vector>
 
-#include "PageHarness.h"
 #include "PageModes.h"
 #include "TraceCapture.h"
 #include "WmiFixture.h"
@@ -30,6 +29,7 @@
 #include "installer/ModuleRecord.h"
 #include "resources/resource.h"
 #include "sim/SimAdapter.h"
+#include "tools/page_reader/PageSheet.h"
 
 namespace {
 

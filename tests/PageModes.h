@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "PageHarness.h"
+#include "tools/page_reader/PageSheet.h"
 
 // Empty if some mode allows what the page shows, else what is wrong.
 // `timerRunning`: the temperature timer is set.

@@ -14,7 +14,6 @@
 #include <thread>
 #include <vector>
 
-#include "PageHarness.h"
 #include "PageModes.h"
 #include "WmiFixture.h"
 #include "diag_page/ZethoriaDiagPage.h"
@@ -23,6 +22,7 @@
 #include "resources/resource.h"
 #include "sim/Ndis.h"
 #include "sim/ZtDriver.h"
+#include "tools/page_reader/PageSheet.h"
 #include "wmi/WbemServices.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "PageHarness.h"
+#include "PageSheet.h"
 
 #include <thread>
 
