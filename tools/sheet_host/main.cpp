@@ -17,10 +17,10 @@
 
 namespace {
 
-// A later round's line: what the rounds are for.
-std::string summary(std::uint32_t round, const SheetHost::Outcome& outcome)
+// A later round's summary: what the rounds are for.
+std::string summary(const SheetHost::Outcome& outcome)
 {
-    return "round " + std::to_string(round) + ": dll " + (outcome.unloaded ? "unloaded" : "still loaded")
+    return std::string("dll ") + (outcome.unloaded ? "unloaded" : "still loaded")
         + ", threads ended, under the loader lock " + std::to_string(outcome.serviceCallsUnderLoaderLock)
         + " service calls and " + std::to_string(outcome.comCallsUnderLoaderLock) + " COM calls, objects "
         + std::to_string(outcome.left.liveObjects) + ", references "
@@ -42,9 +42,10 @@ std::vector<std::string> unlike(const std::vector<std::string>& lines, const std
     return different;
 }
 
-// Round 1 prints all it has to say; a later round its summary, and the lines
-// in which it is unlike the first round that freed the DLL the same way (the
-// first such round: unlike round 1).
+// Round 1 prints all it has to say; a later round its summary (folded with
+// the rounds before it that said the same), and the lines in which it is
+// unlike the first round that freed the DLL the same way (the first such
+// round: unlike round 1).
 int runRounds(const Scenario& scenario, Watchdog& watchdog)
 {
     const bool repeated = scenario.rounds > 1;
@@ -69,7 +70,7 @@ int runRounds(const Scenario& scenario, Watchdog& watchdog)
                 say(line);
             }
         } else {
-            say(summary(round, outcome));
+            sayRound(round, summary(outcome));
             for (const std::string& line : unlike(lines, model.empty() ? models[0] : model)) {
                 say("  " + line);
             }
