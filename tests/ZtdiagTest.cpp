@@ -559,6 +559,8 @@ TEST(Ztdiag, printsWhatTheUserAskedForAndExitsWithItsCode)
          usageError(L"metrics are written in the Prometheus text format, never as JSON")},
         {args(L"cable-test", L"--category", L"7"), 2, 64, nullptr, L"",
          usageError(L"unknown cable category '7'; the categories are 5e, 6 and 6a")},
+        {args(L"cable-test", L"--category=", L"6"), 2, 64, nullptr, L"",
+         usageError(L"unknown cable category ''; the categories are 5e, 6 and 6a")},
         {args(L"cable-test", first, L"extra"), 2, 64, nullptr, L"",
          usageError(
              L"one adapter at a time: 'ZT Ethernet Adapter' and 'extra' (put a name with blanks in quotes)")},
