@@ -57,6 +57,7 @@ std::vector<std::string> utf8Failures()
         std::string utf8;
     } toCases[] = {
         {"ASCII", u"A", "A"},
+        {"U+0080, the first of two bytes", u"\x0080", "\xC2\x80"},
         {"two bytes", u"\x00E9", "\xC3\xA9"},
         {"the first of three bytes", u"\x0800", "\xE0\xA0\x80"},
         {"three bytes", u"\x20AC", "\xE2\x82\xAC"},
@@ -85,7 +86,9 @@ std::vector<std::string> utf8Failures()
         std::string utf8;
         std::u16string wide;
     } fromCases[] = {
+        {"back: U+0080 and U+07FF, the ends of two bytes", "\xC2\x80\xDF\xBF", u"\x0080\x07FF"},
         {"back: U+0800", "\xE0\xA0\x80", u"\x0800"},
+        {"back: U+FF21, led by the last byte of three", "\xEF\xBC\xA1", u"\xFF21"},
         {"back: U+1F600", "\xF0\x9F\x98\x80", u"\xD83D\xDE00"},
         {"back: U+10000", "\xF0\x90\x80\x80", u"\xD800\xDC00"},
         {"back: U+10FFFF", "\xF4\x8F\xBF\xBF", u"\xDBFF\xDFFF"},
@@ -99,6 +102,7 @@ std::vector<std::string> utf8Failures()
          "\xF0\x9F\x98"
          "A",
          bad + bad + bad + u"A"},
+        {"an overlong U+0080", "\xE0\x82\x80", bad + bad + bad},
         {"an overlong U+0800", "\xF0\x80\xA0\x80", bad + bad + bad + bad},
         {"an overlong U+1F600", "\xF8\x88\x9F\x98\x80", bad + bad + bad + bad + bad},
     };
