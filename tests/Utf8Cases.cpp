@@ -72,6 +72,7 @@ std::vector<std::string> utf8Failures()
          "\xEF\xBF\xBD"
          "A"},
         {"a low half alone", u"\xDE00", "\xEF\xBF\xBD"},
+        {"a low half after text", u"a\xDE00", "a\xEF\xBF\xBD"},
         {"halves the wrong way round", u"\xDE00\xD83D", "\xEF\xBF\xBD\xEF\xBF\xBD"},
         {"a high half, then a pair", u"\xD83D\xD83D\xDE00", "\xEF\xBF\xBD\xF0\x9F\x98\x80"},
         {"U+FFFD itself", u"\xFFFD", "\xEF\xBF\xBD"},
