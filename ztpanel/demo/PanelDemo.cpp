@@ -43,6 +43,7 @@ const char* const demoUsage
       "  --sim-choose=N|cancel   the scripted user's answer to the chooser (0)\n"
       "  --sim-screenshot=FILE   a BMP of the sheet once read\n"
       "  --sim-remove            the adapter goes while its sheet is open\n"
+      "  --sim-sheet-only        the scripted user reads the sheet's title and tabs, not its page\n"
       "  --sim-interactive       no scripted user: a person answers\n"
       "  --sim-time-open         a line with the time from the panel's start to its sheet's opening\n";
 
@@ -79,6 +80,8 @@ DemoRun takeSettings(const std::vector<std::wstring>& args)
             run.choices.screenshot = value;
         } else if (name == L"--sim-remove") {
             run.choices.removeAdapter = true;
+        } else if (name == L"--sim-sheet-only") {
+            run.choices.readPage = false;
         } else if (name == L"--sim-time-open") {
             run.timeOpen = true;
         } else if (name == L"--sim-interactive") {

@@ -204,7 +204,9 @@ void ScriptedUser::readSheet_(HWND sheet)
             say(line);
         }
     };
-    readPage("open");
+    if (choices_.readPage) {
+        readPage("open");
+    }
     if (!choices_.screenshot.empty()) {
         say(std::string("screenshot: ")
             + (saveWindowBitmap(sheet, choices_.screenshot) ? "saved " : "failed ")

@@ -18,6 +18,7 @@ public:
         int row = 0;  // the chooser's row to open; -1: Cancel
         std::wstring screenshot;  // a BMP of the sheet once read; empty: none
         bool removeAdapter = false;  // the adapter goes while its sheet is open
+        bool readPage = true;  // false: the sheet's title and tabs only
     };
 
     // Starts the thread; `world` must outlive this object.
