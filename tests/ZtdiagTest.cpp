@@ -331,6 +331,13 @@ std::wstring watchingFirst(const std::wstring& state = L"Connected, 2.5 Gbps; Te
 {
     return L"Watching ZT Ethernet Adapter; press Ctrl+C to stop.\n" + watchLine(30, first, state);
 }
+// `first`'s state when all is well, as `watch --json` tells it.
+json okState()
+{
+    return json::parse(
+        R"({"problemCode": 0, "link": "connected", "speed": 2500000000, "speedText": "2.5 Gbps",
+        "health": "ok", "healthText": "Temperature is ok"})");
+}
 // The first line of `watch --json` for `first`, with this state.
 std::wstring watchingFirstJson(const json& state)
 {
@@ -397,7 +404,14 @@ struct Case {
     std::wstring err{};
     int writes = -1;  // the output takes these, then is closed; -1: never
     bool terminal = false;
+    std::function<void(Machine&)> watching{};  // before Ctrl+C ends a watch
 };
+
+// The usage error of `message` on a machine of `devices`.
+Case usage(const std::vector<std::wstring>& arguments, int devices, const std::wstring& message)
+{
+    return {arguments, devices, exitUsage, nullptr, L"", usageError(message)};
+}
 
 // The error object that --json adds to an error: its code and the message of
 // the error's first line, without "ztdiag: ".
@@ -423,14 +437,15 @@ void expectCases(const std::vector<Case>& cases)
         if (c.setup != nullptr) {
             c.setup(machine);
         }
-        EXPECT_EQ(run(machine, c.arguments), c.code);
+        const auto watching = [&] { c.watching(machine); };
+        EXPECT_EQ(run(machine, c.arguments, c.watching ? std::function<void()>(watching) : nullptr), c.code);
         EXPECT_EQ(machine.console.errText, c.err);
         const std::wstring& out = machine.console.outText;
-        const bool asJson = has(c.arguments, L"--json") && !has(c.arguments, L"--quiet") && c.writes < 0;
+        const bool asJson = has(c.arguments, L"--json") && !has(c.arguments, L"--quiet");
         if (asJson && !c.out.empty()) {
             const bool perLine = has(c.arguments, L"watch");
             EXPECT_EQ(documents(out, perLine), documents(c.out, perLine)) << testing::PrintToString(out);
-        } else if (asJson && c.code > exitCableFault) {
+        } else if (asJson && c.writes < 0 && c.code > exitCableFault) {
             EXPECT_EQ(out.find(L'\n'), out.size() - 1) << "one line: " << testing::PrintToString(out);
             EXPECT_EQ(documents(out, false), std::vector<json>{errorObject(c.code, c.err)})
                 << testing::PrintToString(out);
@@ -443,6 +458,8 @@ void expectCases(const std::vector<Case>& cases)
         if (c.writes >= 0) {
             EXPECT_EQ(machine.console.writesAfterClose, 1) << "nothing more is written once a write failed";
         }
+        EXPECT_TRUE(!has(c.arguments, L"watch") || machine.sim.service().subscriptions().empty());
+        EXPECT_FALSE(machine.console.interruptHandler()) << "Ctrl+C ends the program again";
     }
 }
 
@@ -542,25 +559,20 @@ TEST(Ztdiag, printsWhatTheUserAskedForAndExitsWithItsCode)
          [](Machine& m) { m.sim.driver().removeField(first, sim::ZtField::pairs); }, L"",
          L"ztdiag: ZT Ethernet Adapter: the driver's cable test failed\n"},
         // Usage errors, and the version; a lone "-" is a word, not an option.
-        {args(L"-"), 1, 64, nullptr, L"",
-         usageError(L"unknown command '-'; the commands are cable-test, watch and metrics")},
-        {args(L"metrics", L"--metrics", L"x.prom"), 1, 64, nullptr, L"",
-         usageError(L"--metrics goes with watch only")},
-        {args(L"watch", L"--output=x.prom"), 1, 64, nullptr, L"",
-         usageError(L"--output goes with metrics only")},
-        {args(L"watch", L"--category", L"6"), 2, 64, nullptr, L"",
-         usageError(L"--category goes with cable-test only")},
-        {args(L"watch", L"--metrics"), 1, 64, nullptr, L"", usageError(L"--metrics needs a file name")},
-        {args(L"metrics", L"--output="), 1, 64, nullptr, L"", usageError(L"an empty file name for --output")},
-        {args(L"metrics", L"--json"), 1, 64, nullptr, L"",
-         usageError(L"metrics are written in the Prometheus text format, never as JSON")},
-        {args(L"cable-test", L"--category", L"7"), 2, 64, nullptr, L"",
-         usageError(L"unknown cable category '7'; the categories are 5e, 6 and 6a")},
-        {args(L"cable-test", L"--category=", L"6"), 2, 64, nullptr, L"",
-         usageError(L"unknown cable category ''; the categories are 5e, 6 and 6a")},
-        {args(L"cable-test", first, L"extra"), 2, 64, nullptr, L"",
-         usageError(
-             L"one adapter at a time: 'ZT Ethernet Adapter' and 'extra' (put a name with blanks in quotes)")},
+        usage(args(L"-"), 1, L"unknown command '-'; the commands are cable-test, watch and metrics"),
+        usage(args(L"metrics", L"--metrics", L"x.prom"), 1, L"--metrics goes with watch only"),
+        usage(args(L"watch", L"--output=x.prom"), 1, L"--output goes with metrics only"),
+        usage(args(L"watch", L"--category", L"6"), 2, L"--category goes with cable-test only"),
+        usage(args(L"watch", L"--metrics"), 1, L"--metrics needs a file name"),
+        usage(args(L"metrics", L"--output="), 1, L"an empty file name for --output"),
+        usage(args(L"metrics", L"--json"), 1,
+              L"metrics are written in the Prometheus text format, never as JSON"),
+        usage(args(L"cable-test", L"--category", L"7"), 2,
+              L"unknown cable category '7'; the categories are 5e, 6 and 6a"),
+        usage(args(L"cable-test", L"--category=", L"6"), 2,
+              L"unknown cable category ''; the categories are 5e, 6 and 6a"),
+        usage(args(L"cable-test", first, L"extra"), 2,
+              L"one adapter at a time: 'ZT Ethernet Adapter' and 'extra' (put a name with blanks in quotes)"),
         {args(L"--version"), 1, 0, nullptr, L"ztdiag " ZTPROP_VERSION_TEXT L"\n"},
     });
 }
@@ -906,8 +918,7 @@ TEST(Ztdiag, anAdapterIsNamedByAnyOfItsNamesInAnyCaseAndWordsThatNameNoneOrSever
              + L", 'ZT Ethernet Adapter #2'\n"},
         // Given empty, ADAPTER names no adapter: it isn't "the only one".
         {args(L"cable-test", L""), 1, 64, nullptr, L"", empty},
-        {args(L"watch", L""), 0, 64, nullptr, L"",
-         usageError(L"an empty adapter name; there is no ZT adapter")},
+        usage(args(L"watch", L""), 0, L"an empty adapter name; there is no ZT adapter"),
         // Case doesn't matter, character by character as the platform compares: the exact spelling wins
         // nothing, and there is no linguistic folding of "\u00DF" into "SS".
         {args(L"cable-test", L"zt ethernet adapter \u00E4"), 0, 2,
@@ -1096,10 +1107,10 @@ TEST(Ztdiag, withJsonAnErrorIsAlsoAJsonObjectOnTheOutput)
          L"ztdiag: no ZT adapter named 'ZT Adapter'; the ZT adapters are 'ZT Ethernet Adapter' (connection "
          L"'Ethernet 2')\n"},
         // A usage error: the first line's message; --json is read past the error.
-        {args(L"--fast", L"--json"), 1, 64, nullptr, L"", usageError(L"unknown option '--fast'")},
-        {args(L"cable-test", L"--json"), 2, 64, nullptr, L"",
-         usageError(L"2 ZT adapters: name the one to test: 'ZT Ethernet Adapter' (connection 'Ethernet 2'), "
-                    L"'ZT Ethernet Adapter #2'")},
+        usage(args(L"--fast", L"--json"), 1, L"unknown option '--fast'"),
+        usage(args(L"cable-test", L"--json"), 2,
+              L"2 ZT adapters: name the one to test: 'ZT Ethernet Adapter' (connection 'Ethernet 2'), "
+              L"'ZT Ethernet Adapter #2'"),
         // The listing that found no adapter is still a listing.
         {args(L"--json"), 0, 2, nullptr,
          LR"j({"adapters": [], "error": {"code": 2, "message": "no ZT adapter found"}})j",
@@ -1112,6 +1123,11 @@ TEST(Ztdiag, withJsonAnErrorIsAlsoAJsonObjectOnTheOutput)
 TEST(Ztdiag, aClosedOutputEndsTheCommandAtOnceWithExitCode74)
 {
     const std::wstring closed = L"ztdiag: the output was closed\n";
+    // The tool ends before any Ctrl+C, and gives Ctrl+C back.
+    const auto unplugged = [](Machine& m) {
+        m.sim.unplug();
+        waitUntil([&] { return !m.console.interruptHandler(); });
+    };
     expectCases({
         {args(), 1, 74, nullptr, L"", closed, 0},
         {args(L"--json"), 2, 74, nullptr, L"", closed, 0},
@@ -1129,6 +1145,12 @@ TEST(Ztdiag, aClosedOutputEndsTheCommandAtOnceWithExitCode74)
          L"'Ethernet 2')\n",
          0},
         {args(L"--json"), 0, 2, nullptr, L"", L"ztdiag: no ZT adapter found\n", 0},
+        // A watch ends at once, on its own: the first line, the state, the first event.
+        {args(L"watch"), 1, 74, nullptr, L"", closed, 0, false, unplugged},
+        {args(L"watch"), 1, 74, nullptr, L"Watching ZT Ethernet Adapter; press Ctrl+C to stop.\n", closed, 1,
+         false, unplugged},
+        {args(L"watch", L"--json"), 1, 74, nullptr, watchingFirstJson(okState()), closed, 1, false,
+         unplugged},
     });
 }
 
@@ -1522,37 +1544,6 @@ TEST(ZtdiagWatch, anAdapterThatArrivesWhileWatchingAllIsWatchedFromThenOn)
                     {34, [](Machine& m) { m.sim.unplug(); }, 1},
                 },
                 {watching, {34, first, L"Disconnected"}}, {}, first);
-}
-
-TEST(ZtdiagWatch, aClosedOutputEndsTheWatchAtOnceAndItsSubscriptions)
-{
-    const struct {
-        std::vector<std::wstring> arguments;
-        int texts;  // the output takes these, then is closed
-        std::size_t lines;  // what was out before
-    } cases[] = {
-        {args(L"watch"), 0, 0},  // the first line
-        {args(L"watch"), 1, 1},  // the state
-        {args(L"watch", L"--json"), 1, 1},  // the first event
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(testing::PrintToString(c.arguments) + " closed after " + std::to_string(c.texts));
-        Machine machine(1);
-        machine.console.closeOutputAfter(c.texts);
-        EXPECT_EQ(run(machine, c.arguments,
-                      [&] {
-                          machine.sim.unplug();
-                          // The tool ends on its own, before any Ctrl+C: it gives Ctrl+C back.
-                          waitUntil([&] { return !machine.console.interruptHandler(); });
-                      }),
-                  74);
-        EXPECT_EQ(machine.console.errText, L"ztdiag: the output was closed\n");
-        EXPECT_EQ(static_cast<std::size_t>(
-                      std::count(machine.console.outText.begin(), machine.console.outText.end(), L'\n')),
-                  c.lines);
-        EXPECT_TRUE(machine.sim.service().subscriptions().empty());
-        EXPECT_FALSE(machine.console.interruptHandler()) << "Ctrl+C ends the program again";
-    }
 }
 
 TEST(ZtdiagWatch, aMetricsFileKeepsTheCountersOfABurstOfEventsAndTheLastReadings)
