@@ -338,11 +338,10 @@ json okState()
         R"({"problemCode": 0, "link": "connected", "speed": 2500000000, "speedText": "2.5 Gbps",
         "health": "ok", "healthText": "Temperature is ok"})");
 }
-// The first line of `watch --json` for `first`, with this state.
-std::wstring watchingFirstJson(const json& state)
+// The first line of `watch --json` for `first`, with this state, at the host's clock unless given.
+std::wstring watchingFirstJson(const json& state, const std::string& time = "2024-05-14T09:30:00.000+00:00")
 {
-    json line
-        = {{"time", "2024-05-14T09:30:00.000+00:00"}, {"adapter", "ZT Ethernet Adapter"}, {"event", "state"}};
+    json line = {{"time", time}, {"adapter", "ZT Ethernet Adapter"}, {"event", "state"}};
     line.update(state);
     return text(line);
 }
@@ -1444,29 +1443,22 @@ TEST(ZtdiagWatch, eventsTheServiceRefusesEndTheWatchWithExitCode3AndSayWhich)
 
 TEST(ZtdiagWatch, timesAreIso8601LocalTimeWithTheUtcOffsetInForce)
 {
-    const struct {
-        LONG bias;  // minutes: UTC = local + bias
-        DWORD part;  // of the year, as GetTimeZoneInformation answers it
-        LONG standardBias;
-        LONG daylightBias;
-        const char* offset;
-    } cases[] = {
-        {-60, TIME_ZONE_ID_STANDARD, 0, -60, "+01:00"},
-        {300, TIME_ZONE_ID_DAYLIGHT, 0, -60, "-04:00"},
-        {-330, TIME_ZONE_ID_UNKNOWN, -60, -60, "+05:30"},  // neither part's bias applies
-        {210, TIME_ZONE_ID_STANDARD, -30, 0, "-03:00"},
-        {0, TIME_ZONE_ID_INVALID, 0, 0, ""},  // no zone: local time without an offset
+    // 17:03:12.345 on 25 November 2026 in a zone of `bias` minutes (UTC = local + bias) at `part` of the
+    // year, as GetTimeZoneInformation answers them.
+    const auto at = [](LONG bias, DWORD part, LONG standardBias, LONG daylightBias, const char* offset) {
+        const auto zone = [=](Machine&) {
+            host::setTimeZone(bias, part, standardBias, daylightBias);
+            host::setLocalTime({2026, 11, 3, 25, 17, 3, 12, 345});
+        };
+        return Case{args(L"watch", L"--json"), 1, 0, zone,
+                    watchingFirstJson(okState(), std::string("2026-11-25T17:03:12.345") + offset)};
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.offset);
-        Machine machine(1);
-        host::setTimeZone(c.bias, c.part, c.standardBias, c.daylightBias);
-        host::setLocalTime({2026, 11, 3, 25, 17, 3, 12, 345});
-        EXPECT_EQ(run(machine, args(L"watch", L"--json")), 0);
-        const std::vector<json> lines = documents(machine.console.outText, true);
-        ASSERT_EQ(lines.size(), 1U);
-        EXPECT_EQ(lines[0]["time"], std::string("2026-11-25T17:03:12.345") + c.offset);
-    }
+    expectCases({
+        at(-60, TIME_ZONE_ID_STANDARD, 0, -60, "+01:00"), at(300, TIME_ZONE_ID_DAYLIGHT, 0, -60, "-04:00"),
+        at(-330, TIME_ZONE_ID_UNKNOWN, -60, -60, "+05:30"),  // neither part's bias applies
+        at(210, TIME_ZONE_ID_STANDARD, -30, 0, "-03:00"),
+        at(0, TIME_ZONE_ID_INVALID, 0, 0, ""),  // no zone: local time without an offset
+    });
 }
 
 TEST(ZtdiagWatch, linesFollowTheOrderEventsReachedTheToolWhateverThreadDeliversThem)
