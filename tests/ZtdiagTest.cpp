@@ -194,7 +194,6 @@ std::function<void(Machine&)> fails(const char* call, HRESULT error, const wchar
     const sim::Fault fault = sim::Fault::on(call, error).forTarget(target);
     return [=](Machine& m) { m.sim.service().injectFault(nth == 0 ? fault : fault.onlyCall(nth)); };
 }
-// These set-ups in order.
 std::function<void(Machine&)> all(const std::vector<std::function<void(Machine&)>>& setups)
 {
     return [setups](Machine& m) {
@@ -203,17 +202,14 @@ std::function<void(Machine&)> all(const std::vector<std::function<void(Machine&)
         }
     };
 }
-// A further network device.
 std::function<void(Machine&)> withDevice(const std::wstring& name, DWORD problemCode = 0)
 {
     return [=](Machine& m) { m.device(name, problemCode); };
 }
-// What IP Helper lists instead.
 std::function<void(Machine&)> connectionsAre(const std::vector<host::NetConnection>& listed)
 {
     return [listed](Machine&) { host::setNetConnections(listed); };
 }
-// NDIS tells `first`'s link as `state`.
 std::function<void(Machine&)> linkIs(const sim::LinkState& state)
 {
     return [state](Machine& m) { m.sim.ndis().setLinkState(first, state); };
@@ -749,42 +745,21 @@ TEST(Ztdiag, watchPrintsATimestampedLineForEachLinkEventUntilCtrlC)
 
 TEST(ZtdiagWatch, aSpeedNotKnownAtAConnectionIsUnknownNeverZero)
 {
-    const char* const connected = R"({"event":"connected","link":"connected","speed":null,"speedText":null,
-                                      "downshift":false,"previousSpeed":null})";
-    const struct {
-        const char* what;
-        void (*change)(Machine&);
-        std::size_t lines;  // it adds
-    } cases[] = {
-        {"the speed's query fails",
-         [](Machine& m) {
-             linkQueryFails(m);
-             m.sim.ndis().connect(first);
-         },
-         1},
-        {"NDIS doesn't know it",
-         [](Machine& m) {
-             m.sim.ndis().setLinkState(first, sim::LinkState::at(speedUnknown));
-             m.sim.ndis().connect(first);
-         },
-         1},
-        {"the link is down again when the tool asks",
-         [](Machine& m) {
-             m.sim.service().setLatency("ExecMethod", 50ms);
-             m.sim.ndis().connect(first).wait();
-             m.sim.ndis().disconnect(first);
-         },
-         2},
+    const auto connects = [](Machine& m) { m.sim.ndis().connect(first); };
+    const std::vector<WatchLine> lines
+        = {{30, first, L"Connected, 2.5 Gbps; Temperature is ok"},
+           {31, first, L"Connected, <unknown>",
+            R"({"event":"connected","link":"connected","speed":null,"speedText":null,
+                "downshift":false,"previousSpeed":null})"}};
+    // The speed's query fails; NDIS doesn't know it; the link is down again when the tool asks.
+    expectWatch(1, {{31, all({linkQueryFails, connects}), 1}}, lines);
+    expectWatch(1, {{31, all({linkIs(sim::LinkState::at(speedUnknown)), connects}), 1}}, lines);
+    const auto downAgain = [](Machine& m) {
+        m.sim.service().setLatency("ExecMethod", 50ms);
+        m.sim.ndis().connect(first).wait();
+        m.sim.ndis().disconnect(first);
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
-        std::vector<WatchLine> lines = {{30, first, L"Connected, 2.5 Gbps; Temperature is ok", nullptr},
-                                        {31, first, L"Connected, <unknown>", connected}};
-        if (c.lines > 1) {
-            lines.push_back({31, first, L"Disconnected", nullptr});
-        }
-        expectWatch(1, {{31, c.change, c.lines}}, lines);
-    }
+    expectWatch(1, {{31, downAgain, 2}}, {lines[0], lines[1], {31, first, L"Disconnected"}});
 }
 
 TEST(ZtdiagWatch, aChangeOfTheTemperatureHealthIsALine)
@@ -870,7 +845,6 @@ TEST(Ztdiag, aLinkStateSpeedOrTemperatureThatCantBeReadIsUnknownNeverDisconnecte
 
 // ---- Which adapter: never one picked silently ------------------------------
 
-// Two network devices both named `first`.
 void twoAlike(Machine& m)
 {
     m.device(first);
