@@ -1028,29 +1028,24 @@ TEST(Ztdiag, aListLongerThanTheFirstBufferIsReadWithTheSizeIpHelperAsksFor)
 
 TEST(Ztdiag, eachCommandSubscribesOnlyToTheEventsItNeedsAndWatchReadsEachLinkStateOnce)
 {
-    const struct {
-        std::vector<std::wstring> arguments;
-        int subscriptions;  // ExecNotificationQueryAsync calls
-    } cases[] = {
-        {args(), 0},
-        {args(L"cable-test"), 4},  // a cable test waits for the link to come back
-        {args(L"watch"), 5},  // the adapter's four and the arrival of any
-        {args(L"watch", first), 4},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(testing::PrintToString(c.arguments));
+    const auto subscribes = [](const std::vector<std::wstring>& arguments, int subscriptions) {
+        SCOPED_TRACE(testing::PrintToString(arguments));
         Machine machine(1);
-        EXPECT_EQ(run(machine, c.arguments), 0);
+        EXPECT_EQ(run(machine, arguments), 0);
         EXPECT_NE(machine.console.outText, L"");
         const std::vector<sim::CallRecord> calls = machine.sim.service().calls();
         EXPECT_EQ(std::count_if(
                       calls.begin(), calls.end(),
                       [](const sim::CallRecord& call) { return call.call == "ExecNotificationQueryAsync"; }),
-                  c.subscriptions);
-        if (has(c.arguments, L"watch")) {
+                  subscriptions);
+        if (has(arguments, L"watch")) {
             EXPECT_EQ(machine.sim.ndis().requests().size(), 1U);
         }
-    }
+    };
+    subscribes(args(), 0);
+    subscribes(args(L"cable-test"), 4);  // a cable test waits for the link to come back
+    subscribes(args(L"watch"), 5);  // the adapter's four and the arrival of any
+    subscribes(args(L"watch", first), 4);
 }
 
 // ---- What scripts can trust -------------------------------------------------
@@ -1130,34 +1125,23 @@ TEST(Ztdiag, aClosedOutputEndsTheCommandAtOnceWithExitCode74)
 TEST(Ztdiag, ctrlCDuringACableTestWaitsForTheDriversResultAndCtrlCAgainLeavesAtOnce)
 {
     const std::wstring interrupted = L"ztdiag: the cable test on ZT Ethernet Adapter was interrupted";
-    const struct {
-        int presses;
-        void (*setup)(Machine&);
-        std::wstring told;  // after the line that the test is still running
-    } cases[] = {
-        {1, nullptr, interrupted + L"; link after the test: Connected, 2.5 Gbps\n"},
-        {1, [](Machine& m) { m.sim.driver().onLinkRestore([](const std::wstring&) {}); },
-         interrupted + L"; link after the test: Disconnected\n"},
-        {2, nullptr, interrupted + L" before its end; the link may still be down\n"},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.presses);
+    ZtdiagLimits limits;
+    limits.linkReturn = 100ms;
+    // `told` after the line that the test is still running.
+    const auto interrupt = [&](int presses, void (*setup)(Machine&), const std::wstring& told) {
+        SCOPED_TRACE(presses);
         Machine machine(1);
-        if (c.setup != nullptr) {
-            c.setup(machine);
-        }
+        setup(machine);
         machine.sim.driver().holdCableTest(first);
-        ZtdiagLimits limits;
-        limits.linkReturn = 100ms;
         int code = -1;
         std::thread tool([&] { code = ztdiagMain(args(L"cable-test", L"--json"), machine.console, limits); });
         std::function<void()> ctrlC;
         waitUntil([&] { return bool(ctrlC = machine.console.interruptHandler()); });
         EXPECT_TRUE(machine.sim.driver().waitUntilCableTestRunning(first));
-        for (int press = 0; ctrlC && press < c.presses; ++press) {
+        for (int press = 0; ctrlC && press < presses; ++press) {
             ctrlC();
         }
-        if (c.presses == 2) {
+        if (presses == 2) {
             tool.join();  // while the driver's test goes on
         }
         machine.sim.driver().releaseCableTest(first);
@@ -1169,10 +1153,16 @@ TEST(Ztdiag, ctrlCDuringACableTestWaitsForTheDriversResultAndCtrlCAgainLeavesAtO
             machine.console.errText,
             L"ztdiag: the cable test is still running on ZT Ethernet Adapter: waiting for it to end and "
             L"for the link to come back (Ctrl+C again to leave at once)\n"
-                + c.told);
+                + told);
         EXPECT_FALSE(machine.console.interruptHandler()) << "Ctrl+C ends the program again";
-        EXPECT_EQ(parsed(machine.console.outText), errorObject(130, c.told));
-    }
+        EXPECT_EQ(parsed(machine.console.outText), errorObject(130, told));
+    };
+    const auto asIs = [](Machine&) {};
+    interrupt(1, asIs, interrupted + L"; link after the test: Connected, 2.5 Gbps\n");
+    interrupt(
+        1, [](Machine& m) { m.sim.driver().onLinkRestore([](const std::wstring&) {}); },
+        interrupted + L"; link after the test: Disconnected\n");
+    interrupt(2, asIs, interrupted + L" before its end; the link may still be down\n");
 }
 
 // ---- Metrics for the textfile collectors -------------------------------------
@@ -1273,29 +1263,25 @@ TEST(ZtdiagMetrics, stateEachAdapterAndLeaveOutWhatIsntKnown)
 
 TEST(ZtdiagMetrics, aReadThatFailsIsAFailedScrapeNeverAColdOrDownAdapter)
 {
-    const struct {
-        std::function<void(Machine&)> setup;
-        std::wstring err;
-    } cases[] = {
-        {linkQueryFails,
-         L"ztdiag: the management service didn't answer for 'ZT Ethernet Adapter'; the metrics mark the "
-         L"scrape as failed\n"},
-        {fails("ConnectServer", E_FAIL),
-         L"ztdiag: can't connect to the management service (root\\wmi); the metrics mark every working "
-         L"adapter's scrape as failed\n"},
-    };
-    for (const auto& c : cases) {
+    const auto scrapeFails = [](const std::function<void(Machine&)>& setup, const std::wstring& err) {
         Machine machine(1);
-        c.setup(machine);
+        setup(machine);
         EXPECT_EQ(run(machine, args(L"metrics")), 3);
-        EXPECT_EQ(machine.console.errText, c.err);
+        EXPECT_EQ(machine.console.errText, err);
         std::map<std::string, std::string> expected = {{series("ztdiag_scrape_success", first, 1), "0"}};
         for (const char* left : {"ztdiag_link_up", "ztdiag_link_speed_bytes",
                                  "ztdiag_phy_temperature_celsius", "ztdiag_cable_test_supported"}) {
             expected[series(left, first, 1)] = "absent";
         }
         expectSamples(toUtf8(machine.console.outText), expected);
-    }
+    };
+    scrapeFails(linkQueryFails,
+                L"ztdiag: the management service didn't answer for 'ZT Ethernet Adapter'; the "
+                L"metrics mark the scrape as failed\n");
+    scrapeFails(
+        fails("ConnectServer", E_FAIL),
+        L"ztdiag: can't connect to the management service (root\\wmi); the metrics mark every working "
+        L"adapter's scrape as failed\n");
 }
 
 TEST(ZtdiagMetrics, labelValuesAreEscapedAndUtf8)
@@ -1339,31 +1325,25 @@ TEST(ZtdiagMetrics, aFileIsReplacedWholeOrLeftAsItWas)
         EXPECT_EQ(promtoolCheck(fileText(path)), "");
     }
     const std::string before = fileText(path);
-    const struct {
-        const char* function = nullptr;
-        const wchar_t* step = nullptr;  // as the user is told
-        DWORD error = 0;
-        int failures = -1;
-    } cases[] = {
-        {"CreateFileW", L"create: error 5", ERROR_ACCESS_DENIED},
-        {"WriteFile", L"write: error 112", ERROR_DISK_FULL},
-        {"FlushFileBuffers", L"write: error 29", ERROR_WRITE_FAULT},
-        {"MoveFileExW", L"replace: error 32", ERROR_SHARING_VIOLATION, 10},  // the tenth try is the last
-        {"MoveFileExW", L"replace: error 3", ERROR_PATH_NOT_FOUND, 1},  // once: a second try would succeed
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.function);
+    // `step` as the user is told.
+    const auto failing = [&](const char* function, const wchar_t* step, DWORD error, int failures = -1) {
+        SCOPED_TRACE(function);
         Machine machine(1);
         machine.sim.heat(9000, 9100);  // what would be new
-        host::failFileFunction(c.function, c.error, c.failures);
+        host::failFileFunction(function, error, failures);
         EXPECT_EQ(run(machine, args(L"metrics", L"--output=" + widePath)), 73);
         EXPECT_EQ(machine.console.errText,
-                  L"ztdiag: can't write '" + widePath + L"' (" + c.step
+                  L"ztdiag: can't write '" + widePath + L"' (" + step
                       + L"); the old file is left as it was\n");
         EXPECT_EQ(fileText(path), before);
         EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 1);  // no new file left
         EXPECT_EQ(host::openFileHandles(), 0);
-    }
+    };
+    failing("CreateFileW", L"create: error 5", ERROR_ACCESS_DENIED);
+    failing("WriteFile", L"write: error 112", ERROR_DISK_FULL);
+    failing("FlushFileBuffers", L"write: error 29", ERROR_WRITE_FAULT);
+    failing("MoveFileExW", L"replace: error 32", ERROR_SHARING_VIOLATION, 10);  // the tenth try is the last
+    failing("MoveFileExW", L"replace: error 3", ERROR_PATH_NOT_FOUND, 1);  // once: a second try would succeed
 }
 
 TEST(ZtdiagMetrics, aReaderNeverSeesPartOfAFile)
