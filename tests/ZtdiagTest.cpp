@@ -256,16 +256,6 @@ std::wstring notWorkingListed(const std::wstring& name, const std::wstring& stat
                    L"<unknown>", L"No, the device isn't ready"});
 }
 
-// JSON as the tool's output holds it (ASCII here).
-json parsed(const std::wstring& text)
-{
-    return json::parse(std::string(text.begin(), text.end()));
-}
-std::wstring text(const json& document)
-{
-    const std::string dumped = document.dump();
-    return {dumped.begin(), dumped.end()};
-}
 // `first` in the listing's JSON, with these values.
 json firstJson(const json& link = "connected", const json& speed = 2500000000U,
                const json& speedText = "2.5 Gbps", const json& phy = 54.25)
@@ -297,7 +287,7 @@ json notWorkingJson(const std::string& name, const char* state, const std::strin
 }
 std::wstring listingJson(const std::vector<json>& adapters)
 {
-    return text({{"adapters", adapters}});
+    return fromUtf8(json{{"adapters", adapters}}.dump());
 }
 
 const wchar_t* const goodPairs = L"Cable test on ZT Ethernet Adapter\nPair A: OK\nPair B: OK\nPair C: OK\n"
@@ -314,7 +304,7 @@ std::wstring goodPairsJson(const json& link, const json& speed, const json& spee
     json report = {{"adapter", "ZT Ethernet Adapter"}, {"good", true}, {"pairs", pairs}, {"link", link}};
     report.update(
         {{"speed", speed}, {"speedText", speedText}, {"cableLength", cableLength}, {"category", category}});
-    return text(report);
+    return fromUtf8(report.dump());
 }
 
 // A line of `watch` at 09:`minute` (UTC, as the host's zone is after reset).
@@ -327,19 +317,17 @@ std::wstring watchingFirst(const std::wstring& state = L"Connected, 2.5 Gbps; Te
 {
     return L"Watching ZT Ethernet Adapter; press Ctrl+C to stop.\n" + watchLine(30, first, state);
 }
-// `first`'s state when all is well, as `watch --json` tells it.
-json okState()
+// The first line of `watch --json` for `first`: its state when all is well but for `changes`, at the
+// host's clock unless given.
+std::wstring watchingFirstJson(const json& changes = json::object(),
+                               const std::string& time = "2024-05-14T09:30:00.000+00:00")
 {
-    return json::parse(
-        R"({"problemCode": 0, "link": "connected", "speed": 2500000000, "speedText": "2.5 Gbps",
-        "health": "ok", "healthText": "Temperature is ok"})");
-}
-// The first line of `watch --json` for `first`, with this state, at the host's clock unless given.
-std::wstring watchingFirstJson(const json& state, const std::string& time = "2024-05-14T09:30:00.000+00:00")
-{
-    json line = {{"time", time}, {"adapter", "ZT Ethernet Adapter"}, {"event", "state"}};
-    line.update(state);
-    return text(line);
+    json line = json::parse(R"({"adapter": "ZT Ethernet Adapter", "event": "state", "problemCode": 0,
+        "link": "connected", "speed": 2500000000, "speedText": "2.5 Gbps", "health": "ok",
+        "healthText": "Temperature is ok"})");
+    line["time"] = time;
+    line.update(changes);
+    return fromUtf8(line.dump());
 }
 
 template <typename... Text> std::vector<std::wstring> args(Text... texts)
@@ -380,12 +368,12 @@ int run(Machine& machine, const std::vector<std::wstring>& arguments,
 std::vector<json> documents(const std::wstring& text, bool perLine)
 {
     if (!perLine) {
-        return {parsed(text)};
+        return {json::parse(toUtf8(text))};
     }
     std::vector<json> lines;
     std::wistringstream in(text);
     for (std::wstring line; std::getline(in, line);) {
-        lines.push_back(parsed(line));
+        lines.push_back(json::parse(toUtf8(line)));
     }
     return lines;
 }
@@ -826,8 +814,7 @@ TEST(Ztdiag, aLinkStateSpeedOrTemperatureThatCantBeReadIsUnknownNeverDisconnecte
         // The state `watch` starts from.
         {args(L"watch"), 1, 0, linkQueryFails, watchingFirst(L"<unknown>; Temperature is ok")},
         {args(L"watch", L"--json"), 1, 0, linkQueryFails,
-         watchingFirstJson(json::parse(R"({"problemCode": 0, "link": null, "speed": null, "speedText": null,
-             "health": "ok", "healthText": "Temperature is ok"})"))},
+         watchingFirstJson({{"link", nullptr}, {"speed", nullptr}, {"speedText", nullptr}})},
         {args(L"watch"), 1, 0, linkIs(sim::LinkState::at(speedUnknown)),
          watchingFirst(L"Connected, <unknown>; Temperature is ok")},
         // The cable test's report: with no link state there is no length, nor
@@ -1117,8 +1104,7 @@ TEST(Ztdiag, aClosedOutputEndsTheCommandAtOnceWithExitCode74)
         {args(L"watch"), 1, 74, nullptr, L"", closed, 0, false, unplugged},
         {args(L"watch"), 1, 74, nullptr, L"Watching ZT Ethernet Adapter; press Ctrl+C to stop.\n", closed, 1,
          false, unplugged},
-        {args(L"watch", L"--json"), 1, 74, nullptr, watchingFirstJson(okState()), closed, 1, false,
-         unplugged},
+        {args(L"watch", L"--json"), 1, 74, nullptr, watchingFirstJson(), closed, 1, false, unplugged},
     });
 }
 
@@ -1155,7 +1141,7 @@ TEST(Ztdiag, ctrlCDuringACableTestWaitsForTheDriversResultAndCtrlCAgainLeavesAtO
             L"for the link to come back (Ctrl+C again to leave at once)\n"
                 + told);
         EXPECT_FALSE(machine.console.interruptHandler()) << "Ctrl+C ends the program again";
-        EXPECT_EQ(parsed(machine.console.outText), errorObject(130, told));
+        EXPECT_EQ(json::parse(toUtf8(machine.console.outText)), errorObject(130, told));
     };
     const auto asIs = [](Machine&) {};
     interrupt(1, asIs, interrupted + L"; link after the test: Connected, 2.5 Gbps\n");
@@ -1405,7 +1391,7 @@ TEST(ZtdiagWatch, timesAreIso8601LocalTimeWithTheUtcOffsetInForce)
             host::setLocalTime({2026, 11, 3, 25, 17, 3, 12, 345});
         };
         return Case{args(L"watch", L"--json"), 1, 0, zone,
-                    watchingFirstJson(okState(), std::string("2026-11-25T17:03:12.345") + offset)};
+                    watchingFirstJson(json::object(), std::string("2026-11-25T17:03:12.345") + offset)};
     };
     expectCases({
         at(-60, TIME_ZONE_ID_STANDARD, 0, -60, "+01:00"), at(300, TIME_ZONE_ID_DAYLIGHT, 0, -60, "-04:00"),
