@@ -449,9 +449,6 @@ void expectCases(const std::vector<Case>& cases)
 TEST(Ztdiag, printsWhatTheUserAskedForAndExitsWithItsCode)
 {
     const auto noLength = [](Machine& m) { m.sim.driver().setCableLength(first, 0); };
-    const auto noPairs = [](Machine& m) { m.sim.driver().setPairs(first, {}); };
-    const wchar_t* const noResult
-        = L"ztdiag: ZT Ethernet Adapter: the driver's cable test gave no result for any wire pair\n";
     const auto unreadable = [](Machine& m) {
         m.device(first);
         host::removeDeviceProperty(host::makeDevice(1), DEVPKEY_Device_ProblemCode);
@@ -537,7 +534,8 @@ TEST(Ztdiag, printsWhatTheUserAskedForAndExitsWithItsCode)
         {args(L"cable-test"), 1, 3, fails("ExecMethod", WBEM_E_FAILED, L"Zt_NetAdapter.ExecCableDiag"), L"",
          L"ztdiag: ZT Ethernet Adapter: the driver's cable test failed\n"},
         // A cable test without pair results is an error, never a good cable.
-        {args(L"cable-test"), 1, 3, noPairs, L"", noResult},
+        {args(L"cable-test"), 1, 3, [](Machine& m) { m.sim.driver().setPairs(first, {}); }, L"",
+         L"ztdiag: ZT Ethernet Adapter: the driver's cable test gave no result for any wire pair\n"},
         {args(L"cable-test"), 1, 3,
          [](Machine& m) { m.sim.driver().removeField(first, sim::ZtField::pairs); }, L"",
          L"ztdiag: ZT Ethernet Adapter: the driver's cable test failed\n"},
@@ -1414,12 +1412,9 @@ TEST(ZtdiagWatch, linesFollowTheOrderEventsReachedTheToolWhateverThreadDeliversT
     const int code = run(machine, args(L"watch", L"--json"), [&] {
         ASSERT_TRUE(machine.console.waitForLines(1));
         machine.sim.service().holdDeliveries();
-        for (int i = 0; i < changes; ++i) {
-            if (i % 2 == 0) {
-                machine.sim.ndis().disconnect(first);
-            } else {
-                machine.sim.ndis().connect(first);
-            }
+        for (int i = 0; i < changes; i += 2) {
+            machine.sim.ndis().disconnect(first);
+            machine.sim.ndis().connect(first);
         }
         EXPECT_TRUE(machine.sim.service().waitForHeld(sim::WmiService::kDeliveryThreads));
         machine.sim.service().releaseDeliveries();
@@ -1487,54 +1482,46 @@ TEST(ZtdiagWatch, aMetricsFileKeepsTheCountersOfABurstOfEventsAndTheLastReadings
     }
     burst.push_back({41, [](Machine& m) { m.sim.remove(); }, 1});
     burst.push_back({42, [](Machine& m) { m.sim.arrive(); }, 1});
-    const struct {
-        const char* name;
-        std::vector<Step> steps;
-        std::chrono::milliseconds healthPeriod;  // long: no reading after the first, so no line unasked
-        std::map<std::string, std::string> expected;
-    } cases[] = {
-        {"a burst, a removal and a return",
-         burst,
-         std::chrono::hours(1),
-         {{series("ztdiag_link_changes_total", first, 1), "20"},
-          {series("ztdiag_link_downshifts_total", first, 1), "5"},
-          {series("ztdiag_adapter_removals_total", first, 1), "1"},
-          {series("ztdiag_link_last_change_timestamp_seconds", first, 1), "1715679600"},
-          {series("ztdiag_cable_test_supported", first, 1), "1"},
-          {series("ztdiag_scrape_success", first, 1), "1"},
-          {series("ztdiag_link_up", first, 1), "absent"},  // back, and no link event since
-          {series("ztdiag_phy_temperature_celsius", first, 1), "absent"}}},  // nor a reading
-        {"temperatures as last read",
-         {{31, [](Machine& m) { m.sim.heat(10250, 10500); }, 1}},
-         5ms,
-         {{series("ztdiag_link_changes_total", first, 1), "0"},
-          {series("ztdiag_link_up", first, 1), "1"},
-          {series("ztdiag_phy_temperature_celsius", first, 1), "102.5"},
-          {series("ztdiag_temperature_health", first, 1, ",state=\"high\""), "1"}}},
-        {"the same temperatures no longer valid, and the link lost on a leap day",
-         {{31, [](Machine& m) { m.sim.driver().setThermalFlags(first, 0); }, 1},
-          {32,
-           [](Machine& m) {
-               host::setLocalTime({2004, 2, 0, 29, 9, 32, 0, 0});
-               m.sim.unplug();
-           },
-           1}},
-         5ms,
-         {{series("ztdiag_phy_temperature_celsius", first, 1), "absent"},
-          {series("ztdiag_temperature_health", first, 1, ",state=\"unknown\""), "1"},
-          {series("ztdiag_link_last_change_timestamp_seconds", first, 1), "1078047120"}}},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    // Each of `expected` in the file once the watch went through `steps`.
+    const auto expectMetrics = [](const std::vector<Step>& steps, std::chrono::milliseconds healthPeriod,
+                                  const std::map<std::string, std::string>& expected) {
         const std::string path = freshFolder("ztdiag-watch") + "/ztdiag.prom";
         const std::wstring widePath(path.begin(), path.end());
         ZtdiagLimits limits;
-        limits.healthPeriod = c.healthPeriod;
+        limits.healthPeriod = healthPeriod;
         Machine machine(1);
-        EXPECT_EQ(watchThrough(machine, args(L"watch", L"--metrics", widePath), 2, c.steps, limits), 0);
-        expectSamples(fileText(path), c.expected);
+        EXPECT_EQ(watchThrough(machine, args(L"watch", L"--metrics", widePath), 2, steps, limits), 0);
+        expectSamples(fileText(path), expected);
         EXPECT_EQ(host::openFileHandles(), 0);
-    }
+    };
+    // A burst, a removal and a return; a long health period: no reading after the first, so no line unasked.
+    expectMetrics(burst, std::chrono::hours(1),
+                  {{series("ztdiag_link_changes_total", first, 1), "20"},
+                   {series("ztdiag_link_downshifts_total", first, 1), "5"},
+                   {series("ztdiag_adapter_removals_total", first, 1), "1"},
+                   {series("ztdiag_link_last_change_timestamp_seconds", first, 1), "1715679600"},
+                   {series("ztdiag_cable_test_supported", first, 1), "1"},
+                   {series("ztdiag_scrape_success", first, 1), "1"},
+                   {series("ztdiag_link_up", first, 1), "absent"},  // back, and no link event since
+                   {series("ztdiag_phy_temperature_celsius", first, 1), "absent"}});  // nor a reading
+    // Temperatures as last read.
+    expectMetrics({{31, [](Machine& m) { m.sim.heat(10250, 10500); }, 1}}, 5ms,
+                  {{series("ztdiag_link_changes_total", first, 1), "0"},
+                   {series("ztdiag_link_up", first, 1), "1"},
+                   {series("ztdiag_phy_temperature_celsius", first, 1), "102.5"},
+                   {series("ztdiag_temperature_health", first, 1, ",state=\"high\""), "1"}});
+    // The same temperatures no longer valid, and the link lost on a leap day.
+    expectMetrics({{31, [](Machine& m) { m.sim.driver().setThermalFlags(first, 0); }, 1},
+                   {32,
+                    [](Machine& m) {
+                        host::setLocalTime({2004, 2, 0, 29, 9, 32, 0, 0});
+                        m.sim.unplug();
+                    },
+                    1}},
+                  5ms,
+                  {{series("ztdiag_phy_temperature_celsius", first, 1), "absent"},
+                   {series("ztdiag_temperature_health", first, 1, ",state=\"unknown\""), "1"},
+                   {series("ztdiag_link_last_change_timestamp_seconds", first, 1), "1078047120"}});
 }
 
 TEST(ZtdiagWatch, aMetricsFileIsRewrittenForAChangeAndAsTheWatchEndsAndAWriteThatFailsEndsIt)
