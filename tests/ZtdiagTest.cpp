@@ -1281,30 +1281,28 @@ TEST(ZtdiagMetrics, labelValuesAreEscapedAndUtf8)
                     "22"}});
 }
 
-std::string fileText(const std::string& path)
+std::string fileText(const std::filesystem::path& path)
 {
     std::ifstream in(path, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-// A folder of its own for each test's files.
-std::string freshFolder(const char* name)
+// A file in a folder of its own for each test's files.
+std::filesystem::path freshFile(const char* folder)
 {
-    std::string folder = testing::TempDir() + name;
-    std::filesystem::remove_all(folder);
-    std::filesystem::create_directories(folder);
-    return folder;
+    const std::filesystem::path path = std::filesystem::path(testing::TempDir()) / folder / "ztdiag.prom";
+    std::filesystem::remove_all(path.parent_path());
+    std::filesystem::create_directories(path.parent_path());
+    return path;
 }
 
 TEST(ZtdiagMetrics, aFileIsReplacedWholeOrLeftAsItWas)
 {
-    const std::string folder = freshFolder("ztdiag-metrics");
-    const std::string path = folder + "/ztdiag.prom";
-    const std::wstring widePath(path.begin(), path.end());
+    const std::filesystem::path path = freshFile("ztdiag-metrics");
     {
         Machine machine(1);
         host::failFileFunction("MoveFileExW", ERROR_ACCESS_DENIED, 9);  // a reader holding it: tried again
-        EXPECT_EQ(run(machine, args(L"metrics", L"--output", widePath)), 0);
+        EXPECT_EQ(run(machine, args(L"metrics", L"--output", path.wstring())), 0);
         EXPECT_EQ(machine.console.outText, L"");
         EXPECT_EQ(promtoolCheck(fileText(path)), "");
     }
@@ -1315,12 +1313,13 @@ TEST(ZtdiagMetrics, aFileIsReplacedWholeOrLeftAsItWas)
         Machine machine(1);
         machine.sim.heat(9000, 9100);  // what would be new
         host::failFileFunction(function, error, failures);
-        EXPECT_EQ(run(machine, args(L"metrics", L"--output=" + widePath)), 73);
+        EXPECT_EQ(run(machine, args(L"metrics", L"--output=" + path.wstring())), 73);
         EXPECT_EQ(machine.console.errText,
-                  L"ztdiag: can't write '" + widePath + L"' (" + step
+                  L"ztdiag: can't write '" + path.wstring() + L"' (" + step
                       + L"); the old file is left as it was\n");
         EXPECT_EQ(fileText(path), before);
-        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 1);  // no new file left
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(path.parent_path()), {}),
+                  1);  // no new file left
         EXPECT_EQ(host::openFileHandles(), 0);
     };
     failing("CreateFileW", L"create: error 5", ERROR_ACCESS_DENIED);
@@ -1332,10 +1331,9 @@ TEST(ZtdiagMetrics, aFileIsReplacedWholeOrLeftAsItWas)
 
 TEST(ZtdiagMetrics, aReaderNeverSeesPartOfAFile)
 {
-    const std::string path = freshFolder("ztdiag-reader") + "/ztdiag.prom";
-    const std::wstring widePath(path.begin(), path.end());
+    const std::filesystem::path path = freshFile("ztdiag-reader");
     Machine machine(1);
-    ASSERT_EQ(run(machine, args(L"metrics", L"--output", widePath)), 0);
+    ASSERT_EQ(run(machine, args(L"metrics", L"--output", path.wstring())), 0);
     std::atomic<bool> writing{true};
     int partial = 0;
     std::thread reader([&] {
@@ -1347,7 +1345,7 @@ TEST(ZtdiagMetrics, aReaderNeverSeesPartOfAFile)
     });
     for (int i = 0; i < 50; ++i) {
         machine.sim.heat(5000 + i, 6000 + i);
-        EXPECT_EQ(ztdiagMain(args(L"metrics", L"--output", widePath), machine.console), 0);
+        EXPECT_EQ(ztdiagMain(args(L"metrics", L"--output", path.wstring()), machine.console), 0);
     }
     writing = false;
     reader.join();
@@ -1485,12 +1483,11 @@ TEST(ZtdiagWatch, aMetricsFileKeepsTheCountersOfABurstOfEventsAndTheLastReadings
     // Each of `expected` in the file once the watch went through `steps`.
     const auto expectMetrics = [](const std::vector<Step>& steps, std::chrono::milliseconds healthPeriod,
                                   const std::map<std::string, std::string>& expected) {
-        const std::string path = freshFolder("ztdiag-watch") + "/ztdiag.prom";
-        const std::wstring widePath(path.begin(), path.end());
+        const std::filesystem::path path = freshFile("ztdiag-watch");
         ZtdiagLimits limits;
         limits.healthPeriod = healthPeriod;
         Machine machine(1);
-        EXPECT_EQ(watchThrough(machine, args(L"watch", L"--metrics", widePath), 2, steps, limits), 0);
+        EXPECT_EQ(watchThrough(machine, args(L"watch", L"--metrics", path.wstring()), 2, steps, limits), 0);
         expectSamples(fileText(path), expected);
         EXPECT_EQ(host::openFileHandles(), 0);
     };
@@ -1526,8 +1523,7 @@ TEST(ZtdiagWatch, aMetricsFileKeepsTheCountersOfABurstOfEventsAndTheLastReadings
 
 TEST(ZtdiagWatch, aMetricsFileIsRewrittenForAChangeAndAsTheWatchEndsAndAWriteThatFailsEndsIt)
 {
-    const std::string path = freshFolder("ztdiag-watch-rewrite") + "/ztdiag.prom";
-    const std::wstring widePath(path.begin(), path.end());
+    const std::filesystem::path path = freshFile("ztdiag-watch-rewrite");
     ZtdiagLimits limits;
     limits.healthPeriod = 5ms;
     Machine machine(1);
@@ -1543,9 +1539,10 @@ TEST(ZtdiagWatch, aMetricsFileIsRewrittenForAChangeAndAsTheWatchEndsAndAWriteTha
         EXPECT_TRUE(std::filesystem::exists(path));
         host::failFileFunction("CreateFileW", ERROR_ACCESS_DENIED);  // for the write at the end
     };
-    EXPECT_EQ(run(machine, args(L"watch", L"--metrics", widePath), watching, limits), 73);
+    EXPECT_EQ(run(machine, args(L"watch", L"--metrics", path.wstring()), watching, limits), 73);
     EXPECT_EQ(machine.console.errText,
-              L"ztdiag: can't write '" + widePath + L"' (create: error 5); the old file is left as it was\n");
+              L"ztdiag: can't write '" + path.wstring()
+                  + L"' (create: error 5); the old file is left as it was\n");
 }
 
 }  // namespace
