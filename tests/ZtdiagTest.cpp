@@ -61,7 +61,7 @@ public:
     bool out(const std::wstring& text) override
     {
         const std::lock_guard<std::mutex> guard(lock_);
-        if (textsTaken_ == textsBeforeClose_) {
+        if (textsTaken_ == textsBeforeClose) {
             ++writesAfterClose;
             return false;
         }
@@ -83,12 +83,6 @@ public:
         const std::lock_guard<std::mutex> guard(lock_);
         return interrupt_;
     }
-    // The output takes this many texts, then is closed.
-    void closeOutputAfter(int texts)
-    {
-        const std::lock_guard<std::mutex> guard(lock_);
-        textsBeforeClose_ = texts;
-    }
     // Until the output holds `lines` lines (10 s at most); false if it doesn't.
     bool waitForLines(std::size_t lines)
     {
@@ -102,13 +96,13 @@ public:
     std::wstring outText;
     std::wstring errText;
     bool terminal = false;
+    int textsBeforeClose = -1;  // the output takes this many texts, then is closed; -1: never
     std::atomic<int> writesAfterClose{0};  // writes refused once the output was closed
 
 private:
     std::mutex lock_;
     std::condition_variable wrote_;
     int textsTaken_ = 0;
-    int textsBeforeClose_ = -1;  // -1: never closed
     std::function<void()> interrupt_;
 };
 
@@ -213,6 +207,10 @@ std::function<void(Machine&)> connectionsAre(const std::vector<host::NetConnecti
 std::function<void(Machine&)> linkIs(const sim::LinkState& state)
 {
     return [state](Machine& m) { m.sim.ndis().setLinkState(first, state); };
+}
+void connects(Machine& m)
+{
+    m.sim.ndis().connect(first);
 }
 void linkQueryFails(Machine& m)
 {
@@ -402,9 +400,8 @@ json errorObject(int code, const std::wstring& err)
 {
     const std::wstring prefix = L"ztdiag: ";
     EXPECT_EQ(err.rfind(prefix, 0), 0U) << testing::PrintToString(err);
-    return {
-        {"error",
-         {{"code", code}, {"message", toUtf8(err.substr(prefix.size(), err.find(L'\n') - prefix.size()))}}}};
+    const std::wstring message = err.substr(prefix.size(), err.find(L'\n') - prefix.size());
+    return {{"error", {{"code", code}, {"message", toUtf8(message)}}}};
 }
 
 // An error with --json and no `out` of its own prints only the error object,
@@ -416,7 +413,7 @@ void expectCases(const std::vector<Case>& cases)
         SCOPED_TRACE(testing::PrintToString(c.arguments));
         Machine machine(c.devices);
         machine.console.terminal = c.terminal;
-        machine.console.closeOutputAfter(c.writes);
+        machine.console.textsBeforeClose = c.writes;
         if (c.setup != nullptr) {
             c.setup(machine);
         }
@@ -454,7 +451,6 @@ TEST(Ztdiag, printsWhatTheUserAskedForAndExitsWithItsCode)
         host::removeDeviceProperty(host::makeDevice(1), DEVPKEY_Device_ProblemCode);
     };
     expectCases({
-        // The listing.
         {args(), 1, 0, addBackup,
          firstListed() + L"\n"
              + listed({backup, L"<unknown>", L"<unknown>", L"<unknown>", L"Ready", L"Disconnected",
@@ -617,14 +613,13 @@ struct Step {
     std::size_t lines;
 };
 
-// Runs `watch` through `steps`, then Ctrl+C once their lines are out; gives the exit code.
-int watchThrough(Machine& m, const std::vector<std::wstring>& arguments, std::size_t initialLines,
+// Runs `watch` through `steps` once its first `lines` are out, Ctrl+C once theirs are; gives its code.
+int watchThrough(Machine& m, const std::vector<std::wstring>& arguments, std::size_t lines,
                  const std::vector<Step>& steps, const ZtdiagLimits& limits = {})
 {
     return run(
         m, arguments,
         [&] {
-            std::size_t lines = initialLines;
             EXPECT_TRUE(m.console.waitForLines(lines));
             for (const Step& step : steps) {
                 host::setLocalTime({2024, 5, 2, 14, 9, step.minute, 0, 0});
@@ -694,12 +689,8 @@ TEST(Ztdiag, watchPrintsATimestampedLineForEachLinkEventUntilCtrlC)
             {31, [](Machine& m) { m.sim.unplug(); }, 1},
             {32, [](Machine& m) { m.sim.plug(); }, 1},
             {33, [](Machine& m) { m.sim.renegotiate(gbps1); }, 2},
-            {34,  // another speed with no drop between
-             [](Machine& m) {
-                 m.sim.ndis().setLinkState(first, sim::LinkState::at(gbps5));
-                 m.sim.ndis().connect(first);
-             },
-             1},
+            // Another speed with no drop between.
+            {34, all({linkIs(sim::LinkState::at(gbps5)), connects}), 1},
             {35, [](Machine& m) { m.sim.remove(); }, 1},
             {36, [](Machine& m) { m.sim.arrive(); }, 1},
         },
@@ -731,7 +722,6 @@ TEST(Ztdiag, watchPrintsATimestampedLineForEachLinkEventUntilCtrlC)
 
 TEST(ZtdiagWatch, aSpeedNotKnownAtAConnectionIsUnknownNeverZero)
 {
-    const auto connects = [](Machine& m) { m.sim.ndis().connect(first); };
     const std::vector<WatchLine> lines
         = {{30, first, L"Connected, 2.5 Gbps; Temperature is ok"},
            {31, first, L"Connected, <unknown>",
@@ -792,7 +782,6 @@ TEST(Ztdiag, aLinkStateSpeedOrTemperatureThatCantBeReadIsUnknownNeverDisconnecte
 {
     const std::wstring unknownLink = firstListed(L"<unknown>");
     expectCases({
-        // The listing.
         {args(), 1, 0, linkQueryFails, unknownLink},
         {args(L"--json"), 1, 0, linkQueryFails, listingJson({firstJson(nullptr, nullptr, nullptr)})},
         {args(), 1, 0, linkIs({0, sim::ndis::duplexFull, gbps1, gbps1}), unknownLink},
@@ -1318,8 +1307,8 @@ TEST(ZtdiagMetrics, aFileIsReplacedWholeOrLeftAsItWas)
                   L"ztdiag: can't write '" + path.wstring() + L"' (" + step
                       + L"); the old file is left as it was\n");
         EXPECT_EQ(fileText(path), before);
-        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(path.parent_path()), {}),
-                  1);  // no new file left
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(path.parent_path()), {}), 1)
+            << "no new file";
         EXPECT_EQ(host::openFileHandles(), 0);
     };
     failing("CreateFileW", L"create: error 5", ERROR_ACCESS_DENIED);
