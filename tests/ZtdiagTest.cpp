@@ -685,39 +685,35 @@ TEST(Ztdiag, watchPrintsATimestampedLineForEachLinkEventUntilCtrlC)
     // Each change at its own minute, its lines out before the next.
     expectWatch(
         2,
-        {
-            {31, [](Machine& m) { m.sim.unplug(); }, 1},
-            {32, [](Machine& m) { m.sim.plug(); }, 1},
-            {33, [](Machine& m) { m.sim.renegotiate(gbps1); }, 2},
-            // Another speed with no drop between.
-            {34, all({linkIs(sim::LinkState::at(gbps5)), connects}), 1},
-            {35, [](Machine& m) { m.sim.remove(); }, 1},
-            {36, [](Machine& m) { m.sim.arrive(); }, 1},
-        },
-        {
-            {30, first, L"Connected, 2.5 Gbps; Temperature is ok",
-             R"({"event":"state","problemCode":0,"link":"connected","speed":2500000000,"speedText":"2.5 Gbps",
-                 "health":"ok","healthText":"Temperature is ok"})"},
-            {30, disabled, L"Device is disabled",
-             R"({"event":"state","problemCode":22,"link":null,"speed":null,"speedText":null,
-                 "health":"unknown","healthText":"Temperature <unknown>"})"},
-            {31, first, L"Disconnected",
-             R"({"event":"disconnected","link":"disconnected","speed":null,"speedText":null})"},
-            {32, first, L"Connected, 2.5 Gbps",
-             R"({"event":"connected","link":"connected","speed":2500000000,"speedText":"2.5 Gbps",
-                 "downshift":false,"previousSpeed":null})"},
-            {33, first, L"Disconnected",
-             R"({"event":"disconnected","link":"disconnected","speed":null,"speedText":null})"},
-            // Slower than the connection before, down between.
-            {33, first, L"Connected, 1.0 Gbps (downshift from 2.5 Gbps)",
-             R"({"event":"connected","link":"connected","speed":1000000000,"speedText":"1.0 Gbps",
-                 "downshift":true,"previousSpeed":2500000000})"},
-            {34, first, L"Speed 5.0 Gbps",
-             R"({"event":"speed","link":"connected","speed":5000000000,"speedText":"5.0 Gbps",
-                 "downshift":false,"previousSpeed":null})"},
-            {35, first, L"Removed", R"({"event":"removed"})"},
-            {36, first, L"Arrived", R"({"event":"arrived"})"},
-        });
+        {{31, [](Machine& m) { m.sim.unplug(); }, 1},
+         {32, [](Machine& m) { m.sim.plug(); }, 1},
+         {33, [](Machine& m) { m.sim.renegotiate(gbps1); }, 2},
+         // Another speed with no drop between.
+         {34, all({linkIs(sim::LinkState::at(gbps5)), connects}), 1},
+         {35, [](Machine& m) { m.sim.remove(); }, 1},
+         {36, [](Machine& m) { m.sim.arrive(); }, 1}},
+        {{30, first, L"Connected, 2.5 Gbps; Temperature is ok",
+          R"({"event":"state","problemCode":0,"link":"connected","speed":2500000000,"speedText":"2.5 Gbps",
+              "health":"ok","healthText":"Temperature is ok"})"},
+         {30, disabled, L"Device is disabled",
+          R"({"event":"state","problemCode":22,"link":null,"speed":null,"speedText":null,
+              "health":"unknown","healthText":"Temperature <unknown>"})"},
+         {31, first, L"Disconnected",
+          R"({"event":"disconnected","link":"disconnected","speed":null,"speedText":null})"},
+         {32, first, L"Connected, 2.5 Gbps",
+          R"({"event":"connected","link":"connected","speed":2500000000,"speedText":"2.5 Gbps",
+              "downshift":false,"previousSpeed":null})"},
+         {33, first, L"Disconnected",
+          R"({"event":"disconnected","link":"disconnected","speed":null,"speedText":null})"},
+         // Slower than the connection before, down between.
+         {33, first, L"Connected, 1.0 Gbps (downshift from 2.5 Gbps)",
+          R"({"event":"connected","link":"connected","speed":1000000000,"speedText":"1.0 Gbps",
+              "downshift":true,"previousSpeed":2500000000})"},
+         {34, first, L"Speed 5.0 Gbps",
+          R"({"event":"speed","link":"connected","speed":5000000000,"speedText":"5.0 Gbps",
+              "downshift":false,"previousSpeed":null})"},
+         {35, first, L"Removed", R"({"event":"removed"})"},
+         {36, first, L"Arrived", R"({"event":"arrived"})"}});
 }
 
 TEST(ZtdiagWatch, aSpeedNotKnownAtAConnectionIsUnknownNeverZero)
@@ -743,20 +739,16 @@ TEST(ZtdiagWatch, aChangeOfTheTemperatureHealthIsALine)
     ZtdiagLimits limits;
     limits.healthPeriod = 5ms;
     expectWatch(1,
-                {
-                    {31, [](Machine& m) { m.sim.heat(10250, 10500); }, 1},
-                    {32, [](Machine& m) { m.sim.driver().setThermalFlags(first, 0); }, 1},
-                    {33, [](Machine& m) { m.sim.driver().setThermalFlags(first, 12); }, 1},
-                    {34, [](Machine& m) { m.sim.heat(5425, 6100); }, 1},
-                },
-                {
-                    {30, first, L"Connected, 2.5 Gbps; Temperature is ok", nullptr},
-                    {31, first, L"Temperature is high", nullptr},
-                    {32, first, L"Temperature <unknown>",
-                     R"({"event":"health","health":"unknown","healthText":"Temperature <unknown>"})"},
-                    {33, first, L"Temperature is high", nullptr},
-                    {34, first, L"Temperature is ok", nullptr},
-                },
+                {{31, [](Machine& m) { m.sim.heat(10250, 10500); }, 1},
+                 {32, [](Machine& m) { m.sim.driver().setThermalFlags(first, 0); }, 1},
+                 {33, [](Machine& m) { m.sim.driver().setThermalFlags(first, 12); }, 1},
+                 {34, [](Machine& m) { m.sim.heat(5425, 6100); }, 1}},
+                {{30, first, L"Connected, 2.5 Gbps; Temperature is ok"},
+                 {31, first, L"Temperature is high"},
+                 {32, first, L"Temperature <unknown>",
+                  R"({"event":"health","health":"unknown","healthText":"Temperature <unknown>"})"},
+                 {33, first, L"Temperature is high"},
+                 {34, first, L"Temperature is ok"}},
                 limits);
 }
 
@@ -819,11 +811,6 @@ TEST(Ztdiag, aLinkStateSpeedOrTemperatureThatCantBeReadIsUnknownNeverDisconnecte
 
 // ---- Which adapter: never one picked silently ------------------------------
 
-void twoAlike(Machine& m)
-{
-    m.device(first);
-    m.device(first);
-}
 // `disabled`'s connection besides `first`'s, and a third ZT adapter without one.
 void connections(Machine& m)
 {
@@ -844,8 +831,7 @@ TEST(Ztdiag, anAdapterIsNamedByAnyOfItsNamesInAnyCaseAndWordsThatNameNoneOrSever
     const std::wstring ids = L"'" + instanceId(1) + L"', '" + instanceId(2) + L"'";
     const std::wstring bothListed = L"'ZT Ethernet Adapter' (device instance id '" + instanceId(1)
         + L"'), 'ZT Ethernet Adapter' (device instance id '" + instanceId(2) + L"')";
-    const std::wstring empty = usageError(
-        L"an empty adapter name; the ZT adapters are 'ZT Ethernet Adapter' (connection 'Ethernet 2')");
+    const auto twoAlike = all({withDevice(first), withDevice(first)});
     // Both named `first`; the second one is disabled, so each answer tells which one was taken.
     const auto twoAlikeSecondDisabled = all({withDevice(first), withDevice(first, 22)});
     const std::wstring disabledChosen = L"ztdiag: ZT Ethernet Adapter #2: Device is disabled\n";
@@ -864,7 +850,8 @@ TEST(Ztdiag, anAdapterIsNamedByAnyOfItsNamesInAnyCaseAndWordsThatNameNoneOrSever
          L"ztdiag: no ZT adapter named 'ZT Adapter'; the ZT adapters are " + bothListed
              + L", 'ZT Ethernet Adapter #2'\n"},
         // Given empty, ADAPTER names no adapter: it isn't "the only one".
-        {args(L"cable-test", L""), 1, 64, nullptr, L"", empty},
+        usage(args(L"cable-test", L""), 1,
+              L"an empty adapter name; the ZT adapters are 'ZT Ethernet Adapter' (connection 'Ethernet 2')"),
         usage(args(L"watch", L""), 0, L"an empty adapter name; there is no ZT adapter"),
         // Case doesn't matter, character by character as the platform compares: the exact spelling wins
         // nothing, and there is no linguistic folding of "\u00DF" into "SS".
@@ -1435,15 +1422,13 @@ TEST(ZtdiagWatch, anAdapterThatArrivesWhileWatchingAllIsWatchedFromThenOn)
     };
     const WatchLine watching = {30, first, L"Connected, 2.5 Gbps; Temperature is ok"};
     expectWatch(1,
-                {
-                    // Not a ZT adapter: nothing to say, and its line would come before the next.
-                    {31, [](Machine& m) { m.sim.ndis().arrive(L"Other Network Adapter"); }, 0},
-                    {32, backupArrives, 1},
-                    {33, [](Machine& m) { m.sim.ndis().disconnect(backup); }, 1},
-                    {34, [](Machine& m) { m.sim.ndis().remove(backup); }, 1},
-                    {35, [](Machine& m) { m.sim.ndis().arrive(backup, sim::LinkState::at(gbps1)); }, 1},
-                    {36, [](Machine& m) { m.sim.ndis().connect(backup); }, 1},
-                },
+                {// Not a ZT adapter: nothing to say, and its line would come before the next.
+                 {31, [](Machine& m) { m.sim.ndis().arrive(L"Other Network Adapter"); }, 0},
+                 {32, backupArrives, 1},
+                 {33, [](Machine& m) { m.sim.ndis().disconnect(backup); }, 1},
+                 {34, [](Machine& m) { m.sim.ndis().remove(backup); }, 1},
+                 {35, [](Machine& m) { m.sim.ndis().arrive(backup, sim::LinkState::at(gbps1)); }, 1},
+                 {36, [](Machine& m) { m.sim.ndis().connect(backup); }, 1}},
                 {watching,
                  {32, backup, L"New adapter: Connected, 1.0 Gbps; Temperature is high"},
                  {33, backup, L"Disconnected"},
@@ -1452,11 +1437,9 @@ TEST(ZtdiagWatch, anAdapterThatArrivesWhileWatchingAllIsWatchedFromThenOn)
                  {36, backup, L"Connected, 1.0 Gbps"}});
     // A named adapter only.
     expectWatch(1,
-                {
-                    {32, backupArrives, 0},
-                    {33, [](Machine& m) { m.sim.ndis().disconnect(backup); }, 0},
-                    {34, [](Machine& m) { m.sim.unplug(); }, 1},
-                },
+                {{32, backupArrives, 0},
+                 {33, [](Machine& m) { m.sim.ndis().disconnect(backup); }, 0},
+                 {34, [](Machine& m) { m.sim.unplug(); }, 1}},
                 {watching, {34, first, L"Disconnected"}}, {}, first);
 }
 
@@ -1497,13 +1480,9 @@ TEST(ZtdiagWatch, aMetricsFileKeepsTheCountersOfABurstOfEventsAndTheLastReadings
                    {series("ztdiag_phy_temperature_celsius", first, 1), "102.5"},
                    {series("ztdiag_temperature_health", first, 1, ",state=\"high\""), "1"}});
     // The same temperatures no longer valid, and the link lost on a leap day.
+    const auto leapDay = [](Machine&) { host::setLocalTime({2004, 2, 0, 29, 9, 32, 0, 0}); };
     expectMetrics({{31, [](Machine& m) { m.sim.driver().setThermalFlags(first, 0); }, 1},
-                   {32,
-                    [](Machine& m) {
-                        host::setLocalTime({2004, 2, 0, 29, 9, 32, 0, 0});
-                        m.sim.unplug();
-                    },
-                    1}},
+                   {32, all({leapDay, [](Machine& m) { m.sim.unplug(); }}), 1}},
                   5ms,
                   {{series("ztdiag_phy_temperature_celsius", first, 1), "absent"},
                    {series("ztdiag_temperature_health", first, 1, ",state=\"unknown\""), "1"},
