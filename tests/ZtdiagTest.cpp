@@ -1263,7 +1263,7 @@ std::string fileText(const std::filesystem::path& path)
 // A file in a folder of its own for each test's files.
 std::filesystem::path freshFile(const char* folder)
 {
-    const std::filesystem::path path = std::filesystem::path(testing::TempDir()) / folder / "ztdiag.prom";
+    std::filesystem::path path = std::filesystem::path(testing::TempDir()) / folder / "ztdiag.prom";
     std::filesystem::remove_all(path.parent_path());
     std::filesystem::create_directories(path.parent_path());
     return path;
