@@ -15,26 +15,15 @@ using Messages = std::vector<std::string>;
 const wchar_t* const listedId = L"PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_E4363C91&REV_02";
 const wchar_t* const lastListedId = L"PCI\\VEN_7E5C&DEV_93F4&SUBSYS_0B217E5C&REV_02";
 
-std::unique_ptr<PropertyPageBase> pageWithSheetPage()
-{
-    return std::make_unique<RecordingPage>();
-}
-std::unique_ptr<PropertyPageBase> pageWithoutSheetPage()
-{
+using PagePtr = std::unique_ptr<PropertyPageBase>;
+const PageFactory pageWithSheetPage = []() -> PagePtr { return std::make_unique<RecordingPage>(); };
+const PageFactory pageWithoutSheetPage = []() -> PagePtr {
     host::failCreatePropertySheetPage(ERROR_NOT_ENOUGH_MEMORY);
     auto page = std::make_unique<RecordingPage>();
     host::failCreatePropertySheetPage(0);
     return page;
-}
-std::unique_ptr<PropertyPageBase> noPage()
-{
-    return nullptr;
-}
-
-HPROPSHEETPAGE earlierPage(int i)
-{
-    return reinterpret_cast<HPROPSHEETPAGE>(static_cast<std::uintptr_t>(0x1000 + i));
-}
+};
+const PageFactory noPage = []() -> PagePtr { return nullptr; };
 
 class CoDeviceInstallTest : public ::testing::Test {
 protected:
@@ -56,17 +45,17 @@ protected:
         moduleRecord.deviceReader.reset();
     }
 
-    // The installer's record as earlier co-installers left it: `count` pages.
-    void givePages(DWORD count)
+    // The installer's record as earlier co-installers left it: `count` pages, from 0x1000 on.
+    void givePages(DWORD count, const SP_DEVINFO_DATA* device = nullptr)
     {
         SP_ADDPROPERTYPAGE_DATA data{};
         data.ClassInstallHeader.cbSize = sizeof(SP_CLASSINSTALL_HEADER);
         data.ClassInstallHeader.InstallFunction = DIF_ADDPROPERTYPAGE_ADVANCED;
         for (DWORD i = 0; i < count; ++i) {
-            data.DynamicPages[i] = earlierPage(static_cast<int>(i));
+            data.DynamicPages[i] = reinterpret_cast<HPROPSHEETPAGE>(std::uintptr_t{0x1000} + i);
         }
         data.NumDynamicPages = count;
-        host::setAddPropertyPageData(device_, data);
+        host::setAddPropertyPageData(device != nullptr ? *device : device_, data);
     }
     DWORD install(DI_FUNCTION function = DIF_ADDPROPERTYPAGE_ADVANCED)
     {
@@ -136,7 +125,7 @@ TEST_F(CoDeviceInstallTest, pageArrayHasTwentyPlaces)
     auto data = stored();
     EXPECT_EQ(data.NumDynamicPages, 20U);
     EXPECT_NE(data.DynamicPages[19], nullptr);
-    EXPECT_EQ(data.DynamicPages[18], earlierPage(18));
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(data.DynamicPages[18]), 0x1000U + 18);
 
     host::destroyAllPropertySheetPages();
     host::reset();
@@ -241,9 +230,7 @@ TEST_F(CoDeviceInstallTest, eachRequestReplacesTheReaderWithOneForItsDevice)
     host::setDeviceString(device_, DEVPKEY_Device_FriendlyName, L"first");
     host::setDeviceStringList(second, DEVPKEY_Device_HardwareIds, {listedId});
     host::setDeviceString(second, DEVPKEY_Device_FriendlyName, L"second");
-    SP_ADDPROPERTYPAGE_DATA empty{};
-    empty.ClassInstallHeader.cbSize = sizeof(SP_CLASSINSTALL_HEADER);
-    host::setAddPropertyPageData(second, empty);
+    givePages(0, &second);
 
     EXPECT_EQ(addPage(pageWithSheetPage), NO_ERROR);
     EXPECT_EQ(moduleRecord.deviceReader->getAdapterName(), L"first");

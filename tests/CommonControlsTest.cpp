@@ -12,10 +12,8 @@
 
 namespace {
 
-HICON icon(std::uintptr_t n)
-{
-    return reinterpret_cast<HICON>(n);
-}
+const HICON anIcon = reinterpret_cast<HICON>(std::uintptr_t{0x10});
+const INITCOMMONCONTROLSEX listView{sizeof(INITCOMMONCONTROLSEX), ICC_LISTVIEW_CLASSES};
 
 // What the sheet was handed, seen through the page's PSPCB_ADDREF callback.
 struct SeenDescription {
@@ -32,13 +30,19 @@ UINT recordingCallback(HWND, UINT message, LPPROPSHEETPAGEW page)
     return 1;
 }
 
-PROPSHEETPAGEW description(DWORD size, DWORD flags)
+PROPSHEETPAGEW description(DWORD size = sizeof(PROPSHEETPAGEW), DWORD flags = 0) noexcept
 {
     PROPSHEETPAGEW page{};
     page.dwSize = size;
     page.dwFlags = PSP_USECALLBACK | flags;
     page.pfnCallback = &recordingCallback;
     return page;
+}
+const PROPSHEETPAGEW fullPage = description();
+
+HIMAGELIST newList()
+{
+    return ImageList_Create(16, 16, ILC_COLOR32, 1, 1);
 }
 
 bool hasTracedFailure()
@@ -73,33 +77,14 @@ struct Call {
 const std::vector<Call>& everyFunction()
 {
     static const std::vector<Call> calls = {
-        {"InitCommonControlsEx",
-         [](CommonControls& c) {
-             const INITCOMMONCONTROLSEX init{sizeof(INITCOMMONCONTROLSEX), ICC_STANDARD_CLASSES};
-             return c.initCommonControlsEx(&init) != FALSE;
-         }},
-        {"CreatePropertySheetPageW",
-         [](CommonControls& c) {
-             const PROPSHEETPAGEW page = description(sizeof(PROPSHEETPAGEW), 0);
-             return c.createPropertySheetPage(&page) != nullptr;
-         }},
+        {"InitCommonControlsEx", [](auto& c) { return c.initCommonControlsEx(&listView) != FALSE; }},
+        {"CreatePropertySheetPageW", [](auto& c) { return c.createPropertySheetPage(&fullPage) != nullptr; }},
         {"DestroyPropertySheetPage",
-         [](CommonControls& c) {
-             const PROPSHEETPAGEW page = description(sizeof(PROPSHEETPAGEW), 0);
-             return c.destroyPropertySheetPage(CreatePropertySheetPageW(&page)) != FALSE;
-         }},
+         [](auto& c) { return c.destroyPropertySheetPage(CreatePropertySheetPageW(&fullPage)) != FALSE; }},
         {"ImageList_Create",
-         [](CommonControls& c) {
-             return c.imageListCreate(16, 16, ILC_COLOR32 | ILC_MASK, 4, 4) != nullptr;
-         }},
-        {"ImageList_ReplaceIcon",
-         [](CommonControls& c) {
-             return c.imageListReplaceIcon(ImageList_Create(16, 16, ILC_COLOR32, 1, 1), -1, icon(0x10)) == 0;
-         }},
-        {"ImageList_Destroy",
-         [](CommonControls& c) {
-             return c.imageListDestroy(ImageList_Create(16, 16, ILC_COLOR32, 1, 1)) != FALSE;
-         }},
+         [](auto& c) { return c.imageListCreate(16, 16, ILC_COLOR32 | ILC_MASK, 4, 4) != nullptr; }},
+        {"ImageList_ReplaceIcon", [](auto& c) { return c.imageListReplaceIcon(newList(), -1, anIcon) == 0; }},
+        {"ImageList_Destroy", [](auto& c) { return c.imageListDestroy(newList()) != FALSE; }},
     };
     return calls;
 }
@@ -197,13 +182,11 @@ TEST_F(CommonControlsTest, withoutActivationSupportEveryLaterCallIsPlain)
 TEST_F(CommonControlsTest, anyOtherActivationFailureMakesNoCall)
 {
     host::failActivateActCtx(ERROR_NOT_ENOUGH_MEMORY);
-    const INITCOMMONCONTROLSEX init{sizeof(INITCOMMONCONTROLSEX), ICC_LISTVIEW_CLASSES};
-    EXPECT_FALSE(controls_->initCommonControlsEx(&init));
+    EXPECT_FALSE(controls_->initCommonControlsEx(&listView));
     EXPECT_EQ(GetLastError(), ERROR_NOT_ENOUGH_MEMORY);
-    const PROPSHEETPAGEW page = description(sizeof(PROPSHEETPAGEW), 0);
-    EXPECT_EQ(controls_->createPropertySheetPage(&page), nullptr);
+    EXPECT_EQ(controls_->createPropertySheetPage(&fullPage), nullptr);
     EXPECT_EQ(controls_->imageListCreate(16, 16, ILC_COLOR32, 1, 1), nullptr);
-    EXPECT_EQ(controls_->imageListReplaceIcon(nullptr, -1, icon(0x10)), -1);
+    EXPECT_EQ(controls_->imageListReplaceIcon(nullptr, -1, anIcon), -1);
     EXPECT_FALSE(controls_->imageListDestroy(nullptr));
     EXPECT_TRUE(host::commonControlsCalls().empty());
     EXPECT_EQ(host::loadLibraryCalls(), 0);
@@ -211,7 +194,7 @@ TEST_F(CommonControlsTest, anyOtherActivationFailureMakesNoCall)
 
     // Not remembered: the next call activates again.
     host::failActivateActCtx(NO_ERROR);
-    EXPECT_TRUE(controls_->initCommonControlsEx(&init));
+    EXPECT_TRUE(controls_->initCommonControlsEx(&listView));
     EXPECT_EQ(host::activateActCtxCalls(), 1);
 }
 
@@ -221,7 +204,7 @@ TEST_F(CommonControlsTest, theCallsLastErrorSurvivesTheDeactivation)
     SetLastError(NO_ERROR);
     EXPECT_EQ(controls_->createPropertySheetPage(&tooShort), nullptr);
     EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(controls_->imageListReplaceIcon(nullptr, -1, icon(0x10)), -1);
+    EXPECT_EQ(controls_->imageListReplaceIcon(nullptr, -1, anIcon), -1);
     EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
     EXPECT_EQ(host::deactivateActCtxCalls(), 2);
 
@@ -231,15 +214,13 @@ TEST_F(CommonControlsTest, theCallsLastErrorSurvivesTheDeactivation)
     EXPECT_EQ(GetLastError(), ERROR_PROC_NOT_FOUND);
     EXPECT_EQ(host::liveImageLists(), 0);
     EXPECT_TRUE(hasTracedFailure());
-    const INITCOMMONCONTROLSEX init{sizeof(INITCOMMONCONTROLSEX), ICC_LISTVIEW_CLASSES};
-    EXPECT_TRUE(controls_->initCommonControlsEx(&init));
+    EXPECT_TRUE(controls_->initCommonControlsEx(&listView));
 }
 
 TEST_F(CommonControlsTest, withoutAManifestContextCallsRunUnderTheProcessDefault)
 {
     host::setModuleActivationContext(false);
-    const INITCOMMONCONTROLSEX init{sizeof(INITCOMMONCONTROLSEX), ICC_LISTVIEW_CLASSES};
-    EXPECT_TRUE(controls_->initCommonControlsEx(&init));
+    EXPECT_TRUE(controls_->initCommonControlsEx(&listView));
     const auto calls = callsOf("InitCommonControlsEx");
     ASSERT_EQ(calls.size(), 1U);
     EXPECT_EQ(calls[0].context, nullptr);
@@ -251,9 +232,8 @@ TEST_F(CommonControlsTest, threadsShareOneLibraryReferenceAndBalanceTheirOwnActi
     threads.reserve(4);
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([this] {
-            const INITCOMMONCONTROLSEX init{sizeof(INITCOMMONCONTROLSEX), ICC_LISTVIEW_CLASSES};
             for (int i = 0; i < 25; ++i) {
-                EXPECT_TRUE(controls_->initCommonControlsEx(&init));
+                EXPECT_TRUE(controls_->initCommonControlsEx(&listView));
                 EXPECT_TRUE(
                     controls_->imageListDestroy(controls_->imageListCreate(16, 16, ILC_COLOR32, 1, 1)));
             }
