@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <functional>
 #include <optional>
 #include <thread>
 
@@ -33,12 +32,6 @@ constexpr int error = DiagResultsList::ImageError;
 constexpr int warning = DiagResultsList::ImageWarning;
 constexpr int info = DiagResultsList::ImageInfo;
 
-// The driver's control class can't be read: the adapter object isn't ready.
-sim::Fault driverSilent()
-{
-    return sim::Fault::on("GetObject", WBEM_E_NOT_FOUND).forTarget(ZtDriver::adapterClass);
-}
-
 class DiagPageTest : public WmiFixture {
 protected:
     DiagPageTest() : WmiFixture({adapter}) { }
@@ -61,9 +54,8 @@ protected:
         moduleRecord.deviceReader.reset();
     }
 
-    // Opens the page on a thread of its own, runs `body` there, closes the
-    // sheet; then, on that thread still, `afterClose`.
-    template <typename Body> void withPage(Body body, const std::function<void()>& afterClose = nullptr)
+    // Opens the page on a thread of its own, runs `body` there, closes the sheet.
+    template <typename Body> void withPage(Body body)
     {
         onNewThread([&] {
             {
@@ -73,9 +65,6 @@ protected:
                 body(sheet);
             }
             endThreadWbemServices();
-            if (afterClose) {
-                afterClose();
-            }
         });
     }
     void waitRunning() { ASSERT_TRUE(driver_->waitUntilCableTestRunning(adapter)); }
@@ -106,7 +95,6 @@ TEST_F(DiagPageTest, opensOnAReadyAdapter)
         GetWindowRect(sheet.page(), &page);
         EXPECT_EQ(std::make_pair(page.right - page.left, page.bottom - page.top),
                   (std::pair<LONG, LONG>(378, 354)));
-        // The list: full-row selection, drawn double-buffered, the five 18-pixel images.
         const HWND list = sheet.control(IDC_RESULTS_LIST);
         EXPECT_EQ(SendMessageW(list, LVM_GETEXTENDEDLISTVIEWSTYLE, 0, 0),
                   LVS_EX_FULLROWSELECT | LVS_EX_DOUBLEBUFFER);
@@ -116,10 +104,9 @@ TEST_F(DiagPageTest, opensOnAReadyAdapter)
         EXPECT_TRUE(ImageList_GetIconSize(images, &cx, &cy));
         EXPECT_EQ(std::make_pair(cx, cy), std::make_pair(18, 18));
         EXPECT_EQ(ImageList_GetImageCount(images), 5);
-        // Without a link there is no length to show.
         ndis_->disconnect(adapter).wait();
         ASSERT_TRUE(sheet.pumpUntil([&] { return sheet.screen().linkStatus == L"Disconnected"; }));
-        EXPECT_EQ(sheet.screen().lines, Lines{});
+        EXPECT_EQ(sheet.screen().lines, Lines{}) << "without a link there is no length to show";
     });
 }
 
@@ -152,8 +139,9 @@ TEST_F(DiagPageTest, modesOfAnAdapterThatIsNotReadyOrTooOld)
             host::removeDeviceProperty(device_, DEVPKEY_Device_ProblemCode);
         }
         service_.clearFaults();
-        if (c.waits > 0) {
-            service_.injectFault(driverSilent());
+        if (c.waits > 0) {  // the driver's control class can't be read: the adapter object isn't ready
+            service_.injectFault(
+                sim::Fault::on("GetObject", WBEM_E_NOT_FOUND).forTarget(ZtDriver::adapterClass));
         }
         std::size_t sleeps = 0;
         host::onSleep([&](DWORD) {
@@ -196,7 +184,6 @@ TEST_F(DiagPageTest, cableRunWithAFaultyPairWhileTheDriverTakesTheLinkDown)
     ndis_->setLinkState(adapter, sim::LinkState::at(5 * gbps));
     driver_->setCableLength(adapter, 50);
     driver_->setPairs(adapter, {0, ZtDriver::pairWord(ZtDriver::pairOpen, 12, 30), 0, 0});
-    // The driver drops the link for the test and leaves it down.
     driver_->onLinkDrop([&](const std::wstring& name) { ndis_->disconnect(name).wait(); });
     driver_->holdCableTest(adapter);
     withPage([&](PageSheet& sheet) {
@@ -355,14 +342,14 @@ TEST_F(DiagPageTest, fiftySheetsWithRunsAndTicksLeaveNoHandleBehind)
                              [&](const auto& call) { return call.function == function; });
     };
     for (int i = 0; i < 50; ++i) {
-        withPage(
-            [&](PageSheet& sheet) {
-                sheet.tick();
-                sheet.click(IDC_RUN_DIAG);
-                ASSERT_TRUE(sheet.pumpUntil([&] { return sheet.screen().runEnabled; }));
-                sheet.tick();
-            },
-            [] { EXPECT_EQ(host::liveThreadHandles(), 0) << "the page's thread made the workers"; });
+        withPage([&](PageSheet& sheet) {
+            sheet.tick();
+            sheet.click(IDC_RUN_DIAG);
+            ASSERT_TRUE(sheet.pumpUntil([&] { return sheet.screen().runEnabled; }));
+            sheet.tick();
+            sheet.close();
+            EXPECT_EQ(host::liveThreadHandles(), 0) << "the page's thread made the workers";
+        });
     }
     EXPECT_EQ(host::liveIcons(), 0);
     EXPECT_EQ(host::liveImageLists(), 0);

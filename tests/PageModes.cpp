@@ -6,20 +6,15 @@
 
 namespace {
 
-bool startsWith(const std::wstring& text, const std::wstring& prefix)
-{
-    return text.compare(0, prefix.size(), prefix) == 0;
-}
-
 bool isDeviceLine(const std::wstring& text)
 {
     return text == L"Device is disabled" || text == L"Unable to query device"
-        || startsWith(text, L"Device has a problem (code ");
+        || text.rfind(L"Device has a problem (code ", 0) == 0;
 }
 
 bool isLengthLine(const ListLine& line)
 {
-    return (startsWith(line.text, L"Approx cable length: ") && line.image == DiagResultsList::ImageOk)
+    return (line.text.rfind(L"Approx cable length: ", 0) == 0 && line.image == DiagResultsList::ImageOk)
         || (line.text == L"Unable to determine cable length" && line.image == DiagResultsList::ImageWarning);
 }
 
@@ -27,7 +22,7 @@ bool isResultLine(const ListLine& line)
 {
     return line.text == L"The overall status of cable is good"
         || line.text == L"Diagnostics results by pairs:" || line.text == L"An error occurred"
-        || startsWith(line.text, L"Pair ");
+        || line.text.rfind(L"Pair ", 0) == 0;
 }
 
 }  // namespace
@@ -52,19 +47,17 @@ std::string modeViolation(const PageScreen& s, bool timerRunning)
     }
     const ListLine& first = s.lines.front();
     const auto only = [&](bool run, bool timer, const char* mode) -> std::string {
+        std::string wrong;
         if (s.lines.size() != 1) {
-            return std::string(mode) + ": more than its one line, last " + quoted(s.lines.back().text);
+            wrong = "more than its one line, last " + quoted(s.lines.back().text);
+        } else if (s.runEnabled != run) {
+            wrong = std::string("run button ") + (s.runEnabled ? "enabled" : "disabled");
+        } else if (s.categoryEnabled) {
+            wrong = "category offered";
+        } else if (timerRunning != timer) {
+            wrong = std::string("timer ") + (timerRunning ? "running" : "stopped");
         }
-        if (s.runEnabled != run) {
-            return std::string(mode) + ": run button " + (s.runEnabled ? "enabled" : "disabled");
-        }
-        if (s.categoryEnabled) {
-            return std::string(mode) + ": category offered";
-        }
-        if (timerRunning != timer) {
-            return std::string(mode) + ": timer " + (timerRunning ? "running" : "stopped");
-        }
-        return {};
+        return wrong.empty() ? wrong : mode + (": " + wrong);
     };
     if (isDeviceLine(first.text) && first.image == DiagResultsList::ImageWarning) {
         return only(false, false, "device mode");

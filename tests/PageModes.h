@@ -10,5 +10,4 @@
 // `timerRunning`: the temperature timer is set.
 std::string modeViolation(const PageScreen& screen, bool timerRunning);
 
-// Whether the page's temperature timer is set.
 bool temperatureTimerRunning(HWND page);

@@ -7,11 +7,9 @@
 #include "installer/PropSheetPageProc.h"
 #include "nic/ZtNic.h"
 #include "sim/Ndis.h"
-#include "sim/ZtDriver.h"
 
 namespace {
 
-using namespace std::chrono_literals;
 using Calls = RecordingPage::Calls;
 
 const wchar_t* const adapter = L"ZT 10G Network Adapter #2";
@@ -24,15 +22,15 @@ struct SheetPage {
     HWND window = nullptr;
 
     UINT create() { return PropSheetPageProc(nullptr, PSPCB_CREATE, host::pageDescription(handle)); }
-    void showDialog()
-    {
-        window = host::createWindow();
-        PropertyPageBase::dialogProc(window, WM_INITDIALOG, 0,
-                                     reinterpret_cast<LPARAM>(host::pageDescription(handle)));
-    }
     INT_PTR send(UINT message, WPARAM wParam = 0, LPARAM lParam = 0) const
     {
         return PropertyPageBase::dialogProc(window, message, wParam, lParam);
+    }
+    // In a new window unless the page has one.
+    INT_PTR initDialog()
+    {
+        window = window != nullptr ? window : host::createWindow();
+        return send(WM_INITDIALOG, 0, reinterpret_cast<LPARAM>(host::pageDescription(handle)));
     }
     void pump() const
     {
@@ -111,8 +109,7 @@ TEST_F(PropertyPageTest, dialogProcedureDispatch)
                 << "before init, message " << c.message;
             EXPECT_EQ(calls, Calls{}) << c.message;
         }
-        EXPECT_EQ(sheet.send(WM_INITDIALOG, 0, reinterpret_cast<LPARAM>(host::pageDescription(sheet.handle))),
-                  TRUE);
+        EXPECT_EQ(sheet.initDialog(), TRUE);
         EXPECT_EQ(calls, Calls{"init"});
         EXPECT_EQ(GetWindowLongPtrW(sheet.window, GWL_EXSTYLE), WS_EX_COMPOSITED);
         host::clearDebugOutput();
@@ -123,6 +120,13 @@ TEST_F(PropertyPageTest, dialogProcedureDispatch)
         }
         EXPECT_EQ(tracedMessages(), Calls{"[!] PropertyPageBase: out of memory handling message 1279"});
         sheet.release();
+
+        SheetPage refusing;  // a window that refuses its style
+        refusing.window = host::createWindow();
+        host::destroyWindow(refusing.window);
+        refusing.initDialog();
+        EXPECT_TRUE(traced("[!] SetWindowLong() failed w/status 1400"));
+        refusing.release();
     });
 }
 
@@ -180,10 +184,10 @@ TEST_F(PropertyPageTest, adapterNotificationsReachTheDialogThreadAsPosts)
         RecordingPage::calls = &calls;
         SheetPage sheet;
         sheet.create();
-        sheet.showDialog();
+        sheet.initDialog();
         SheetPage closed;  // on the same adapter object, which outlives it
         closed.create();
-        closed.showDialog();
+        closed.initDialog();
         closed.release();
         calls.clear();
         ndis_->disconnect(adapter).wait();  // on a delivery thread of the service
@@ -194,16 +198,6 @@ TEST_F(PropertyPageTest, adapterNotificationsReachTheDialogThreadAsPosts)
         EXPECT_EQ(postsToClosedPages, 0);
         sheet.release();
     });
-}
-
-TEST_F(PropertyPageTest, aWindowRefusingItsStyleIsTraced)
-{
-    SheetPage sheet;
-    sheet.window = host::createWindow();
-    host::destroyWindow(sheet.window);
-    sheet.send(WM_INITDIALOG, 0, reinterpret_cast<LPARAM>(host::pageDescription(sheet.handle)));
-    EXPECT_TRUE(traced("[!] SetWindowLong() failed w/status 1400"));
-    sheet.release();
 }
 
 }  // namespace
