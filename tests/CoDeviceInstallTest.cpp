@@ -16,14 +16,14 @@ const wchar_t* const listedId = L"PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_E4363C91&REV_02"
 const wchar_t* const lastListedId = L"PCI\\VEN_7E5C&DEV_93F4&SUBSYS_0B217E5C&REV_02";
 
 using PagePtr = std::unique_ptr<PropertyPageBase>;
-const PageFactory pageWithSheetPage = []() -> PagePtr { return std::make_unique<RecordingPage>(); };
-const PageFactory pageWithoutSheetPage = []() -> PagePtr {
+constexpr PageFactory pageWithSheetPage = []() -> PagePtr { return std::make_unique<RecordingPage>(); };
+constexpr PageFactory pageWithoutSheetPage = []() -> PagePtr {
     host::failCreatePropertySheetPage(ERROR_NOT_ENOUGH_MEMORY);
     auto page = std::make_unique<RecordingPage>();
     host::failCreatePropertySheetPage(0);
     return page;
 };
-const PageFactory noPage = []() -> PagePtr { return nullptr; };
+constexpr PageFactory noPage = []() -> PagePtr { return nullptr; };
 
 class CoDeviceInstallTest : public ::testing::Test {
 protected:

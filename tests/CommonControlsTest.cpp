@@ -16,16 +16,12 @@ const HICON anIcon = reinterpret_cast<HICON>(std::uintptr_t{0x10});
 const INITCOMMONCONTROLSEX listView{sizeof(INITCOMMONCONTROLSEX), ICC_LISTVIEW_CLASSES};
 
 // What the sheet was handed, seen through the page's PSPCB_ADDREF callback.
-struct SeenDescription {
-    DWORD flags = 0;
-    HANDLE context = nullptr;
-};
-SeenDescription seen;
+PROPSHEETPAGEW seen{};
 
 UINT recordingCallback(HWND, UINT message, LPPROPSHEETPAGEW page)
 {
     if (message == PSPCB_ADDREF) {
-        seen = {page->dwFlags, page->hActCtx};
+        seen = *page;
     }
     return 1;
 }
@@ -143,11 +139,12 @@ TEST_F(CommonControlsTest, theFusionContextIsAddedToAFullDescriptionThatLacksIt)
         seen = {};
         ASSERT_NE(controls_->createPropertySheetPage(&page), nullptr);
 
-        EXPECT_EQ((seen.flags & PSP_USEFUSIONCONTEXT) != 0, c.added || (c.flags & PSP_USEFUSIONCONTEXT) != 0);
+        EXPECT_EQ((seen.dwFlags & PSP_USEFUSIONCONTEXT) != 0,
+                  c.added || (c.flags & PSP_USEFUSIONCONTEXT) != 0);
         if (c.added) {
-            EXPECT_EQ(seen.context, host::moduleActivationContext());
+            EXPECT_EQ(seen.hActCtx, host::moduleActivationContext());
         } else if (c.size >= 96) {
-            EXPECT_EQ(seen.context, callersContext) << "the caller's own context stays";
+            EXPECT_EQ(seen.hActCtx, callersContext) << "the caller's own context stays";
         }
         EXPECT_EQ(page.dwFlags, before.dwFlags) << "the caller's description is not changed";
         EXPECT_EQ(page.hActCtx, before.hActCtx);

@@ -60,7 +60,6 @@ protected:
         moduleRecord.pageThreads.clear();
         moduleRecord.sharedNic.reset();
         RecordingPage::live = 0;
-        host::clearDebugOutput();
     }
     void TearDown() override
     {
