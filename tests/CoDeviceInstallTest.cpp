@@ -65,7 +65,6 @@ protected:
     {
         return addPropertyPageAdvanced(host::deviceInfoSet(), &device_, factory);
     }
-    SP_ADDPROPERTYPAGE_DATA stored() const { return host::addPropertyPageData(device_); }
 };
 
 TEST_F(CoDeviceInstallTest, otherFunctionCodesOnlyTraceTheEntry)
@@ -108,7 +107,7 @@ TEST_F(CoDeviceInstallTest, hardwareIdDecidesWhetherTheDeviceGetsThePage)
             host::setDeviceStringList(device_, DEVPKEY_Device_HardwareIds, c.ids);
         }
         EXPECT_EQ(addPage(pageWithSheetPage), NO_ERROR) << c.what;
-        const auto data = stored();
+        const auto data = host::addPropertyPageData(device_);
         EXPECT_EQ(host::setClassInstallParamsCalls(), 1) << c.what << ": stored back in either case";
         EXPECT_EQ(data.NumDynamicPages, c.listed ? 3U : 2U) << c.what;
         EXPECT_EQ(data.DynamicPages[2] != nullptr, c.listed) << c.what;
@@ -122,7 +121,7 @@ TEST_F(CoDeviceInstallTest, pageArrayHasTwentyPlaces)
     host::setDeviceStringList(device_, DEVPKEY_Device_HardwareIds, {listedId});
     givePages(19);
     EXPECT_EQ(addPage(pageWithSheetPage), NO_ERROR);
-    auto data = stored();
+    auto data = host::addPropertyPageData(device_);
     EXPECT_EQ(data.NumDynamicPages, 20U);
     EXPECT_NE(data.DynamicPages[19], nullptr);
     EXPECT_EQ(reinterpret_cast<std::uintptr_t>(data.DynamicPages[18]), 0x1000U + 18);
@@ -135,7 +134,7 @@ TEST_F(CoDeviceInstallTest, pageArrayHasTwentyPlaces)
     EXPECT_EQ(tracedMessages(), (Messages{"ztprop: CoDeviceInstall called, fn = 35", "/!\\ Too many pages"}));
     EXPECT_EQ(host::setClassInstallParamsCalls(), 0);
     EXPECT_EQ(host::devicePropertyCalls(), 0) << "hardware ids are not read for a full array";
-    EXPECT_EQ(stored().NumDynamicPages, 20U);
+    EXPECT_EQ(host::addPropertyPageData(device_).NumDynamicPages, 20U);
     EXPECT_NE(moduleRecord.deviceReader, nullptr) << "the reader is replaced for every request";
 }
 
@@ -175,7 +174,7 @@ TEST_F(CoDeviceInstallTest, listedDeviceGetsTheDiagnosticsPage)
                   "PropSheetPageProc() called, msg = 0",
                   "ZethoriaDiagPage()",
               }));
-    const auto data = stored();
+    const auto data = host::addPropertyPageData(device_);
     ASSERT_EQ(data.NumDynamicPages, 2U);
     const PROPSHEETPAGEW* page = host::pageDescription(data.DynamicPages[1]);
     ASSERT_NE(page, nullptr);
@@ -209,7 +208,7 @@ TEST_F(CoDeviceInstallTest, pageThatCannotBeStoredIsReleasedWithItsObject)
     EXPECT_EQ(std::vector<std::string>(failed + 1, messages.end()),
               (Messages{"PropSheetPageProc() called, msg = 1", "PropSheetPageProc(): all pages released"}))
         << "the page's release deletes it";
-    EXPECT_EQ(stored().NumDynamicPages, 4U);
+    EXPECT_EQ(host::addPropertyPageData(device_).NumDynamicPages, 4U);
 }
 
 TEST_F(CoDeviceInstallTest, failedStoreForAnUnlistedDeviceIsReportedToo)

@@ -54,7 +54,6 @@ protected:
     int baseReferences_ = host::comctl32References();
     std::unique_ptr<CommonControls> controls_ = std::make_unique<CommonControls>();
 
-    void SetUp() override { seen = {}; }
     void TearDown() override
     {
         controls_.reset();

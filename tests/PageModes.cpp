@@ -4,29 +4,6 @@
 
 #include "diag_page/DiagResultsList.h"
 
-namespace {
-
-bool isDeviceLine(const std::wstring& text)
-{
-    return text == L"Device is disabled" || text == L"Unable to query device"
-        || text.rfind(L"Device has a problem (code ", 0) == 0;
-}
-
-bool isLengthLine(const ListLine& line)
-{
-    return (line.text.rfind(L"Approx cable length: ", 0) == 0 && line.image == DiagResultsList::ImageOk)
-        || (line.text == L"Unable to determine cable length" && line.image == DiagResultsList::ImageWarning);
-}
-
-bool isResultLine(const ListLine& line)
-{
-    return line.text == L"The overall status of cable is good"
-        || line.text == L"Diagnostics results by pairs:" || line.text == L"An error occurred"
-        || line.text.rfind(L"Pair ", 0) == 0;
-}
-
-}  // namespace
-
 bool temperatureTimerRunning(HWND page)
 {
     const auto timers = host::liveTimers(page);
@@ -59,7 +36,9 @@ std::string modeViolation(const PageScreen& s, bool timerRunning)
         }
         return wrong.empty() ? wrong : mode + (": " + wrong);
     };
-    if (isDeviceLine(first.text) && first.image == DiagResultsList::ImageWarning) {
+    const bool deviceLine = first.text == L"Device is disabled" || first.text == L"Unable to query device"
+        || first.text.rfind(L"Device has a problem (code ", 0) == 0;
+    if (deviceLine && first.image == DiagResultsList::ImageWarning) {
         return only(false, false, "device mode");
     }
     if (first.text == L"Current version of firmware doesn't support cable diagnostics") {
@@ -78,10 +57,18 @@ std::string modeViolation(const PageScreen& s, bool timerRunning)
     if (first.text == L"Failed to start cable diagnostics") {
         return s.lines.size() == 1 ? std::string() : "lines after the failed start";
     }
-    const auto results = std::find_if_not(s.lines.begin(), s.lines.end(), isResultLine);
-    const auto rest = static_cast<std::size_t>(s.lines.end() - results);
-    if (rest > 1 || (rest == 1 && !isLengthLine(*results))) {
-        return "unexpected line " + quoted(results->text);
+    // The results' lines, then at most the length line.
+    const auto results = std::find_if_not(s.lines.begin(), s.lines.end(), [](const ListLine& line) {
+        return line.text == L"The overall status of cable is good"
+            || line.text == L"Diagnostics results by pairs:" || line.text == L"An error occurred"
+            || line.text.rfind(L"Pair ", 0) == 0;
+    });
+    if (results == s.lines.end()) {
+        return {};
     }
-    return {};
+    const ListLine& next = *results;
+    const bool length
+        = (next.text.rfind(L"Approx cable length: ", 0) == 0 && next.image == DiagResultsList::ImageOk)
+        || (next.text == L"Unable to determine cable length" && next.image == DiagResultsList::ImageWarning);
+    return results + 1 == s.lines.end() && length ? std::string() : "unexpected line " + quoted(next.text);
 }

@@ -14,8 +14,7 @@ using Calls = RecordingPage::Calls;
 
 const wchar_t* const adapter = L"ZT 10G Network Adapter #2";
 
-// What a property sheet does with one page: build it, run its dialog, pump the
-// posted messages, release it.
+// What a property sheet does with one page: build it, run its dialog, release it.
 struct SheetPage {
     RecordingPage* page = new RecordingPage();
     HPROPSHEETPAGE handle = page->pageHandle();
@@ -31,12 +30,6 @@ struct SheetPage {
     {
         window = window != nullptr ? window : host::createWindow();
         return send(WM_INITDIALOG, 0, reinterpret_cast<LPARAM>(host::pageDescription(handle)));
-    }
-    void pump() const
-    {
-        for (const auto& posted : host::takePosted(window)) {
-            send(posted.message, posted.wParam, posted.lParam);
-        }
     }
     void release()
     {
@@ -192,7 +185,9 @@ TEST_F(PropertyPageTest, adapterNotificationsReachTheDialogThreadAsPosts)
         ndis_->disconnect(adapter).wait();  // on a delivery thread of the service
         ndis_->remove(adapter).wait();
         EXPECT_TRUE(calls.empty()) << "nothing runs on the page from a foreign thread";
-        sheet.pump();
+        for (const auto& posted : host::takePosted(sheet.window)) {
+            sheet.send(posted.message, posted.wParam, posted.lParam);
+        }
         EXPECT_EQ(calls, (Calls{"media 2", "nic removed"}));
         EXPECT_EQ(postsToClosedPages, 0);
         sheet.release();
