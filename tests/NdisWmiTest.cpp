@@ -75,17 +75,11 @@ TEST_F(NdisWmiTest, subscribesToTheEventClassesItHearsOfItsAdapterAndStillQuerie
             const NdisWmi monitor(c.instance.c_str(), c.events);
             EXPECT_EQ(monitor.linkSpeed(), c.instance == adapter ? 2500000000ULL : 0U) << "whatever it hears";
         });
-        std::vector<std::wstring> queries;
         std::vector<std::wstring> expected;
-        for (const auto& call : service_.calls()) {
-            if (call.call == "ExecNotificationQueryAsync") {
-                queries.push_back(call.target);
-            }
-        }
         for (const auto& eventClass : c.classes) {
             expected.push_back(L"SELECT * FROM MSNdis_" + eventClass + c.where);
         }
-        EXPECT_EQ(queries, expected);
+        EXPECT_EQ(targetsOf("ExecNotificationQueryAsync"), expected);
         EXPECT_EQ(callsOf("CancelAsyncCall"), c.classes.empty() ? 0 : 1) << "one cancel ends them all";
         EXPECT_TRUE(service_.subscriptions().empty());
     }
@@ -95,18 +89,15 @@ TEST_F(NdisWmiTest, subscribesToTheEventClassesItHearsOfItsAdapterAndStillQuerie
 
 TEST_F(NdisWmiTest, aFailedRegistrationIsTracedAndTheOthersGoOn)
 {
-    service_.injectFault(
-        sim::Fault::on("ExecNotificationQueryAsync", static_cast<HRESULT>(0x80041010)).onlyCall(2));
+    service_.injectFault(sim::Fault::on("ExecNotificationQueryAsync", WBEM_E_INVALID_CLASS).onlyCall(2));
     onNewThread([&] {
         const NdisWmi monitor(adapter);
         EXPECT_EQ(service_.subscriptions().size(), 3U);
     });
     EXPECT_EQ(callsOf("ExecNotificationQueryAsync"), 4);
-    const Messages messages = tracedMessages();
-    EXPECT_EQ(std::count_if(messages.begin(), messages.end(), [](auto& m) { return m.rfind("[!]", 0) == 0; }),
-              1);
-    EXPECT_TRUE(
-        traced("[!] NdisWmi: register 'MSNdis_NotifyAdapterRemoval' notification failed -> 0x80041010"));
+    EXPECT_EQ(
+        tracedStartingWith({"[!]"}),
+        Messages{"[!] NdisWmi: register 'MSNdis_NotifyAdapterRemoval' notification failed -> 0x80041010"});
 }
 
 TEST_F(NdisWmiTest, linkStateQuerySendsTheFixedRecords)
@@ -187,18 +178,16 @@ TEST_F(NdisWmiTest, failedQueriesGiveNoSpeedAndUnknownState)
         bool executed;
         const wchar_t* instance = adapter;
     };
-    const auto putFails = [&](const wchar_t* target) {
-        return [=] {
-            service_.injectFault(sim::Fault::on("Put", static_cast<HRESULT>(0x80041005)).forTarget(target));
-        };
-    };
     const std::string method
         = "ExecMethod(MSNdis_LinkState.InstanceName=\"ZT 10G Network Adapter #2\":WmiQueryLinkState)";
     const Messages noLinkState = {method + " -> 0", "[!] Property 'LinkState' not found"};
     const Case cases[] = {
-        {"Put of Timeout fails", putFails(L"MSNdis_WmiMethodHeader.Timeout"), {}, false},
+        {"Put of Timeout fails",
+         failing("Put", L"MSNdis_WmiMethodHeader.Timeout", WBEM_E_TYPE_MISMATCH),
+         {},
+         false},
         {"Put of Header on the input fails",
-         putFails(L"__PARAMETERS.Header"),
+         failing("Put", L"__PARAMETERS.Header", WBEM_E_TYPE_MISMATCH),
          {"/!\\ Put(Header) failed -> 0x80041005"},
          false},
         {"no LinkState in the output",
@@ -215,22 +204,16 @@ TEST_F(NdisWmiTest, failedQueriesGiveNoSpeedAndUnknownState)
     for (const auto& c : cases) {
         service_.clearFaults();
         c.script();
-        Messages during;
+        Messages lines;
         onNewThread([&] {
             const NdisWmi monitor(c.instance);
             service_.clearCalls();
             host::clearDebugOutput();
             EXPECT_EQ(monitor.linkSpeed(), 0U) << c.what;
             EXPECT_EQ(monitor.mediaConnectState(), MediaConnectState::Unknown) << c.what;
-            during = tracedMessages();
+            lines = tracedStartingWith({"[!]", "/!\\", "ExecMethod("});
         });
         EXPECT_EQ(callsOf("ExecMethod") > 0, c.executed) << c.what;
-        Messages lines;
-        for (const auto& m : during) {
-            if (m.rfind("[!]", 0) == 0 || m.rfind("/!\\", 0) == 0 || m.rfind("ExecMethod(", 0) == 0) {
-                lines.push_back(m);
-            }
-        }
         Messages expected = c.lines;
         expected.insert(expected.end(), c.lines.begin(), c.lines.end());
         EXPECT_EQ(lines, expected) << c.what;
@@ -309,7 +292,7 @@ TEST_F(NdisWmiTest, batchStopsAtAnObjectWithoutClass)
     });
     EXPECT_EQ(seen.get(), (std::vector<std::wstring>{L"media one 1", L"media  2", L"media  2"}));
     ASSERT_EQ(report.get().answers.size(), 1U);
-    EXPECT_EQ(report.get().answers[0], static_cast<HRESULT>(0x80041002)) << "the failing code goes back";
+    EXPECT_EQ(report.get().answers[0], WBEM_E_NOT_FOUND) << "the failing code goes back";
     EXPECT_TRUE(traced("[!] NdisEventSink: couldn't get '__Class' property -> 0x80041002"));
 }
 

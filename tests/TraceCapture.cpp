@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <utility>
 
 #include "host/HostPlatform.h"
 #include "trace/Trace.h"
@@ -36,6 +37,18 @@ bool traced(const std::string& message)
 {
     const std::vector<std::string> messages = tracedMessages();
     return std::find(messages.begin(), messages.end(), message) != messages.end();
+}
+
+std::vector<std::string> tracedStartingWith(std::initializer_list<const char*> prefixes)
+{
+    std::vector<std::string> messages;
+    for (auto& message : tracedMessages()) {
+        if (std::any_of(prefixes.begin(), prefixes.end(),
+                        [&](const char* p) { return message.rfind(p, 0) == 0; })) {
+            messages.push_back(std::move(message));
+        }
+    }
+    return messages;
 }
 
 TraceAll::TraceAll() : saved_(traceLevel)

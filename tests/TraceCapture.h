@@ -1,6 +1,7 @@
 // What the module traced during a test, split into message and location.
 #pragma once
 
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,8 @@ std::vector<TraceLine> tracedLines();
 std::vector<std::string> tracedMessages();
 // Whether one of them is exactly `message`.
 bool traced(const std::string& message);
+// The messages that start with one of `prefixes`, in order.
+std::vector<std::string> tracedStartingWith(std::initializer_list<const char*> prefixes);
 
 // Writes every level for the test's life, and starts from a clean platform.
 class TraceAll {

@@ -82,16 +82,16 @@ TEST_F(WbemClassObjectTest, enumerationFailuresLeaveWhatWasRead)
     };
     const Case cases[] = {
         {"BeginEnumeration fails",
-         sim::Fault::on("BeginEnumeration", static_cast<HRESULT>(0x80041001)),
+         sim::Fault::on("BeginEnumeration", WBEM_E_FAILED),
          false,
          {"[!] couldn't start property enumeration, hr = 0x80041001"}},
         {"Next answers a positive code at once", sim::Fault::on("Next", 1), false, {}},
         {"Next fails after two properties",
-         sim::Fault::on("Next", static_cast<HRESULT>(0x80041001)).fromCall(3),
+         sim::Fault::on("Next", WBEM_E_FAILED).fromCall(3),
          false,
          {"property 'InstanceName' = 'eth 0 #1'", "property 'Active' = 'true'"}},
         {"Next fails after three properties",
-         sim::Fault::on("Next", static_cast<HRESULT>(0x80041001)).fromCall(4),
+         sim::Fault::on("Next", WBEM_E_FAILED).fromCall(4),
          true,
          {"property 'InstanceName' = 'eth 0 #1'", "property 'Active' = 'true'", "property 'Speed' = '200'"}},
     };
@@ -126,7 +126,7 @@ TEST_F(WbemClassObjectTest, getMethodGivesAFreshInstanceOfTheInputSignature)
         EXPECT_TRUE(adapterClass.getMethod(L"Missing").isEmpty());
         EXPECT_EQ(callsOf("SpawnInstance"), 1);
 
-        service_.injectFault(sim::Fault::on("SpawnInstance", static_cast<HRESULT>(0x80041006)));
+        service_.injectFault(sim::Fault::on("SpawnInstance", WBEM_E_OUT_OF_MEMORY));
         host::clearDebugOutput();
         EXPECT_TRUE(adapterClass.getMethod(L"Reset").isEmpty());
         EXPECT_EQ(tracedMessages().back(), "[!] failed to spawn instance, hr = 0x80041006");

@@ -122,7 +122,7 @@ TEST_F(WbemServicesTest, failedComInitialisationStillTriesToConnect)
 
 TEST_F(WbemServicesTest, failedConnectionStaysFailedForTheThread)
 {
-    service_.injectFault(sim::Fault::on("ConnectServer", static_cast<HRESULT>(0x80041003)));
+    service_.injectFault(sim::Fault::on("ConnectServer", WBEM_E_ACCESS_DENIED));
     onNewThread([&] {
         WbemServices& services = threadWbemServices();
         EXPECT_TRUE(services.getObject(adapterPath).isEmpty());
@@ -169,7 +169,7 @@ TEST_F(WbemServicesTest, createInstanceSpawnsFromTheClassObject)
         service_.clearCalls();
         EXPECT_FALSE(services.createInstance(L"Nope"));
         EXPECT_EQ(callsOf("SpawnInstance"), 0);
-        service_.injectFault(sim::Fault::on("SpawnInstance", static_cast<HRESULT>(0x80041006)));
+        service_.injectFault(sim::Fault::on("SpawnInstance", WBEM_E_OUT_OF_MEMORY));
         EXPECT_FALSE(services.createInstance(L"Test_Adapter"));
     });
     EXPECT_EQ(tracedMessages(),
@@ -181,8 +181,7 @@ TEST_F(WbemServicesTest, createInstanceSpawnsFromTheClassObject)
 
 TEST_F(WbemServicesTest, execMethodReplacesTheOutputOnlyOnSuccess)
 {
-    service_.onMethod(L"Test_Adapter", L"Probe",
-                      [](sim::MethodCall&) { return static_cast<HRESULT>(0x80041001); });
+    service_.onMethod(L"Test_Adapter", L"Probe", [](sim::MethodCall&) { return WBEM_E_FAILED; });
     onNewThread([&] {
         WbemServices& services = threadWbemServices();
         const WbemClassObject input = services.getObject(L"Test_Adapter").getMethod(L"Reset");
@@ -194,8 +193,7 @@ TEST_F(WbemServicesTest, execMethodReplacesTheOutputOnlyOnSuccess)
         WbemClassObject out;
         EXPECT_EQ(services.execMethod(adapterPath, L"Reset", input.get(), &out), S_OK);
         EXPECT_EQ(variantToString(out[L"ReturnValue"]), L"3");
-        EXPECT_EQ(services.execMethod(adapterPath, L"Probe", nullptr, &out),
-                  static_cast<HRESULT>(0x80041001));
+        EXPECT_EQ(services.execMethod(adapterPath, L"Probe", nullptr, &out), WBEM_E_FAILED);
         EXPECT_EQ(variantToString(out[L"ReturnValue"]), L"3") << "the earlier output stays";
         EXPECT_EQ(services.execMethod(adapterPath, L"Reset", input.get(), nullptr), S_OK)
             << "no output asked";

@@ -1,6 +1,5 @@
 #include "WmiFixture.h"
 
-#include <algorithm>
 #include <chrono>
 
 #include "host/HostWindows.h"
@@ -51,9 +50,13 @@ void WmiFixture::TearDown()
     EXPECT_EQ(host::tlsValuesLeftAtThreadEnd(), tlsValuesLeft_) << "a thread ended holding its connection";
 }
 
-int WmiFixture::callsOf(const std::string& name) const
+std::vector<std::wstring> WmiFixture::targetsOf(const std::string& name) const
 {
-    const auto calls = service_.calls();
-    return static_cast<int>(
-        std::count_if(calls.begin(), calls.end(), [&](const sim::CallRecord& c) { return c.call == name; }));
+    std::vector<std::wstring> targets;
+    for (const auto& call : service_.calls()) {
+        if (call.call == name) {
+            targets.push_back(call.target);
+        }
+    }
+    return targets;
 }

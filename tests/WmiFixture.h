@@ -7,7 +7,9 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
+#include <vector>
 
 #include "TraceCapture.h"
 #include "host/HostPlatform.h"
@@ -46,7 +48,14 @@ protected:
     // still referenced, no thread ended with its connection still held.
     void TearDown() override;
 
-    int callsOf(const std::string& name) const;
+    // A script for a case: `call` on `target` fails with `hr`.
+    std::function<void()> failing(const char* call, const wchar_t* target, HRESULT hr)
+    {
+        return [=] { service_.injectFault(sim::Fault::on(call, hr).forTarget(target)); };
+    }
+    int callsOf(const std::string& name) const { return static_cast<int>(targetsOf(name).size()); }
+    // What the calls of that name were made on, in order.
+    std::vector<std::wstring> targetsOf(const std::string& name) const;
 
 private:
     int tlsValuesLeft_ = 0;
