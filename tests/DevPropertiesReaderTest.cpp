@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "TraceCapture.h"
 #include "host/HostPlatform.h"
 
@@ -15,6 +17,8 @@ protected:
     TraceAll capture_;
     SP_DEVINFO_DATA device_ = host::makeDevice(7);
     DevPropertiesReader reader_{host::deviceInfoSet(), &device_};
+    const std::string missing_
+        = "[!] SetupDiGetDeviceProperty(1) failed, code " + std::to_string(ERROR_NOT_FOUND);
 
     static std::vector<BYTE> units(const std::wstring& text)
     {
@@ -56,8 +60,6 @@ TEST_F(DevPropertiesReaderTest, hardwareIdsFollowTheListUpToItsEmptyString)
 // Neither an absent value nor one of another type is read past the size query.
 TEST_F(DevPropertiesReaderTest, missingOrMistypedPropertyReadsAsNothing)
 {
-    const std::string missing
-        = "[!] SetupDiGetDeviceProperty(1) failed, code " + std::to_string(ERROR_NOT_FOUND);
     for (const bool mistyped : {false, true}) {
         host::reset();
         if (mistyped) {
@@ -72,7 +74,7 @@ TEST_F(DevPropertiesReaderTest, missingOrMistypedPropertyReadsAsNothing)
         const Messages mismatches{"[!] getProperty_() types missmatch: wanted 8210, got 18",
                                   "[!] getProperty_() types missmatch: wanted 18, got 8210",
                                   "[!] getProperty_() types missmatch: wanted 7, got 18"};
-        EXPECT_EQ(tracedMessages(), (mistyped ? mismatches : Messages{missing, missing, missing}));
+        EXPECT_EQ(tracedMessages(), (mistyped ? mismatches : Messages{missing_, missing_, missing_}));
         EXPECT_EQ(tracedLines()[0].function, "DevPropertiesReader::getProperty_");
     }
 }
@@ -80,42 +82,33 @@ TEST_F(DevPropertiesReaderTest, missingOrMistypedPropertyReadsAsNothing)
 // Another program may change the property between the size query and the read.
 TEST_F(DevPropertiesReaderTest, propertyThatChangesBetweenTheTwoCalls)
 {
-    const struct {
-        const wchar_t* before;
-        const wchar_t* after;
-        const wchar_t* expected;
-        Messages lines;
-    } cases[] = {
-        {L"Short",
-         L"A much longer name",
-         L"",
-         {"[!] SetupDiGetDeviceProperty(2) failed, code " + std::to_string(ERROR_INSUFFICIENT_BUFFER)}},
-        {L"A much longer name", L"Short", L"Short", {}},
-    };
-    for (const auto& c : cases) {
-        host::reset();
-        host::setDeviceString(device_, DEVPKEY_Device_FriendlyName, c.before);
-        host::onDevicePropertyRead([&](const DEVPROPKEY&, int call) {
+    const Messages grew{"[!] SetupDiGetDeviceProperty(2) failed, code "
+                        + std::to_string(ERROR_INSUFFICIENT_BUFFER)};
+    const auto atTheSizeQuery = [](std::function<void()> change) {
+        host::onDevicePropertyRead([change](const DEVPROPKEY&, int call) {
             if (call == 1) {
-                host::setDeviceString(device_, DEVPKEY_Device_FriendlyName, c.after);
+                change();
             }
         });
-        EXPECT_EQ(reader_.getStringProperty(DEVPKEY_Device_FriendlyName), c.expected);
-        EXPECT_EQ(tracedMessages(), c.lines);
+    };
+    for (const bool longer : {true, false}) {
+        host::reset();
+        const wchar_t* const after = longer ? L"A much longer name" : L"Short";
+        host::setDeviceString(device_, DEVPKEY_Device_FriendlyName,
+                              longer ? L"Short" : L"A much longer name");
+        atTheSizeQuery([&] { host::setDeviceString(device_, DEVPKEY_Device_FriendlyName, after); });
+        EXPECT_EQ(reader_.getStringProperty(DEVPKEY_Device_FriendlyName), longer ? L"" : after);
+        EXPECT_EQ(tracedMessages(), longer ? grew : Messages{});
     }
     // A value that grew is not read at all: nothing of it is taken for a code.
     host::reset();
     host::setDeviceUint32(device_, DEVPKEY_Device_ProblemCode, 22);
-    host::onDevicePropertyRead([&](const DEVPROPKEY&, int call) {
-        if (call == 1) {
-            host::setDeviceProperty(device_, DEVPKEY_Device_ProblemCode, DEVPROP_TYPE_UINT32,
-                                    std::vector<BYTE>(8));
-        }
+    atTheSizeQuery([&] {
+        host::setDeviceProperty(device_, DEVPKEY_Device_ProblemCode, DEVPROP_TYPE_UINT32,
+                                std::vector<BYTE>(8));
     });
     EXPECT_EQ(reader_.getProblemCode(), 0xFFFFFFFFU);
-    EXPECT_EQ(tracedMessages(),
-              Messages{"[!] SetupDiGetDeviceProperty(2) failed, code "
-                       + std::to_string(ERROR_INSUFFICIENT_BUFFER)});
+    EXPECT_EQ(tracedMessages(), grew);
 }
 
 TEST_F(DevPropertiesReaderTest, valuesEndAtTheirFirstZeroOrTheBufferEnd)
@@ -144,13 +137,11 @@ TEST_F(DevPropertiesReaderTest, adapterNameIsTheFriendlyNameElseTheDescription)
         std::wstring expected;
         Messages lines;
     };
-    const std::string missing
-        = "[!] SetupDiGetDeviceProperty(1) failed, code " + std::to_string(ERROR_NOT_FOUND);
     const Case cases[] = {
         {"both", L"Office uplink", L"ZT 10G Adapter", L"Office uplink", {}},
-        {"description only", nullptr, L"ZT 10G Adapter", L"ZT 10G Adapter", {missing}},
+        {"description only", nullptr, L"ZT 10G Adapter", L"ZT 10G Adapter", {missing_}},
         {"empty friendly name", L"", L"ZT 10G Adapter", L"ZT 10G Adapter", {}},
-        {"neither", nullptr, nullptr, L"", {missing, missing}},
+        {"neither", nullptr, nullptr, L"", {missing_, missing_}},
     };
     for (const auto& c : cases) {
         host::reset();

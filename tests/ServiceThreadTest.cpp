@@ -40,16 +40,14 @@ TEST(ServiceThread, anExceptionOutOfTheWorkEndsAtTheThreadsBoundaryWithALevel0Li
         {"anything else", [] { throw 7; }, false, {"[!] ztdiag service thread: ended by an exception"}},
     };
     for (const auto& c : cases) {
-        const int saved = traceLevel;
+        const TraceAll capture;
         traceLevel = 0;  // failures only, as shipped
-        host::reset();
         {
             ServiceThread thread(c.work);
             // The work's end wakes the waiter: the limit is never reached.
             ASSERT_TRUE(thread.waitFor(std::chrono::hours(1))) << c.what;
             EXPECT_EQ(thread.succeeded(), c.succeeded) << c.what;
         }
-        traceLevel = saved;
         EXPECT_EQ(tracedMessages(), c.lines) << c.what;
     }
 }
