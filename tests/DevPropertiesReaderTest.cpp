@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <tuple>
 
 #include "TraceCapture.h"
 #include "host/HostPlatform.h"
@@ -29,14 +30,9 @@ protected:
 
 TEST_F(DevPropertiesReaderTest, hardwareIdsFollowTheListUpToItsEmptyString)
 {
-    struct Case {
-        const char* what;
-        std::wstring units;
-        std::size_t extraBytes;  // an odd tail that is not a whole unit
-        Strings expected;
-    };
     const std::wstring nul(1, L'\0');
-    const Case cases[] = {
+    // what, the units, an odd tail of bytes that is not a whole unit, the ids
+    const std::tuple<const char*, std::wstring, std::size_t, Strings> cases[] = {
         {"one id", L"A" + nul + nul, 0, {L"A"}},
         {"three ids in order",
          L"PCI\\X" + nul + L"PCI\\Y" + nul + L"Z" + nul + nul,
@@ -49,11 +45,11 @@ TEST_F(DevPropertiesReaderTest, hardwareIdsFollowTheListUpToItsEmptyString)
         {"a lone partial unit", L"", 1, {}},
         {"empty string ends the list early", L"A" + nul + nul + L"B" + nul + nul, 0, {L"A"}},
     };
-    for (const auto& c : cases) {
-        auto bytes = units(c.units);
-        bytes.resize(bytes.size() + c.extraBytes, 0x41);
+    for (const auto& [what, text, extraBytes, expected] : cases) {
+        auto bytes = units(text);
+        bytes.resize(bytes.size() + extraBytes, 0x41);
         host::setDeviceProperty(device_, DEVPKEY_Device_HardwareIds, DEVPROP_TYPE_STRING_LIST, bytes);
-        EXPECT_EQ(reader_.getHardwareIds(), c.expected) << c.what;
+        EXPECT_EQ(reader_.getHardwareIds(), expected) << what;
     }
 }
 
@@ -130,29 +126,23 @@ TEST_F(DevPropertiesReaderTest, valuesEndAtTheirFirstZeroOrTheBufferEnd)
 
 TEST_F(DevPropertiesReaderTest, adapterNameIsTheFriendlyNameElseTheDescription)
 {
-    struct Case {
-        const char* what;
-        const wchar_t* friendlyName;  // null: property absent
-        const wchar_t* description;
-        std::wstring expected;
-        Messages lines;
-    };
-    const Case cases[] = {
+    // what, the friendly name and the description (null: absent), the name, the lines traced
+    const std::tuple<const char*, const wchar_t*, const wchar_t*, std::wstring, Messages> cases[] = {
         {"both", L"Office uplink", L"ZT 10G Adapter", L"Office uplink", {}},
         {"description only", nullptr, L"ZT 10G Adapter", L"ZT 10G Adapter", {missing_}},
         {"empty friendly name", L"", L"ZT 10G Adapter", L"ZT 10G Adapter", {}},
         {"neither", nullptr, nullptr, L"", {missing_, missing_}},
     };
-    for (const auto& c : cases) {
+    for (const auto& [what, friendlyName, description, expected, lines] : cases) {
         host::reset();
-        if (c.friendlyName != nullptr) {
-            host::setDeviceString(device_, DEVPKEY_Device_FriendlyName, c.friendlyName);
+        if (friendlyName != nullptr) {
+            host::setDeviceString(device_, DEVPKEY_Device_FriendlyName, friendlyName);
         }
-        if (c.description != nullptr) {
-            host::setDeviceString(device_, DEVPKEY_Device_DeviceDesc, c.description);
+        if (description != nullptr) {
+            host::setDeviceString(device_, DEVPKEY_Device_DeviceDesc, description);
         }
-        EXPECT_EQ(reader_.getAdapterName(), c.expected) << c.what;
-        EXPECT_EQ(tracedMessages(), c.lines) << c.what;
+        EXPECT_EQ(reader_.getAdapterName(), expected) << what;
+        EXPECT_EQ(tracedMessages(), lines) << what;
     }
 }
 

@@ -9,10 +9,10 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "TraceCapture.h"
-#include "host/HostPlatform.h"
 #include "trace/Trace.h"
 
 namespace {
@@ -21,13 +21,8 @@ using namespace std::chrono_literals;
 
 TEST(ServiceThread, anExceptionOutOfTheWorkEndsAtTheThreadsBoundaryWithALevel0Line)
 {
-    struct Case {
-        const char* what;
-        void (*work)();
-        bool succeeded;
-        std::vector<std::string> lines;
-    };
-    const Case cases[] = {
+    // what, the work, whether it succeeded, the lines traced
+    const std::tuple<const char*, void (*)(), bool, std::vector<std::string>> cases[] = {
         {"no exception", [] { std::this_thread::sleep_for(20ms); }, true, {}},
         {"out of memory",
          [] { throw std::bad_alloc(); },
@@ -39,16 +34,16 @@ TEST(ServiceThread, anExceptionOutOfTheWorkEndsAtTheThreadsBoundaryWithALevel0Li
          {"[!] ztdiag service thread: ended by an exception: no answer"}},
         {"anything else", [] { throw 7; }, false, {"[!] ztdiag service thread: ended by an exception"}},
     };
-    for (const auto& c : cases) {
+    for (const auto& [what, work, succeeded, lines] : cases) {
         const TraceAll capture;
         traceLevel = 0;  // failures only, as shipped
         {
-            ServiceThread thread(c.work);
+            ServiceThread thread(work);
             // The work's end wakes the waiter: the limit is never reached.
-            ASSERT_TRUE(thread.waitFor(std::chrono::hours(1))) << c.what;
-            EXPECT_EQ(thread.succeeded(), c.succeeded) << c.what;
+            ASSERT_TRUE(thread.waitFor(std::chrono::hours(1))) << what;
+            EXPECT_EQ(thread.succeeded(), succeeded) << what;
         }
-        EXPECT_EQ(tracedMessages(), c.lines) << c.what;
+        EXPECT_EQ(tracedMessages(), lines) << what;
     }
 }
 

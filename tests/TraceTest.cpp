@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
+#include <utility>
 
 #include "TraceCapture.h"
 #include "host/HostPlatform.h"
@@ -43,31 +45,23 @@ TEST(Trace, suffixNamesTheEnclosingFunction)
         Traced traced;
         traced.withLambda();
     }
-    const auto lines = tracedLines();
-    std::vector<std::pair<std::string, std::string>> seen;
-    seen.reserve(lines.size());
-    for (const auto& l : lines) {
-        seen.emplace_back(l.message, l.function);
+    std::vector<std::string> seen;
+    for (const auto& l : tracedLines()) {
+        seen.push_back(l.message + " @" + l.function);
     }
+    const std::string test = "Trace_suffixNamesTheEnclosingFunction_Test::TestBody";
     EXPECT_EQ(seen,
-              (std::vector<std::pair<std::string, std::string>>{
-                  {"[!] here", "Trace_suffixNamesTheEnclosingFunction_Test::TestBody"},
-                  {"[!] from a free function", "freeFunction"},
-                  {"Traced()", "Traced::Traced"},
-                  {"lambda 2", "Traced::withLambda"},
-                  {"~Traced()", "Traced::~Traced"},
-              }));
-    EXPECT_EQ(host::debugOutput()[0], "[!] here @" + lines[0].function + "+" + std::to_string(line) + "\n");
+              (std::vector<std::string>{"[!] here @" + test, "[!] from a free function @freeFunction",
+                                        "Traced() @Traced::Traced", "lambda 2 @Traced::withLambda",
+                                        "~Traced() @Traced::~Traced"}));
+    EXPECT_EQ(host::debugOutput()[0], "[!] here @" + test + "+" + std::to_string(line) + "\n");
 }
 
 // The other compilers' signatures (GCC and Clang __PRETTY_FUNCTION__, MSVC
 // __FUNCTION__) name the function as the host's compiler does.
 TEST(Trace, suffixNamesTheFunctionInEveryCompilersSignature)
 {
-    const struct {
-        const char* signature;
-        const char* function;
-    } cases[] = {
+    const std::pair<const char*, const char*> cases[] = {
         {"long long int (* {anonymous}::Cc::resolve_(Cc::Slot))()", "Cc::resolve_"},
         {"{anonymous}::Cc::resolve_(Cc::Slot)::<lambda(int)>", "Cc::resolve_"},
         {"int ({anonymous}::S::* {anonymous}::S::pick(int))(int) const", "S::pick"},
@@ -89,30 +83,26 @@ TEST(Trace, suffixNamesTheFunctionInEveryCompilersSignature)
         {"S::operator ()", "S::operator()"},
         {"Holder<void (__cdecl*)(int)>::run", "Holder::run"},
     };
-    for (const auto& c : cases) {
-        const auto format = trace_format::makeFormat<256>("m", c.signature, 7);
-        EXPECT_EQ(std::string(format.text), std::string("m @") + c.function + "+7\n") << c.signature;
+    for (const auto& [signature, function] : cases) {
+        const auto format = trace_format::makeFormat<256>("m", signature, 7);
+        EXPECT_EQ(std::string(format.text), std::string("m @") + function + "+7\n") << signature;
     }
 }
 
 TEST(Trace, levelsUpToTraceLevelAreWritten)
 {
     TraceAll capture;
-    struct Case {
-        int traceLevel;
-        int level;
-        bool written;
-    };
-    const Case cases[] = {
+    // the trace level, a message's level, whether it is written
+    const std::tuple<int, int, bool> cases[] = {
         {0, 0, true}, {0, 1, false}, {0, 5, false}, {3, 0, true}, {3, 2, true},
         {3, 3, true}, {3, 4, false}, {3, 5, false}, {5, 5, true}, {-1, 0, false},
     };
-    for (const auto& c : cases) {
+    for (const auto& [upTo, level, written] : cases) {
         host::clearDebugOutput();
-        traceLevel = c.traceLevel;
-        traceMessage(c.level, "x\n");
-        EXPECT_EQ(host::debugOutput().size(), c.written ? 1U : 0U)
-            << "traceLevel " << c.traceLevel << ", level " << c.level;
+        traceLevel = upTo;
+        traceMessage(level, "x\n");
+        EXPECT_EQ(host::debugOutput().size(), written ? 1U : 0U)
+            << "traceLevel " << upTo << ", level " << level;
     }
 }
 

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <future>
 
@@ -15,7 +14,6 @@
 
 namespace {
 
-using namespace std::chrono_literals;
 using Messages = std::vector<std::string>;
 using sim::ZtDriver;
 using sim::ZtField;

@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <thread>
+#include <tuple>
 
 #include "nic/CallbackRegistry.h"
 #include "nic/ZtPairInfo.h"
@@ -12,13 +14,8 @@ namespace {
 
 TEST(ZtPairInfo, statusStringNamesTheFaultAndThePartnerPair)
 {
-    struct Case {
-        std::int32_t index;
-        std::uint8_t status;
-        const wchar_t* text;
-        const wchar_t* partner;
-    };
-    const Case cases[] = {
+    // index, status, text, partner; a bad index (4, -1) reads as pair A's row and has no partner
+    const std::tuple<std::int32_t, std::uint8_t, const wchar_t*, const wchar_t*> cases[] = {
         {0, 0, L"OK", L""},
         {0, 1, L"connected to another pair (B)", L"B"},
         {1, 3, L"connected to another pair (A)", L"A"},
@@ -31,35 +28,28 @@ TEST(ZtPairInfo, statusStringNamesTheFaultAndThePartnerPair)
         {1, 7, L"open circuit", L""},
         {0, 8, L"<unknown>", L""},
         {0, 200, L"<unknown>", L""},
-        // A bad index reads as pair A's row; it has no partner.
         {4, 0, L"OK", L""},
         {-1, 2, L"connected to another pair (C)", L""},
     };
-    for (const auto& c : cases) {
-        const ZtPairInfo pair(c.index, c.status);
-        EXPECT_EQ(pair.statusString(), c.text) << c.index << "/" << int(c.status);
-        EXPECT_EQ(pair.partnerName(), c.partner) << c.index << "/" << int(c.status);
+    for (const auto& [index, status, text, partner] : cases) {
+        const ZtPairInfo pair(index, status);
+        EXPECT_EQ(pair.statusString(), text) << index << "/" << int(status);
+        EXPECT_EQ(pair.partnerName(), partner) << index << "/" << int(status);
     }
 }
 
 TEST(ZtThermalInfo, flagsSayWhichTemperatureIsValid)
 {
     const double inf = INFINITY;
-    struct Case {
-        std::uint8_t flags;
-        std::int32_t phy;
-        std::int32_t mac;
-        double phyExpected;
-        double macExpected;
-    };
-    const Case cases[] = {
+    // flags, the raw PHY and MAC values, the temperatures they give
+    const std::tuple<std::uint8_t, std::int32_t, std::int32_t, double, double> cases[] = {
         {12, 5123, -250, 51.23, -2.5}, {4, 4000, 4100, 40.0, inf}, {8, 4000, 4100, inf, 41.0},
         {0, 4000, 4100, inf, inf},     {255, 0, 1, 0.0, 0.01},
     };
-    for (const auto& c : cases) {
-        const ZtThermalInfo info(c.flags, c.phy, c.mac);
-        EXPECT_DOUBLE_EQ(info.phyTemperature, c.phyExpected) << int(c.flags);
-        EXPECT_DOUBLE_EQ(info.macTemperature, c.macExpected) << int(c.flags);
+    for (const auto& [flags, phy, mac, phyExpected, macExpected] : cases) {
+        const ZtThermalInfo info(flags, phy, mac);
+        EXPECT_DOUBLE_EQ(info.phyTemperature, phyExpected) << int(flags);
+        EXPECT_DOUBLE_EQ(info.macTemperature, macExpected) << int(flags);
     }
 }
 
