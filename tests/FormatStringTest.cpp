@@ -2,19 +2,16 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "host/HostPlatform.h"
 
 namespace {
 
 TEST(FormatString, textOfAnyLengthInAsFewPassesAsTheFormattersAnswersAsk)
 {
-    struct Case {
-        const char* what;
-        std::wstring (*format)();
-        std::wstring expected;
-        long passes;
-    };
-    const Case cases[] = {
+    // what, the formatting, its text, the formatter's passes
+    const std::tuple<const char*, std::wstring (*)(), std::wstring, long> cases[] = {
         {"empty format: size 0, then 1", [] { return formatString(L""); }, L"", 2},
         {"no conversion", [] { return formatString(L"Approx cable length"); }, L"Approx cable length", 1},
         {"wide %s", [] { return formatString(L"Pair %s: %s", L"A", L"Open"); }, L"Pair A: Open", 1},
@@ -36,10 +33,10 @@ TEST(FormatString, textOfAnyLengthInAsFewPassesAsTheFormattersAnswersAsk)
          [] { return formatString(L"%s%s%s%s", std::wstring(16, L'y').c_str(), L"", L"", L""); },
          std::wstring(16, L'y'), 2},
     };
-    for (const auto& c : cases) {
+    for (const auto& [what, format, expected, passes] : cases) {
         const long before = host::wideFormatterCalls();
-        EXPECT_EQ(c.format(), c.expected) << c.what;
-        EXPECT_EQ(host::wideFormatterCalls() - before, c.passes) << c.what;
+        EXPECT_EQ(format(), expected) << what;
+        EXPECT_EQ(host::wideFormatterCalls() - before, passes) << what;
     }
 }
 

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <future>
 #include <thread>
+#include <tuple>
 
 #include "EventLog.h"
 #include "WmiFixture.h"
@@ -109,22 +110,17 @@ TEST_F(NdisWmiTest, linkStateQuerySendsTheFixedRecords)
     ASSERT_EQ(requests.size(), 1U);
     const auto& r = requests[0];
     EXPECT_EQ(r.instanceName, adapter);
-    struct Field {
-        const char* name;
-        const sim::ReceivedValue& value;
-        VARTYPE type;
-        std::int64_t number;
-    };
-    const Field fields[] = {
+    // each record's name, what it received, the type and number it should hold
+    const std::tuple<const char*, const sim::ReceivedValue&, VARTYPE, std::int64_t> fields[] = {
         {"Revision", r.revision, VT_UI1, 1},  {"Type", r.type, VT_UI1, 2},
         {"Size", r.size, VT_I4, 65535},       {"NetLuid (64 bits: held as text)", r.netLuid, VT_BSTR, 0},
         {"Padding", r.padding, VT_I4, 0},     {"PortNumber", r.portNumber, VT_I4, 0},
         {"RequestId", r.requestId, VT_I4, 0}, {"Timeout", r.timeout, VT_I4, 5},
     };
-    for (const auto& f : fields) {
-        EXPECT_TRUE(f.value.present) << f.name;
-        EXPECT_EQ(f.value.type, f.type) << f.name;
-        EXPECT_EQ(f.value.number.value_or(-1), f.number) << f.name;
+    for (const auto& [name, value, type, number] : fields) {
+        EXPECT_TRUE(value.present) << name;
+        EXPECT_EQ(value.type, type) << name;
+        EXPECT_EQ(value.number.value_or(-1), number) << name;
     }
     EXPECT_EQ(r.objectHeader.className, L"MSNdis_ObjectHeader");
     EXPECT_EQ(r.header.className, L"MSNdis_WmiMethodHeader");

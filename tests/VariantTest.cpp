@@ -5,6 +5,7 @@
 #include <climits>
 #include <functional>
 #include <memory>
+#include <tuple>
 
 #include "TraceCapture.h"
 #include "host/CountingUnknown.h"
@@ -12,17 +13,12 @@
 
 namespace {
 
-struct TextCase {
-    const char* what;
-    void (*fill)(VARIANT& v);
-    const wchar_t* expected;
-};
-
 SCODE failure = static_cast<SCODE>(0x80004005);
 
 TEST(VariantToString, numbersTextsAndTagsWithoutARow)
 {
-    const TextCase textCases[] = {
+    // what, how the value is made, its text
+    const std::tuple<const char*, void (*)(VARIANT&), const wchar_t*> cases[] = {
         {"empty", [](VARIANT&) {}, L"<empty>"},
         {"null", [](VARIANT& v) { v.vt = VT_NULL; }, L"<null>"},
         {"i2", [](VARIANT& v) { v.vt = VT_I2, v.iVal = -32768; }, L"-32768"},
@@ -59,14 +55,14 @@ TEST(VariantToString, numbersTextsAndTagsWithoutARow)
         {"by-reference unknown tag", [](VARIANT& v) { v.vt = VT_BYREF | 99; }, L"<unknown> (99)"},
     };
     host::reset();
-    for (const auto& c : textCases) {
+    for (const auto& [what, fill, expected] : cases) {
         {
             variant value;
-            c.fill(*value.put());
-            EXPECT_EQ(variantToString(value), c.expected) << c.what;
+            fill(*value.put());
+            EXPECT_EQ(variantToString(value), expected) << what;
         }
-        EXPECT_EQ(host::liveBstrs(), 0) << c.what << ": the owner ends what it holds";
-        EXPECT_EQ(host::liveSafeArrays(), 0) << c.what;
+        EXPECT_EQ(host::liveBstrs(), 0) << what << ": the owner ends what it holds";
+        EXPECT_EQ(host::liveSafeArrays(), 0) << what;
     }
 }
 
@@ -80,23 +76,18 @@ TEST(VariantToString, byReferenceStringsAreReadThroughTheirPointer)
     auto bstrSlot = std::make_unique<BSTR>(text);
     auto wideSlot = std::make_unique<wchar_t*>(wide);
     auto nullSlot = std::make_unique<BSTR>(nullptr);
-    struct Case {
-        VARTYPE tag;
-        void* target;
-        const wchar_t* expected;
-    };
-    const Case cases[] = {
+    const std::tuple<VARTYPE, void*, const wchar_t*> cases[] = {
         {VT_BYREF | VT_BSTR, bstrSlot.get(), L"by reference"},
         {VT_BYREF | VT_LPWSTR, wideSlot.get(), L"wide by reference"},
         {VT_BYREF | VT_BSTR, nullSlot.get(), L""},
         {VT_BYREF | VT_BSTR, nullptr, L""},
         {VT_BYREF | VT_LPWSTR, nullptr, L""},
     };
-    for (const auto& c : cases) {
+    for (const auto& [tag, target, expected] : cases) {
         variant value;
-        value.put()->vt = c.tag;
-        const_cast<VARIANT&>(value.get()).byref = c.target;
-        EXPECT_EQ(variantToString(value), c.expected) << c.tag;
+        value.put()->vt = tag;
+        const_cast<VARIANT&>(value.get()).byref = target;
+        EXPECT_EQ(variantToString(value), expected) << tag;
     }
     SysFreeString(text);
 }

@@ -151,22 +151,15 @@ TEST_F(ZtNicTest, initialisationFailuresAndWhatSurvivesThem)
 
 TEST_F(ZtNicTest, firmwareGateFrom1_5_66)
 {
-    struct Case {
-        std::uint8_t major, minor;
-        std::uint16_t revision;
-        bool supported;
-    };
-    const Case cases[] = {
+    const std::tuple<std::uint8_t, std::uint8_t, std::uint16_t, bool> cases[] = {
         {1, 5, 66, true}, {1, 5, 65, false}, {1, 6, 0, true},     {2, 0, 0, true},
         {0, 9, 9, false}, {0, 0, 0, false},  {1, 4, 4660, false}, {1, 5, 4660, true},
     };
-    for (const auto& c : cases) {
-        driver_->setFirmware(adapter, c.major, c.minor, c.revision);
-        onNewThread([&] {
-            const ZtNic nic(adapter, true);
-            EXPECT_EQ(nic.isCableDiagSupported(), c.supported)
-                << int(c.major) << "." << int(c.minor) << "." << c.revision;
-        });
+    for (const auto& [major, minor, revision, supported] : cases) {
+        driver_->setFirmware(adapter, major, minor, revision);
+        bool found = false;
+        onNewThread([&found] { found = ZtNic(adapter, true).isCableDiagSupported(); });
+        EXPECT_EQ(found, supported) << int(major) << "." << int(minor) << "." << revision;
     }
 }
 
@@ -320,28 +313,23 @@ TEST_F(ZtNicTest, cableTestOnAWorkerWhileTheDriverTakesTheLinkDownAndUp)
 
 TEST_F(ZtNicTest, cableLengthIsCorrectedAt2_5And5Gbps)
 {
-    struct Case {
-        std::uint64_t speed;
-        std::uint32_t raw;
-        int category;
-        std::uint32_t expected;
-    };
-    const Case cases[] = {
+    // link speed, the length the driver measured, the cable's category, the estimate
+    const std::tuple<std::uint64_t, std::uint32_t, int, std::uint32_t> cases[] = {
         {5000000000ULL, 100, Cat5e, 101}, {5000000000ULL, 100, Cat6, 115}, {5000000000ULL, 100, Cat6a, 121},
         {2500000000ULL, 100, Cat5e, 144}, {2500000000ULL, 100, Cat6, 153}, {2500000000ULL, 100, Cat6a, 161},
         {5000000000ULL, 7, Cat5e, 0},     {5000000000ULL, 8, Cat5e, 0},    {2500000000ULL, 15, Cat5e, 0},
         {2500000000ULL, 15, Cat6, 0},     {2500000000ULL, 15, Cat6a, 0},   {1000000000ULL, 100, Cat6, 100},
         {10000000000ULL, 100, 7, 100},    {5000000000ULL, 100, -1, 100},   {5000000000ULL, 0, Cat6, 0},
     };
-    for (const auto& c : cases) {
-        ndis_->setLinkState(adapter, sim::LinkState::at(c.speed));
-        driver_->setCableLength(adapter, c.raw);
-        onNewThread([&] {
+    for (const auto& [speed, raw, category, expected] : cases) {
+        ndis_->setLinkState(adapter, sim::LinkState::at(speed));
+        driver_->setCableLength(adapter, raw);
+        std::pair<std::uint32_t, std::uint32_t> read;
+        onNewThread([&read, category = category] {
             ZtNic nic(adapter, true);
-            EXPECT_EQ(nic.getCableLength(), c.raw);
-            EXPECT_EQ(nic.estimateCableLength(c.category), c.expected)
-                << "speed " << c.speed << ", raw " << c.raw << ", category " << c.category;
+            read = {nic.getCableLength(), nic.estimateCableLength(category)};
         });
+        EXPECT_EQ(read, std::make_pair(raw, expected)) << "speed " << speed << ", category " << category;
     }
 }
 
