@@ -50,36 +50,32 @@ protected:
 
 TEST_F(NdisWmiTest, subscribesToTheEventClassesItHearsOfItsAdapterAndStillQueries)
 {
-    const std::wstring quoted = L"Lab \"uplink\" \\ #3";
-    const std::wstring where = L" WHERE InstanceName=\"ZT 10G Network Adapter #2\"";
-    struct Case {
-        std::wstring instance;
-        NdisEvents events;
-        std::vector<std::wstring> classes;
-        std::wstring where;
-    };
+    const std::wstring ours = L" WHERE InstanceName=\"ZT 10G Network Adapter #2\"";
     const std::vector<std::wstring> all
         = {L"NotifyAdapterArrival", L"NotifyAdapterRemoval", L"StatusMediaConnect", L"StatusMediaDisconnect"};
-    const Case cases[] = {
-        {adapter, NdisEvents::Subscribe, all, where},
-        {quoted, NdisEvents::Subscribe, all, L" WHERE InstanceName=\"Lab \"uplink\" \\ #3\""},
+    // the instance, the events asked for, the classes subscribed to, the queries' condition
+    const std::tuple<std::wstring, NdisEvents, std::vector<std::wstring>, std::wstring> cases[] = {
+        {adapter, NdisEvents::Subscribe, all, ours},
+        {L"Lab \"uplink\" \\ #3", NdisEvents::Subscribe, all,
+         L" WHERE InstanceName=\"Lab \"uplink\" \\ #3\""},
         {L"", NdisEvents::Subscribe, all, L""},
-        {adapter, NdisEvents::Arrivals, {L"NotifyAdapterArrival"}, where},
-        {adapter, NdisEvents::None, {}, where},
+        {adapter, NdisEvents::Arrivals, {L"NotifyAdapterArrival"}, ours},
+        {adapter, NdisEvents::None, {}, ours},
     };
     ndis_->setLinkState(adapter, sim::LinkState::at(2500000000ULL));
-    for (const auto& c : cases) {
+    for (const auto& [instance, events, classes, where] : cases) {
         service_.clearCalls();
-        onNewThread([&] {
-            const NdisWmi monitor(c.instance.c_str(), c.events);
-            EXPECT_EQ(monitor.linkSpeed(), c.instance == adapter ? 2500000000ULL : 0U) << "whatever it hears";
+        std::uint64_t speed = 1;
+        onNewThread([&speed, instance = instance, events = events] {
+            speed = NdisWmi(instance.c_str(), events).linkSpeed();
         });
+        EXPECT_EQ(speed, instance == adapter ? 2500000000ULL : 0U) << "whatever it hears";
         std::vector<std::wstring> expected;
-        for (const auto& eventClass : c.classes) {
-            expected.push_back(L"SELECT * FROM MSNdis_" + eventClass + c.where);
+        for (const auto& eventClass : classes) {
+            expected.push_back(L"SELECT * FROM MSNdis_" + eventClass + where);
         }
         EXPECT_EQ(targetsOf("ExecNotificationQueryAsync"), expected);
-        EXPECT_EQ(callsOf("CancelAsyncCall"), c.classes.empty() ? 0 : 1) << "one cancel ends them all";
+        EXPECT_EQ(callsOf("CancelAsyncCall"), classes.empty() ? 0 : 1) << "one cancel ends them all";
         EXPECT_TRUE(service_.subscriptions().empty());
     }
     EXPECT_TRUE(traced("ExecNotificationQueryAsync(SELECT * FROM MSNdis_StatusMediaConnect WHERE "

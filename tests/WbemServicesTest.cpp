@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <thread>
+#include <tuple>
 
 #include "WmiFixture.h"
 #include "trace/Trace.h"
@@ -62,13 +63,9 @@ TEST_F(WbemServicesTest, eachThreadHasItsOwnConnection)
 
 TEST_F(WbemServicesTest, comAlreadyInitialisedOnTheThread)
 {
-    struct Case {
-        const char* what;
-        DWORD model;
-        Messages lines;
-        int uninitializes;  // the test's own one, and the module's if it owes one
-    };
-    const Case cases[] = {
+    // what, the test's apartment, the lines traced, the uninitialisations: the test's own one, and the
+    // module's if it owes one
+    const std::tuple<const char*, DWORD, Messages, int> cases[] = {
         {"same apartment: S_FALSE, balanced", COINIT_MULTITHREADED, {}, 2},
         {"other apartment: RPC_E_CHANGED_MODE",
          COINIT_APARTMENTTHREADED,
@@ -76,18 +73,19 @@ TEST_F(WbemServicesTest, comAlreadyInitialisedOnTheThread)
           "Don't uninitialize COM since we didn't initialize it"},
          1},
     };
-    for (const auto& c : cases) {
+    for (const auto& [what, model, lines, uninitializes] : cases) {
         host::clearDebugOutput();
         const int before = host::coUninitializeCalls();
-        onNewThread([&] {
-            ASSERT_EQ(CoInitializeEx(nullptr, c.model), S_OK);
-            EXPECT_FALSE(threadWbemServices().getObject(adapterPath).isEmpty())
-                << c.what << ": the connection works in either apartment";
+        bool read = false;
+        onNewThread([&read, model = model] {
+            ASSERT_EQ(CoInitializeEx(nullptr, model), S_OK);
+            read = !threadWbemServices().getObject(adapterPath).isEmpty();
             endThreadWbemServices();
             CoUninitialize();
         });
-        EXPECT_EQ(tracedStartingWith({"/!\\ CoInitializeEx", "Don't uninitialize COM"}), c.lines) << c.what;
-        EXPECT_EQ(host::coUninitializeCalls() - before, c.uninitializes) << c.what;
+        EXPECT_TRUE(read) << what << ": the connection works in either apartment";
+        EXPECT_EQ(tracedStartingWith({"/!\\ CoInitializeEx", "Don't uninitialize COM"}), lines) << what;
+        EXPECT_EQ(host::coUninitializeCalls() - before, uninitializes) << what;
     }
 }
 
