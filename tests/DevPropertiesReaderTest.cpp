@@ -11,7 +11,6 @@
 namespace {
 
 using Strings = std::vector<std::wstring>;
-using Messages = std::vector<std::string>;
 
 class DevPropertiesReaderTest : public ::testing::Test {
 protected:

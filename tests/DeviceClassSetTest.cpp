@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
+#include <tuple>
+
 #include "TraceCapture.h"
 #include "host/HostPlatform.h"
 
@@ -10,30 +13,24 @@ namespace {
 const wchar_t* const listedId = L"PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_0B217E5C&REV_02";
 const GUID displayClass = {0x4d36e968, 0xe325, 0x11ce, {0xbf, 0xc1, 0x08, 0x00, 0x2b, 0xe1, 0x03, 0x18}};
 
-struct DeviceSetting {
-    const GUID& classGuid;
-    std::vector<std::wstring> hardwareIds;
-    const wchar_t* friendlyName;  // null: absent
-    const wchar_t* description;
-    DWORD devInst;
-    DWORD problemCode;
-    bool present;
-    bool hasProblemCode;
-};
+// class, hardware ids, friendly name and description (null: absent), devInst, problem code, present
+using DeviceSetting = std::tuple<const GUID&, std::vector<std::wstring>, const wchar_t*, const wchar_t*,
+                                 DWORD, std::optional<DWORD>, bool>;
 
 void addDevice(const DeviceSetting& setting)
 {
-    host::addDevice(setting.devInst, setting.classGuid, setting.present);
-    const SP_DEVINFO_DATA device = host::makeDevice(setting.devInst);
-    host::setDeviceStringList(device, DEVPKEY_Device_HardwareIds, setting.hardwareIds);
-    if (setting.friendlyName != nullptr) {
-        host::setDeviceString(device, DEVPKEY_Device_FriendlyName, setting.friendlyName);
+    const auto& [classGuid, hardwareIds, friendlyName, description, devInst, problemCode, present] = setting;
+    host::addDevice(devInst, classGuid, present);
+    const SP_DEVINFO_DATA device = host::makeDevice(devInst);
+    host::setDeviceStringList(device, DEVPKEY_Device_HardwareIds, hardwareIds);
+    if (friendlyName != nullptr) {
+        host::setDeviceString(device, DEVPKEY_Device_FriendlyName, friendlyName);
     }
-    if (setting.description != nullptr) {
-        host::setDeviceString(device, DEVPKEY_Device_DeviceDesc, setting.description);
+    if (description != nullptr) {
+        host::setDeviceString(device, DEVPKEY_Device_DeviceDesc, description);
     }
-    if (setting.hasProblemCode) {
-        host::setDeviceUint32(device, DEVPKEY_Device_ProblemCode, setting.problemCode);
+    if (problemCode) {
+        host::setDeviceUint32(device, DEVPKEY_Device_ProblemCode, *problemCode);
     }
 }
 
@@ -41,13 +38,12 @@ TEST(DeviceClassSet, findsThePresentListedNetworkAdaptersInTheDeviceManagersOrde
 {
     const TraceAll capture;
     const DeviceSetting devices[] = {
-        // class, hardware ids, friendly name, description, devInst, problem code, present, has a code
-        {GUID_DEVCLASS_NET, {L"PCI\\VEN_1234&DEV_0001", listedId}, L"Uplink", L"ZT", 7, 0, true, true},
-        {GUID_DEVCLASS_NET, {L"PCI\\VEN_5B2D&DEV_0A41"}, L"Onboard", nullptr, 2, 0, true, true},
-        {GUID_DEVCLASS_NET, {listedId}, L"Unplugged ZT", nullptr, 3, 0, false, true},
-        {displayClass, {listedId}, L"Not a network device", nullptr, 4, 0, true, true},
-        {GUID_DEVCLASS_NET, {listedId}, nullptr, L"ZT 10G Adapter", 5, 22, true, true},
-        {GUID_DEVCLASS_NET, {listedId}, L"No code", nullptr, 1, 0, true, false},
+        {GUID_DEVCLASS_NET, {L"PCI\\VEN_1234&DEV_0001", listedId}, L"Uplink", L"ZT", 7, 0, true},
+        {GUID_DEVCLASS_NET, {L"PCI\\VEN_5B2D&DEV_0A41"}, L"Onboard", nullptr, 2, 0, true},
+        {GUID_DEVCLASS_NET, {listedId}, L"Unplugged ZT", nullptr, 3, 0, false},
+        {displayClass, {listedId}, L"Not a network device", nullptr, 4, 0, true},
+        {GUID_DEVCLASS_NET, {listedId}, nullptr, L"ZT 10G Adapter", 5, 22, true},
+        {GUID_DEVCLASS_NET, {listedId}, L"No code", nullptr, 1, std::nullopt, true},
     };
     for (const DeviceSetting& device : devices) {
         addDevice(device);
@@ -92,7 +88,7 @@ TEST(DeviceClassSet, aSetThatCantBeMadeIsAFailureWithItsCode)
     EXPECT_FALSE(findZtAdapters(found, error));
     EXPECT_EQ(error, ERROR_NOT_ENOUGH_MEMORY);
     EXPECT_TRUE(found.empty());
-    EXPECT_EQ(tracedMessages(), std::vector<std::string>{"[!] SetupDiGetClassDevs() failed, code 8"});
+    EXPECT_EQ(tracedMessages(), Messages{"[!] SetupDiGetClassDevs() failed, code 8"});
 
     host::failGetClassDevs(0);
     EXPECT_TRUE(findZtAdapters(found, error)) << "no network device at all is no failure";

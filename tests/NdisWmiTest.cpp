@@ -16,7 +16,6 @@
 namespace {
 
 using namespace std::chrono_literals;
-using Messages = std::vector<std::string>;
 
 const wchar_t* const adapter = L"ZT 10G Network Adapter #2";
 

@@ -22,7 +22,7 @@ using namespace std::chrono_literals;
 TEST(ServiceThread, anExceptionOutOfTheWorkEndsAtTheThreadsBoundaryWithALevel0Line)
 {
     // what, the work, whether it succeeded, the lines traced
-    const std::tuple<const char*, void (*)(), bool, std::vector<std::string>> cases[] = {
+    const std::tuple<const char*, void (*)(), bool, Messages> cases[] = {
         {"no exception", [] { std::this_thread::sleep_for(20ms); }, true, {}},
         {"out of memory",
          [] { throw std::bad_alloc(); },

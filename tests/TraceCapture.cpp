@@ -24,9 +24,9 @@ std::vector<TraceLine> tracedLines()
     return lines;
 }
 
-std::vector<std::string> tracedMessages()
+Messages tracedMessages()
 {
-    std::vector<std::string> messages;
+    Messages messages;
     for (const auto& line : tracedLines()) {
         messages.push_back(line.message);
     }
@@ -35,13 +35,13 @@ std::vector<std::string> tracedMessages()
 
 bool traced(const std::string& message)
 {
-    const std::vector<std::string> messages = tracedMessages();
+    const Messages messages = tracedMessages();
     return std::find(messages.begin(), messages.end(), message) != messages.end();
 }
 
-std::vector<std::string> tracedStartingWith(std::initializer_list<const char*> prefixes)
+Messages tracedStartingWith(std::initializer_list<const char*> prefixes)
 {
-    std::vector<std::string> messages;
+    Messages messages;
     for (auto& message : tracedMessages()) {
         if (std::any_of(prefixes.begin(), prefixes.end(),
                         [&](const char* p) { return message.rfind(p, 0) == 0; })) {

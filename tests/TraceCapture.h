@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+using Messages = std::vector<std::string>;
+
 struct TraceLine {
     std::string message;  // the text before " @"
     std::string function;  // the name between "@" and "+"
@@ -14,11 +16,11 @@ struct TraceLine {
 // Parses everything handed to OutputDebugStringA since the last host::reset().
 std::vector<TraceLine> tracedLines();
 // Just the messages, in order.
-std::vector<std::string> tracedMessages();
+Messages tracedMessages();
 // Whether one of them is exactly `message`.
 bool traced(const std::string& message);
 // The messages that start with one of `prefixes`, in order.
-std::vector<std::string> tracedStartingWith(std::initializer_list<const char*> prefixes);
+Messages tracedStartingWith(std::initializer_list<const char*> prefixes);
 
 // Writes every level for the test's life, and starts from a clean platform.
 class TraceAll {

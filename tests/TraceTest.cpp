@@ -45,15 +45,15 @@ TEST(Trace, suffixNamesTheEnclosingFunction)
         Traced traced;
         traced.withLambda();
     }
-    std::vector<std::string> seen;
+    Messages seen;
     for (const auto& l : tracedLines()) {
         seen.push_back(l.message + " @" + l.function);
     }
     const std::string test = "Trace_suffixNamesTheEnclosingFunction_Test::TestBody";
-    EXPECT_EQ(seen,
-              (std::vector<std::string>{"[!] here @" + test, "[!] from a free function @freeFunction",
-                                        "Traced() @Traced::Traced", "lambda 2 @Traced::withLambda",
-                                        "~Traced() @Traced::~Traced"}));
+    EXPECT_EQ(
+        seen,
+        (Messages{"[!] here @" + test, "[!] from a free function @freeFunction", "Traced() @Traced::Traced",
+                  "lambda 2 @Traced::withLambda", "~Traced() @Traced::~Traced"}));
     EXPECT_EQ(host::debugOutput()[0], "[!] here @" + test + "+" + std::to_string(line) + "\n");
 }
 
@@ -113,7 +113,7 @@ TEST(Trace, argumentsAreFormattedAndWideTextBecomesNarrow)
     traceMessage(0, "%d %u %llu %s %#x %S %g\n", -3, 4U, 18446744073709551615ULL, "narrow", 0x80041002U,
                  wide.c_str(), 1.5);
     EXPECT_EQ(host::debugOutput(),
-              std::vector<std::string>{"-3 4 18446744073709551615 narrow 0x80041002 PCI\\VEN_7E5C 1.5\n"});
+              Messages{"-3 4 18446744073709551615 narrow 0x80041002 PCI\\VEN_7E5C 1.5\n"});
 }
 
 TEST(Trace, aLineIsCutTo510CharactersAndKeepsItsLineFeed)
@@ -137,10 +137,10 @@ TEST(Trace, wideArgumentWithoutNarrowFormLeavesTheFormat)
     TraceAll capture;
     const std::wstring name = L"\x0421\x0435\x0442\x044C #2";
     traceMessage(0, "[!] adapter '%S' failed\n", name.c_str());
-    EXPECT_EQ(host::debugOutput(), std::vector<std::string>{"[!] adapter '%S' failed\n"});
+    EXPECT_EQ(host::debugOutput(), Messages{"[!] adapter '%S' failed\n"});
 
     host::clearDebugOutput();
     const std::string longFormat = std::string(600, 'f') + "%S\n";
     traceMessage(0, longFormat.c_str(), name.c_str());
-    EXPECT_EQ(host::debugOutput(), std::vector<std::string>{std::string(510, 'f') + "\n"});
+    EXPECT_EQ(host::debugOutput(), Messages{std::string(510, 'f') + "\n"});
 }

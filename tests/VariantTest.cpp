@@ -106,8 +106,7 @@ TEST(Variant, clearRefusesTheTwoByReferenceInterfaceTagsOnly)
         EXPECT_EQ(value.clear(), S_OK);
         EXPECT_EQ(value.vartype(), refused ? tag : VT_EMPTY);
         EXPECT_EQ(tracedMessages(),
-                  refused ? std::vector<std::string>{"/!\\ variant doesn't cleared because of type"}
-                          : std::vector<std::string>{});
+                  refused ? Messages{"/!\\ variant doesn't cleared because of type"} : Messages{});
         EXPECT_EQ(target.refs(), 1U);
     }
 }

@@ -6,8 +6,6 @@
 
 namespace {
 
-using Messages = std::vector<std::string>;
-
 const wchar_t* const adapterPath = L"Test_Adapter.InstanceName=\"eth 0 #1\"";
 
 class WbemClassObjectTest : public WmiFixture { };
@@ -139,11 +137,11 @@ TEST_F(WbemClassObjectTest, moveLeavesTheSourceEmptyAndReleasesOnce)
         WbemClassObject source = threadWbemServices().getObject(adapterPath);
         WbemClassObject target(std::move(source));
         // The moved-from state is what is tested here.
-        // NOLINTNEXTLINE(bugprone-use-after-move,clang-analyzer-cplusplus.Move)
+        // NOLINTBEGIN(bugprone-use-after-move,clang-analyzer-cplusplus.Move)
         EXPECT_TRUE(source.isEmpty());
-        // NOLINTNEXTLINE(bugprone-use-after-move,clang-analyzer-cplusplus.Move)
         EXPECT_EQ(source[L"Speed"].vartype(), VT_EMPTY);
-        EXPECT_TRUE(source.getMethod(L"Reset").isEmpty());  // NOLINT(bugprone-use-after-move)
+        EXPECT_TRUE(source.getMethod(L"Reset").isEmpty());
+        // NOLINTEND(bugprone-use-after-move,clang-analyzer-cplusplus.Move)
         EXPECT_EQ(variantToString(target[L"Speed"]), L"200");
         WbemClassObject other = threadWbemServices().getObject(L"Test_Adapter");
         const long before = service_.references().liveObjects;

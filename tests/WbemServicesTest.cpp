@@ -11,8 +11,6 @@
 
 namespace {
 
-using Messages = std::vector<std::string>;
-
 const wchar_t* const adapterPath = L"Test_Adapter.InstanceName=\"eth 0 #1\"";
 const HRESULT accessDenied = static_cast<HRESULT>(0x80070005);
 

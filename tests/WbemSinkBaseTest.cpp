@@ -27,7 +27,7 @@ TEST(WbemSinkBase, answersForTheSinkAndIUnknownOnlyAndEndsAtTheLastRelease)
     EXPECT_EQ(sink->Indicate(0, nullptr), WBEM_S_NO_ERROR);
     EXPECT_TRUE(tracedMessages().empty());
     EXPECT_EQ(sink->Release(), 0U);  // ASan reports it if the object isn't freed here
-    EXPECT_EQ(tracedMessages(), std::vector<std::string>{"Delete WbemSinkBase now, ref count == 0"});
+    EXPECT_EQ(tracedMessages(), Messages{"Delete WbemSinkBase now, ref count == 0"});
 }
 
 }  // namespace

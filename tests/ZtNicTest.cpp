@@ -14,7 +14,6 @@
 
 namespace {
 
-using Messages = std::vector<std::string>;
 using sim::ZtDriver;
 using sim::ZtField;
 
