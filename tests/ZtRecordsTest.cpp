@@ -75,13 +75,11 @@ TEST(CallbackRegistry, keysAreOwnedByTheirFirstSubscriber)
     EXPECT_FALSE(registry.add(L"a", [&](int v) { calls.push_back("second" + std::to_string(v)); }));
     EXPECT_TRUE(registry.add(L"b", [&](int v) { calls.push_back("b" + std::to_string(v)); }));
     registry.notify(1);
-    std::sort(calls.begin(), calls.end());
-    EXPECT_EQ(calls, (std::vector<std::string>{"a1", "b1"}));
+    std::sort(calls.begin(), calls.end());  // the order among subscribers is not promised
     EXPECT_TRUE(registry.remove(L"a"));
     EXPECT_FALSE(registry.remove(L"a"));
-    calls.clear();
     registry.notify(2);
-    EXPECT_EQ(calls, std::vector<std::string>{"b2"});
+    EXPECT_EQ(calls, (std::vector<std::string>{"a1", "b1", "b2"}));
 }
 
 TEST(CallbackRegistry, removedSubscriberIsNeverCalledAgain)
