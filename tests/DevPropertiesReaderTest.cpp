@@ -79,7 +79,7 @@ TEST_F(DevPropertiesReaderTest, propertyThatChangesBetweenTheTwoCalls)
 {
     const Messages grew{"[!] SetupDiGetDeviceProperty(2) failed, code "
                         + std::to_string(ERROR_INSUFFICIENT_BUFFER)};
-    const auto atTheSizeQuery = [](std::function<void()> change) {
+    const auto atTheSizeQuery = [](const std::function<void()>& change) {
         host::onDevicePropertyRead([change](const DEVPROPKEY&, int call) {
             if (call == 1) {
                 change();

@@ -71,7 +71,8 @@ TEST_F(NdisWmiTest, subscribesToTheEventClassesItHearsOfItsAdapterAndStillQuerie
         EXPECT_EQ(speed, instance == adapter ? 2500000000ULL : 0U) << "whatever it hears";
         std::vector<std::wstring> expected;
         for (const auto& eventClass : classes) {
-            expected.push_back(L"SELECT * FROM MSNdis_" + eventClass + where);
+            expected.push_back(L"SELECT * FROM MSNdis_" + eventClass);
+            expected.back() += where;
         }
         EXPECT_EQ(targetsOf("ExecNotificationQueryAsync"), expected);
         EXPECT_EQ(callsOf("CancelAsyncCall"), classes.empty() ? 0 : 1) << "one cancel ends them all";
