@@ -61,8 +61,7 @@ TEST_F(WbemServicesTest, eachThreadHasItsOwnConnection)
 
 TEST_F(WbemServicesTest, comAlreadyInitialisedOnTheThread)
 {
-    // what, the test's apartment, the lines traced, the uninitialisations: the test's own one, and the
-    // module's if it owes one
+    // what, the apartment, lines traced, uninitialisations: the test's own, and the module's if it owes one
     const std::tuple<const char*, DWORD, Messages, int> cases[] = {
         {"same apartment: S_FALSE, balanced", COINIT_MULTITHREADED, {}, 2},
         {"other apartment: RPC_E_CHANGED_MODE",
