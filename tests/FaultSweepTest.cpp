@@ -7,12 +7,11 @@
 
 #if defined(__SANITIZE_ADDRESS__)
 #include <sanitizer/lsan_interface.h>
-#define ZTPROP_LEAK_CHECK 1
-#else
-#define ZTPROP_LEAK_CHECK 0
 #endif
 
-#include <cwctype>
+#include <algorithm>
+#include <cstdio>
+#include <cwchar>
 #include <deque>
 #include <functional>
 #include <iostream>
@@ -39,16 +38,7 @@ using sim::ZtField;
 
 const wchar_t* const adapter = L"ZT 5G Network Adapter";
 const wchar_t* const listedId = L"PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_E4363C91&REV_02";
-constexpr std::uint64_t speed5G = 5000000000ULL;
-constexpr std::uint64_t speed2500M = 2500000000ULL;
 constexpr std::size_t parallelReplays = 12;
-
-bool equalsNoCase(const std::wstring& a, const std::wstring& b)
-{
-    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](wchar_t x, wchar_t y) {
-               return std::towlower(x) == std::towlower(y);
-           });
-}
 
 // What a replay does to the service before the page opens.
 using Script = std::function<void(sim::WmiService&, ZtDriver&)>;
@@ -60,9 +50,7 @@ struct Replay {
 
 struct Outcome {
     std::vector<sim::CallRecord> calls;
-    std::vector<std::string> problems;
-    sim::ReferenceCounts references;
-    std::vector<std::string> liveObjects;
+    std::string problems;  // a line each
 };
 
 // Opens the page through the co-installer on a fresh service and drives the
@@ -74,78 +62,79 @@ Outcome runSession(const Script& script)
     {
         sim::ZtValues values;
         values.cableLength = 50;
-        sim::SimAdapter sim({adapter, true, true, speed5G, true, values});
-        sim::WmiService& service = sim.service();
-        sim::NdisProvider& ndis = sim.ndis();
-        ZtDriver& driver = sim.driver();
+        sim::SimAdapter sim({adapter, true, true, 5000000000ULL, true, values});
         SP_DEVINFO_DATA device = host::makeDevice(21);
         host::setDeviceStringList(device, DEVPKEY_Device_HardwareIds, {listedId});
         host::setDeviceString(device, DEVPKEY_Device_FriendlyName, adapter);
         host::setDeviceUint32(device, DEVPKEY_Device_ProblemCode, 0);
-        script(service, driver);
+        script(sim.service(), sim.driver());
 
         onNewThread([&] {
-            {
-                PageSheet sheet(host::deviceInfoSet(), device);
-                if (sheet.page() == nullptr) {
-                    outcome.problems.emplace_back("no page");
-                    return;
-                }
-                const auto check = [&](const char* step) {
-                    const std::string wrong
-                        = modeViolation(sheet.screen(), temperatureTimerRunning(sheet.page()));
-                    if (!wrong.empty()) {
-                        outcome.problems.push_back(std::string(step) + ": " + wrong);
-                    }
-                };
-                check("open");
-                sheet.tick();
-                sheet.tick();
-                check("ticks");
-                sheet.click(IDC_RUN_DIAG);
-                const bool ended = sheet.pumpUntil(
-                    [&] {
-                        const PageScreen s = sheet.screen();
-                        return s.lines.empty()
-                            || s.lines.front().image != DiagResultsList::ImageInfo;  // not started
-                    },
-                    10s);
-                if (!ended) {
-                    outcome.problems.emplace_back("the run never ended");
-                }
-                check("run");
-                ndis.disconnect(adapter).wait();
-                sheet.pump();
-                check("disconnect");
-                ndis.setLinkState(adapter, sim::LinkState::at(speed2500M, false));
-                ndis.connect(adapter).wait();
-                sheet.pump();
-                check("connect");
-                sheet.chooseCategory(1);
-                check("category");
-                driver.removeAdapter(adapter);
-                ndis.remove(adapter).wait();
-                sheet.pump();
-                check("removal");
-                driver.addAdapter(adapter);
-                driver.setCableLength(adapter, 50);
-                ndis.arrive(adapter, sim::LinkState::at(speed5G)).wait();
-                sheet.pump();
-                check("arrival");
-                sheet.close();
+            PageSheet sheet(host::deviceInfoSet(), device);
+            if (sheet.page() == nullptr) {
+                outcome.problems += "no page\n";
+                return;
             }
+            const auto check = [&](const char* step) {
+                const std::string wrong
+                    = modeViolation(sheet.screen(), temperatureTimerRunning(sheet.page()));
+                if (!wrong.empty()) {
+                    outcome.problems += std::string(step) + ": " + wrong + "\n";
+                }
+            };
+            check("open");
+            sheet.tick();
+            sheet.tick();
+            check("ticks");
+            sheet.click(IDC_RUN_DIAG);
+            const bool ended = sheet.pumpUntil(
+                [&] {
+                    const PageScreen s = sheet.screen();
+                    return s.lines.empty()
+                        || s.lines.front().image != DiagResultsList::ImageInfo;  // not started
+                },
+                10s);
+            if (!ended) {
+                outcome.problems += "the run never ended\n";
+            }
+            check("run");
+            sim.ndis().disconnect(adapter).wait();
+            sheet.pump();
+            check("disconnect");
+            sim.ndis().setLinkState(adapter, sim::LinkState::at(2500000000ULL, false));
+            sim.ndis().connect(adapter).wait();
+            sheet.pump();
+            check("connect");
+            sheet.chooseCategory(1);
+            check("category");
+            sim.driver().removeAdapter(adapter);
+            sim.ndis().remove(adapter).wait();
+            sheet.pump();
+            check("removal");
+            sim.driver().addAdapter(adapter);
+            sim.driver().setCableLength(adapter, 50);
+            sim.ndis().arrive(adapter, sim::LinkState::at(5000000000ULL)).wait();
+            sheet.pump();
+            check("arrival");
+            sheet.close();
         });
-        if (!service.drain(10s)) {
-            outcome.problems.emplace_back("deliveries never drained");
+        if (!sim.service().drain(10s)) {
+            outcome.problems += "deliveries never drained\n";
         }
-        driver.shutdown();
+        sim.driver().shutdown();
         moduleRecord.deviceReader.reset();
-        outcome.calls = service.calls();
-        outcome.references = service.references();
-        outcome.liveObjects = service.liveObjects();
+        outcome.calls = sim.service().calls();
+        const sim::ReferenceCounts references = sim.service().references();
+        if (references.liveObjects != 0 || references.references != 0) {
+            outcome.problems += "still referenced: " + std::to_string(references.liveObjects) + " objects, "
+                + std::to_string(references.references) + " references\n";
+            for (const std::string& line : sim.service().liveObjects()) {
+                outcome.problems += "  " + line + "\n";
+            }
+        }
     }
     if (host::livePropertySheetPages() != 0) {
-        outcome.problems.emplace_back("a sheet page was not released");
+        outcome.problems += "a sheet page was not released\n";
     }
     return outcome;
 }
@@ -155,17 +144,17 @@ Outcome runSession(const Script& script)
 std::vector<Replay> failingCalls(const std::vector<sim::CallRecord>& calls)
 {
     std::vector<Replay> replays;
-    for (std::size_t i = 0; i < calls.size(); ++i) {
-        const sim::CallRecord& site = calls[i];
+    for (auto at = calls.begin(); at != calls.end(); ++at) {
+        const sim::CallRecord& site = *at;
         if (site.call == "SetStatus") {
             continue;  // the service's own call to the sink, not one it answers
         }
-        int n = 0;
-        for (std::size_t j = 0; j <= i; ++j) {
-            const sim::CallRecord& c = calls[j];
-            n += c.call == site.call
-                && (equalsNoCase(site.target, c.className) || equalsNoCase(site.target, c.target));
-        }
+        const auto sameSite = [&site](const sim::CallRecord& c) {
+            return c.call == site.call
+                && (wcscasecmp(site.target.c_str(), c.className.c_str()) == 0
+                    || wcscasecmp(site.target.c_str(), c.target.c_str()) == 0);
+        };
+        const int n = static_cast<int>(std::count_if(calls.begin(), at + 1, sameSite));
         const sim::Fault fault = sim::Fault::on(site.call, WBEM_E_FAILED).forTarget(site.target).onlyCall(n);
         replays.push_back({site.call + " " + narrow(site.target) + " #" + std::to_string(n),
                            [fault](sim::WmiService& service, ZtDriver&) { service.injectFault(fault); }});
@@ -176,20 +165,10 @@ std::vector<Replay> failingCalls(const std::vector<sim::CallRecord>& calls)
 // Each value the driver hands out, left out and in shapes it never has.
 std::vector<Replay> malformedValues()
 {
-    const std::pair<const char*, ZtField> fields[] = {
-        {"cableDiagReturnValue", ZtField::cableDiagReturnValue},
-        {"diagRes", ZtField::diagRes},
-        {"pairs", ZtField::pairs},
-        {"cableLengthReturnValue", ZtField::cableLengthReturnValue},
-        {"cableLength", ZtField::cableLength},
-        {"major", ZtField::major},
-        {"minor", ZtField::minor},
-        {"revision", ZtField::revision},
-        {"thermalInfo", ZtField::thermalInfo},
-        {"thermalFlags", ZtField::thermalFlags},
-        {"phyTemperature", ZtField::phyTemperature},
-        {"macTemperature", ZtField::macTemperature},
-    };
+    const char* const fields[]
+        = {"cableDiagReturnValue", "diagRes",      "pairs",          "cableLengthReturnValue",
+           "cableLength",          "major",        "minor",          "revision",
+           "thermalInfo",          "thermalFlags", "phyTemperature", "macTemperature"};  // ZtField's order
     const std::pair<const char*, std::optional<sim::Value>> shapes[] = {
         {" left out", std::nullopt},
         {" a string", sim::Value::string(L"12x")},
@@ -198,17 +177,17 @@ std::vector<Replay> malformedValues()
         {" 2-byte words", sim::Value::array(VT_I2, {0, 0x0107, 0xFFFF, 0, 0})},
     };
     std::vector<Replay> replays;
-    for (const auto& [name, f] : fields) {
+    for (std::size_t f = 0; f < std::size(fields); ++f) {
         for (const auto& [shape, v] : shapes) {
-            const ZtField field = f;
-            const std::optional<sim::Value> value = v;
-            replays.push_back({name + std::string(shape), [field, value](sim::WmiService&, ZtDriver& driver) {
-                                   if (value) {
-                                       driver.setField(adapter, field, *value);
-                                   } else {
-                                       driver.removeField(adapter, field);
-                                   }
-                               }});
+            const auto field = static_cast<ZtField>(f);
+            replays.push_back(
+                {fields[f] + std::string(shape), [field, value = v](sim::WmiService&, ZtDriver& driver) {
+                     if (value) {
+                         driver.setField(adapter, field, *value);
+                     } else {
+                         driver.removeField(adapter, field);
+                     }
+                 }});
         }
     }
     return replays;
@@ -225,27 +204,6 @@ struct Child {
     std::size_t replay = 0;
 };
 
-std::string reportOf(const Outcome& outcome)
-{
-    std::string report;
-    for (const std::string& problem : outcome.problems) {
-        report += problem + "\n";
-    }
-    if (outcome.references.liveObjects != 0 || outcome.references.references != 0) {
-        report += "still referenced: " + std::to_string(outcome.references.liveObjects) + " objects, "
-            + std::to_string(outcome.references.references) + " references\n";
-        for (const std::string& line : outcome.liveObjects) {
-            report += "  " + line + "\n";
-        }
-    }
-#if ZTPROP_LEAK_CHECK
-    if (__lsan_do_recoverable_leak_check() != 0) {
-        report += "leaks (see the report above)\n";
-    }
-#endif
-    return report;
-}
-
 Child startChild(const Replay& replay, std::size_t index)
 {
     int pipeEnds[2] = {-1, -1};
@@ -256,15 +214,11 @@ Child startChild(const Replay& replay, std::size_t index)
     const pid_t pid = fork();
     if (pid == 0) {
         close(pipeEnds[0]);
-        const std::string report = reportOf(runSession(replay.script));
-        std::size_t written = 0;
-        while (written < report.size()) {
-            const ssize_t n = write(pipeEnds[1], report.data() + written, report.size() - written);
-            if (n <= 0) {
-                break;
-            }
-            written += static_cast<std::size_t>(n);
-        }
+        std::string report = runSession(replay.script).problems;
+#if defined(__SANITIZE_ADDRESS__)
+        report += __lsan_do_recoverable_leak_check() != 0 ? "leaks (see the report above)\n" : "";
+#endif
+        dprintf(pipeEnds[1], "%s", report.c_str());
         _exit(0);  // no test framework or static clean-up in the child
     }
     close(pipeEnds[1]);
@@ -299,13 +253,12 @@ TEST(FaultSweepTest, everyReplayEndsInAModeWithEveryReferenceBack)
 #endif
     const auto started = std::chrono::steady_clock::now();
     const Outcome clean = runSession([](sim::WmiService&, ZtDriver&) {});
-    ASSERT_EQ(clean.problems, std::vector<std::string>{});
+    ASSERT_EQ(clean.problems, "");
     ASSERT_FALSE(clean.calls.empty());
     std::vector<Replay> replays = failingCalls(clean.calls);
     const std::size_t sites = replays.size();
-    for (Replay& replay : malformedValues()) {
-        replays.push_back(std::move(replay));
-    }
+    const std::vector<Replay> malformed = malformedValues();
+    replays.insert(replays.end(), malformed.begin(), malformed.end());
 
     std::deque<Child> running;
     int failed = 0;
