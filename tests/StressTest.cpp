@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <iostream>
 #include <mutex>
 #include <random>
@@ -23,7 +22,6 @@
 #include "sim/Ndis.h"
 #include "sim/ZtDriver.h"
 #include "tools/page_reader/PageSheet.h"
-#include "wmi/WbemServices.h"
 
 namespace {
 
@@ -44,7 +42,6 @@ constexpr int stepsPerSession = 25;
 // 500 ms or more on a delivery thread (2.5 s if the driver stays away): few per round.
 constexpr int adapterCyclesPerThread = 1;
 
-// 40 m of cable, a cable test of 10 ms.
 sim::ZtValues driverValues()
 {
     sim::ZtValues values;
@@ -95,7 +92,13 @@ protected:
         moduleRecord.deviceReader.reset();
     }
 
-    void addDriverAdapter_() { driver_->addAdapter(adapter, driverValues()); }
+    void driverBack_()
+    {
+        if (!driverPresent_) {
+            driver_->addAdapter(adapter, driverValues());
+            driverPresent_ = true;
+        }
+    }
     void finding_(std::string text)
     {
         const std::lock_guard<std::mutex> guard(findingsLock_);
@@ -124,21 +127,16 @@ protected:
                     ndisPresent_ = false;
                 } else {
                     ++cycles;
-                    if (!driverPresent_) {
-                        addDriverAdapter_();
-                        driverPresent_ = true;
-                    }
+                    driverBack_();
                     (void)ndis_->arrive(adapter,
                                         sim::LinkState::at(speeds[random() % std::size(speeds)], true));
                     ndisPresent_ = true;
                 }
+            } else if (choice == 18 && driverPresent_) {
+                driver_->removeAdapter(adapter);  // ends a run under way at once
+                driverPresent_ = false;
             } else if (choice == 18) {
-                if (driverPresent_) {
-                    driver_->removeAdapter(adapter);  // ends a run under way at once
-                } else {
-                    addDriverAdapter_();
-                }
-                driverPresent_ = !driverPresent_;
+                driverBack_();
             } else if (choice == 19 && driverPresent_) {
                 // Runs under way wait a little longer, so pages close during them.
                 driver_->holdCableTest(adapter);
@@ -153,10 +151,7 @@ protected:
     void restore_()
     {
         const std::lock_guard<std::mutex> guard(scriptLock_);
-        if (!driverPresent_) {
-            addDriverAdapter_();
-            driverPresent_ = true;
-        }
+        driverBack_();
         if (!ndisPresent_) {
             ndis_->arrive(adapter, sim::LinkState::at(5000000000ULL, true)).wait();
             ndisPresent_ = true;
@@ -187,20 +182,16 @@ protected:
                 }
                 checkModes_(sheet, "open");
                 for (int step = 0; step < stepsPerSession; ++step) {
-                    switch (random() % 4) {
-                    case 0:
+                    const auto action = random() % 4;
+                    if (action == 0) {
                         sheet.tick();
-                        break;
-                    case 1:
+                    } else if (action == 1) {
                         sheet.click(IDC_RUN_DIAG);  // a click on the disabled button does nothing
-                        break;
-                    case 2:
+                    } else if (action == 2) {
                         sheet.chooseCategory(static_cast<int>(random() % 3));
-                        break;
-                    default:
+                    } else {
                         std::this_thread::sleep_for(1ms);
                         sheet.pump();
-                        break;
                     }
                     checkModes_(sheet, "step");
                 }
@@ -225,17 +216,11 @@ protected:
     }
 };
 
-int countOf(const std::vector<std::string>& messages, const std::string& line)
-{
-    return static_cast<int>(std::count(messages.begin(), messages.end(), line));
-}
-
 TEST_F(StressTest, eventsPagesRunsAndTicksTogether)
 {
     const auto started = std::chrono::steady_clock::now();
     for (int round = 0; round < rounds; ++round) {
         std::vector<std::thread> threads;
-        threads.reserve(eventThreads + dialogThreads);
         for (int i = 0; i < eventThreads; ++i) {
             threads.emplace_back([this, round, i] { fireEvents_(static_cast<unsigned>(round * 100 + i)); });
         }
@@ -251,26 +236,27 @@ TEST_F(StressTest, eventsPagesRunsAndTicksTogether)
     const auto seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
 
     const std::vector<std::string> messages = tracedMessages();
-    const int workers = workers_;
+    const auto countOf = [&messages](const std::string& line) {
+        return static_cast<int>(std::count(messages.begin(), messages.end(), line));
+    };
     std::cout << "stress: " << rounds << " rounds, " << rounds * dialogThreads * sessionsPerDialog
-              << " pages, " << workers << " cable runs, " << rounds * eventThreads * eventsPerThread
+              << " pages, " << workers_ << " cable runs, " << rounds * eventThreads * eventsPerThread
               << " scripted events in " << seconds << " s; "
-              << countOf(messages, "~ZethoriaDiagPage(): waiting diagnostics thread to complete")
-              << " pages closed during a run, " << countOf(messages, "ZtNic: adapter arrived")
-              << " arrivals, " << countOf(messages, "ZtNic: adapter removed") << " removals seen\n";
+              << countOf("~ZethoriaDiagPage(): waiting diagnostics thread to complete")
+              << " pages closed during a run, " << countOf("ZtNic: adapter arrived") << " arrivals, "
+              << countOf("ZtNic: adapter removed") << " removals seen\n";
     RecordProperty("rounds", rounds);
-    RecordProperty("cableRuns", workers);
+    RecordProperty("cableRuns", workers_);
 
     const std::lock_guard<std::mutex> guard(findingsLock_);
     EXPECT_EQ(findings_, std::vector<std::string>{});
     EXPECT_EQ(postsAfterRelease_, 0) << "a subscriber or worker posted to a page that was gone";
-    EXPECT_GT(workers, 0);
-    EXPECT_EQ(countOf(messages, "Cable diag thread: enter"), workers);
-    EXPECT_EQ(countOf(messages, "Cable diag thread: exit"), workers) << "every worker ended";
-    EXPECT_LE(completionsToDeadPages_,
-              countOf(messages, "~ZethoriaDiagPage(): waiting diagnostics thread to complete"))
+    EXPECT_GT(workers_, 0);
+    EXPECT_EQ(countOf("Cable diag thread: enter"), workers_);
+    EXPECT_EQ(countOf("Cable diag thread: exit"), workers_) << "every worker ended";
+    EXPECT_LE(completionsToDeadPages_, countOf("~ZethoriaDiagPage(): waiting diagnostics thread to complete"))
         << "a completion that found no page was joined by the page's destructor";
-    EXPECT_EQ(countOf(messages, "/!\\ Cable diagnostics completion without a worker"), 0);
+    EXPECT_EQ(countOf("/!\\ Cable diagnostics completion without a worker"), 0);
     EXPECT_EQ(host::livePropertySheetPages(), 0);
     EXPECT_TRUE(service_.subscriptions().empty()) << "every page's subscriptions are cancelled";
 }
