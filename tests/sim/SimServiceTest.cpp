@@ -93,20 +93,17 @@ protected:
         EXPECT_EQ(CoCreateInstance(CLSID_WbemLocator, nullptr, CLSCTX_INPROC_SERVER, IID_IWbemLocator,
                                    reinterpret_cast<void**>(locator.put())),
                   S_OK);
-        const bstr name(ns);
-        return locator->ConnectServer(name.get(), nullptr, nullptr, nullptr, 0, nullptr, nullptr,
+        return locator->ConnectServer(bstr(ns).get(), nullptr, nullptr, nullptr, 0, nullptr, nullptr,
                                       services.put());
     }
     HRESULT getObject(const std::wstring& path, com_ptr<IWbemClassObject>& object)
     {
-        const bstr text(path.c_str());
-        return services_->GetObject(text.get(), 0, nullptr, object.put(), nullptr);
+        return services_->GetObject(bstr(path.c_str()).get(), 0, nullptr, object.put(), nullptr);
     }
     HRESULT subscribe(const std::wstring& query, const wchar_t* language = L"WQL")
     {
-        const bstr lang(language);
-        const bstr text(query.c_str());
-        return services_->ExecNotificationQueryAsync(lang.get(), text.get(), 0, nullptr, &sink_);
+        return services_->ExecNotificationQueryAsync(bstr(language).get(), bstr(query.c_str()).get(), 0,
+                                                     nullptr, &sink_);
     }
 
     com_ptr<IWbemServices> services_;
@@ -127,12 +124,11 @@ TEST_F(SimServiceTest, everyReadIsACopyTheClientOwns)
     EXPECT_EQ(variantToString(second), L"ZT 10G");
 
     // A value put is copied in; the caller's stays the caller's.
-    variant given;
-    VARIANT* raw = given.put();
-    raw->vt = VT_BSTR;
-    raw->bstrVal = SysAllocString(L"put");
-    ASSERT_EQ(object->Put(L"Name", 0, const_cast<VARIANT*>(&given.get()), 0), S_OK);
-    given.clear();
+    VARIANT given{};
+    given.vt = VT_BSTR;
+    given.bstrVal = SysAllocString(L"put");
+    ASSERT_EQ(object->Put(L"Name", 0, &given, 0), S_OK);
+    VariantClear(&given);
     ASSERT_EQ(object->Get(L"Name", 0, first.put(), nullptr, nullptr), S_OK);
     EXPECT_EQ(variantToString(first), L"put");
 
@@ -176,10 +172,9 @@ TEST_F(SimServiceTest, eachFailureAnswersItsCodeAndHandsOutNothing)
         return hr;
     };
     const auto exec = [&](const wchar_t* path, const wchar_t* method) {
-        const bstr p(path);
-        const bstr m(method);
         com_ptr<IWbemClassObject> out;
-        const HRESULT hr = services_->ExecMethod(p.get(), m.get(), 0, nullptr, nullptr, out.put(), nullptr);
+        const HRESULT hr = services_->ExecMethod(bstr(path).get(), bstr(method).get(), 0, nullptr, nullptr,
+                                                 out.put(), nullptr);
         EXPECT_FALSE(out);
         return hr;
     };
@@ -213,8 +208,13 @@ TEST_F(SimServiceTest, eachFailureAnswersItsCodeAndHandsOutNothing)
     EXPECT_EQ(getObject(adapterPath, object), S_OK);
     EXPECT_EQ(get(adapterPath), WBEM_E_ACCESS_DENIED);
     EXPECT_EQ(getObject(adapterPath, object), S_OK);
+    // Shutdown ends every subscription, then refuses every call.
+    ASSERT_EQ(subscribe(L"SELECT * FROM MSNdis_NotifyAdapterArrival"), S_OK);
     service_.shutdown();
+    ASSERT_EQ(sink_.statuses.size(), 1U);
+    EXPECT_EQ(sink_.statuses[0].result, WBEM_E_SHUTTING_DOWN);
     EXPECT_EQ(get(adapterPath), WBEM_E_SHUTTING_DOWN);
+    EXPECT_EQ(subscribe(L"SELECT * FROM MSNdis_NotifyAdapterArrival"), WBEM_E_SHUTTING_DOWN);
     EXPECT_EQ(callsOf("GetObject"), 8) << "every call logged, failures included";
 }
 
@@ -246,7 +246,7 @@ TEST_F(SimServiceTest, pooledDeliveryThreadsEndWhenIdleAndLaterEventsGetNewOnes)
         ASSERT_TRUE(service_.drain());
         // Idle, every thread leaves, though not at once.
         for (int wait = 0; wait < 1000 && service_.deliveryThreads() != 0; ++wait) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            std::this_thread::sleep_for(10ms);
         }
         ASSERT_EQ(service_.deliveryThreads(), 0U) << "event " << i;
     }
@@ -301,15 +301,6 @@ TEST_F(SimServiceTest, cancelAdmitsNoMoreDeliveriesAndEndsTheSubscriptionAfterTh
     EXPECT_EQ(sink_.references, 1U);
     service_.releaseDeliveries();
     EXPECT_EQ(held.get().dropped, 1) << "a held delivery of a cancelled subscription";
-}
-
-TEST_F(SimServiceTest, shutdownEndsEverySubscription)
-{
-    ASSERT_EQ(subscribe(L"SELECT * FROM MSNdis_NotifyAdapterArrival"), S_OK);
-    service_.shutdown();
-    ASSERT_EQ(sink_.statuses.size(), 1U);
-    EXPECT_EQ(sink_.statuses[0].result, WBEM_E_SHUTTING_DOWN);
-    EXPECT_EQ(subscribe(L"SELECT * FROM MSNdis_NotifyAdapterArrival"), WBEM_E_SHUTTING_DOWN);
 }
 
 }  // namespace
