@@ -34,14 +34,9 @@ public:
     host::CountingUnknown product;
 };
 
-class ComRuntime : public ::testing::Test {
-protected:
-    void SetUp() override { host::reset(); }
-    void TearDown() override { host::reset(); }
-};
-
-TEST_F(ComRuntime, CoInitializeEx_countsEachThreadsApartment)
+TEST(ComRuntime, CoInitializeEx_countsEachThreadsApartment)
 {
+    host::reset();
     EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
     EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_FALSE);
     EXPECT_EQ(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), RPC_E_CHANGED_MODE);
@@ -55,8 +50,9 @@ TEST_F(ComRuntime, CoInitializeEx_countsEachThreadsApartment)
     EXPECT_EQ(host::comInitDepth(), 0);
 }
 
-TEST_F(ComRuntime, CoCreateInstance_asksTheRegisteredFactoryAndBalancesItsReferences)
+TEST(ComRuntime, CoCreateInstance_asksTheRegisteredFactoryAndBalancesItsReferences)
 {
+    host::reset();
     CountedFactory factory;
     DWORD cookie = 0;
     ASSERT_EQ(CoRegisterClassObject(someClass, &factory, CLSCTX_INPROC_SERVER, REGCLS_MULTIPLEUSE, &cookie),
