@@ -66,11 +66,7 @@ std::vector<std::string> utf8Failures()
         {"U+10FFFF, the last pair", u"\xDBFF\xDFFF", "\xF4\x8F\xBF\xBF"},
         {"a pair between text", u"a\xD83D\xDE00z", "a\xF0\x9F\x98\x80z"},
         {"a high half at the end", u"a\xD83D", "a\xEF\xBF\xBD"},
-        {"a high half before text",
-         u"\xD83D"
-         u"A",
-         "\xEF\xBF\xBD"
-         "A"},
+        {"a high half before text", u"\xD83Dz", "\xEF\xBF\xBDz"},
         {"a low half alone", u"\xDE00", "\xEF\xBF\xBD"},
         {"a low half after text", u"a\xDE00", "a\xEF\xBF\xBD"},
         {"halves the wrong way round", u"\xDE00\xD83D", "\xEF\xBF\xBD\xEF\xBF\xBD"},
@@ -99,10 +95,7 @@ std::vector<std::string> utf8Failures()
         {"a surrogate half's own encoding", "\xED\xA0\xBD", bad + bad + bad},
         {"a pair encoded half by half", "\xED\xA0\xBD\xED\xB8\x80", bad + bad + bad + bad + bad + bad},
         {"past U+10FFFF", "\xF4\x90\x80\x80", bad + bad + bad + bad},
-        {"a four-byte character cut short",
-         "\xF0\x9F\x98"
-         "A",
-         bad + bad + bad + u"A"},
+        {"a four-byte character cut short", "\xF0\x9F\x98z", bad + bad + bad + u"z"},
         {"an overlong U+0080", "\xE0\x82\x80", bad + bad + bad},
         {"an overlong U+0800", "\xF0\x80\xA0\x80", bad + bad + bad + bad},
         {"an overlong U+1F600", "\xF8\x88\x9F\x98\x80", bad + bad + bad + bad + bad},
