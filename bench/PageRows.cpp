@@ -17,8 +17,6 @@
 
 namespace {
 
-const wchar_t* const listedId = L"PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_E4363C91&REV_02";
-
 Row tripsRow(const std::string& what, const ServiceCalls& calls, int least, const std::string& why)
 {
     std::string measured
@@ -41,10 +39,7 @@ std::vector<Row> pageRows()
     std::vector<Row> rows;
     sim::SimAdapter adapter(benchAdapter());
     sim::WmiService& service = adapter.service();
-    SP_DEVINFO_DATA device = host::makeDevice(7);
-    host::setDeviceStringList(device, DEVPKEY_Device_HardwareIds, {listedId});
-    host::setDeviceString(device, DEVPKEY_Device_FriendlyName, adapter.name());
-    host::setDeviceUint32(device, DEVPKEY_Device_ProblemCode, 0);
+    SP_DEVINFO_DATA device = workingZtDevice(7, adapter.name());
     sim::onNewThread([&] {
         service.clearCalls();
         {
@@ -120,10 +115,7 @@ std::vector<Row> runRows()
         service.setLatency(call, milliseconds(1));
     }
     adapter.driver().setCableTestDuration(adapter.name(), seconds(8));
-    SP_DEVINFO_DATA device = host::makeDevice(8);
-    host::setDeviceStringList(device, DEVPKEY_Device_HardwareIds, {listedId});
-    host::setDeviceString(device, DEVPKEY_Device_FriendlyName, adapter.name());
-    host::setDeviceUint32(device, DEVPKEY_Device_ProblemCode, 0);
+    SP_DEVINFO_DATA device = workingZtDevice(8, adapter.name());
     sim::onNewThread([&] {
         {
             PageSheet sheet(host::deviceInfoSet(), device);

@@ -23,7 +23,6 @@ using Lines = std::vector<ListLine>;
 using sim::ZtDriver;
 
 const wchar_t* const adapter = L"ZT 5G Network Adapter";
-const wchar_t* const listedId = L"PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_E4363C91&REV_02";
 constexpr std::uint64_t gbps = 1000000000ULL;
 
 constexpr int blank = DiagResultsList::ImageBlank;
@@ -36,18 +35,11 @@ class DiagPageTest : public WmiFixture {
 protected:
     DiagPageTest() : WmiFixture({adapter}) { }
 
-    SP_DEVINFO_DATA device_ = host::makeDevice(21);
+    SP_DEVINFO_DATA device_ = workingZtDevice(21, adapter);
     const ListLine started_{L"Cable diagnostics started (can take up to 8 seconds)...", info};
     const ListLine goodCable_{L"The overall status of cable is good", ok};
     const ListLine length50_{L"Approx cable length: 50 meters", ok};
 
-    void SetUp() override
-    {
-        WmiFixture::SetUp();
-        host::setDeviceStringList(device_, DEVPKEY_Device_HardwareIds, {listedId});
-        host::setDeviceString(device_, DEVPKEY_Device_FriendlyName, adapter);
-        host::setDeviceUint32(device_, DEVPKEY_Device_ProblemCode, 0);
-    }
     void TearDown() override
     {
         WmiFixture::TearDown();

@@ -37,7 +37,6 @@ using sim::ZtDriver;
 using sim::ZtField;
 
 const wchar_t* const adapter = L"ZT 5G Network Adapter";
-const wchar_t* const listedId = L"PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_E4363C91&REV_02";
 constexpr std::size_t parallelReplays = 12;
 
 // What a replay does to the service before the page opens.
@@ -63,10 +62,7 @@ Outcome runSession(const Script& script)
         sim::ZtValues values;
         values.cableLength = 50;
         sim::SimAdapter sim({adapter, true, true, 5000000000ULL, true, values});
-        SP_DEVINFO_DATA device = host::makeDevice(21);
-        host::setDeviceStringList(device, DEVPKEY_Device_HardwareIds, {listedId});
-        host::setDeviceString(device, DEVPKEY_Device_FriendlyName, adapter);
-        host::setDeviceUint32(device, DEVPKEY_Device_ProblemCode, 0);
+        SP_DEVINFO_DATA device = workingZtDevice(21, adapter);
         script(sim.service(), sim.driver());
 
         onNewThread([&] {

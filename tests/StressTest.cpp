@@ -28,7 +28,6 @@ namespace {
 using namespace std::chrono_literals;
 
 const wchar_t* const adapter = L"ZT 5G Network Adapter";
-const wchar_t* const listedId = L"PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_E4363C91&REV_02";
 constexpr std::uint64_t speeds[]
     = {100000000ULL, 1000000000ULL, 2500000000ULL, 5000000000ULL, 10000000000ULL};
 
@@ -73,11 +72,7 @@ protected:
         WmiFixture::SetUp();
         // One device per dialog thread: each sheet's installer call reads back its own pages.
         for (int i = 0; i < dialogThreads; ++i) {
-            SP_DEVINFO_DATA device = host::makeDevice(static_cast<DWORD>(30 + i));
-            host::setDeviceStringList(device, DEVPKEY_Device_HardwareIds, {listedId});
-            host::setDeviceString(device, DEVPKEY_Device_FriendlyName, adapter);
-            host::setDeviceUint32(device, DEVPKEY_Device_ProblemCode, 0);
-            devices_.push_back(device);
+            devices_.push_back(workingZtDevice(static_cast<DWORD>(30 + i), adapter));
         }
         host::onPostToDestroyedWindow([this](HWND window, UINT message) {
             const std::lock_guard<std::mutex> guard(findingsLock_);

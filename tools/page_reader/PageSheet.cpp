@@ -6,6 +6,16 @@
 #include "installer/CoDeviceInstall.h"
 #include "resources/resource.h"
 
+SP_DEVINFO_DATA workingZtDevice(DWORD devInst, const std::wstring& name)
+{
+    const SP_DEVINFO_DATA device = host::makeDevice(devInst);
+    host::setDeviceStringList(device, DEVPKEY_Device_HardwareIds,
+                              {L"PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_E4363C91&REV_02"});
+    host::setDeviceString(device, DEVPKEY_Device_FriendlyName, name);
+    host::setDeviceUint32(device, DEVPKEY_Device_ProblemCode, 0);
+    return device;
+}
+
 PageSheet::PageSheet(HDEVINFO deviceInfoSet, SP_DEVINFO_DATA& device)
 {
     SP_ADDPROPERTYPAGE_DATA request{};  // a sheet with no other pages yet

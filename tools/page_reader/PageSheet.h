@@ -6,11 +6,16 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <string>
 
 #include "host/HostWindows.h"
 #include "platform.h"
 #include "tools/page_reader/PageScreen.h"
 #include "tools/page_reader/PageText.h"
+
+// Device `devInst` of the host's device list as the co-installer reads it: a
+// listed hardware id, `name` as its friendly name, working (problem code 0).
+SP_DEVINFO_DATA workingZtDevice(DWORD devInst, const std::wstring& name);
 
 class PageSheet {
 public:
