@@ -216,6 +216,7 @@ TEST_F(StressTest, eventsPagesRunsAndTicksTogether)
     const auto started = std::chrono::steady_clock::now();
     for (int round = 0; round < rounds; ++round) {
         std::vector<std::thread> threads;
+        threads.reserve(eventThreads + dialogThreads);
         for (int i = 0; i < eventThreads; ++i) {
             threads.emplace_back([this, round, i] { fireEvents_(static_cast<unsigned>(round * 100 + i)); });
         }
