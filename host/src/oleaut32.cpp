@@ -275,7 +275,7 @@ UINT SysStringLen(BSTR text)
     }
     BstrPrefix bytes = 0;
     std::memcpy(&bytes, bstrBlock(text), sizeof bytes);
-    return bytes / sizeof(OLECHAR);
+    return static_cast<UINT>(bytes / sizeof(OLECHAR));
 }
 
 void VariantInit(VARIANT* value)
