@@ -10,8 +10,6 @@
 
 namespace {
 
-using Messages = std::vector<std::string>;
-
 const wchar_t* const listedId = L"PCI\\VEN_7E5C&DEV_C3E1&SUBSYS_E4363C91&REV_02";
 const wchar_t* const lastListedId = L"PCI\\VEN_7E5C&DEV_93F4&SUBSYS_0B217E5C&REV_02";
 

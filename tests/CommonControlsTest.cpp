@@ -43,9 +43,7 @@ HIMAGELIST newList()
 
 bool hasTracedFailure()
 {
-    const auto messages = tracedMessages();
-    return std::any_of(messages.begin(), messages.end(),
-                       [](const std::string& m) { return m.rfind("[!] ", 0) == 0; });
+    return !tracedStartingWith({"[!] "}).empty();
 }
 
 class CommonControlsTest : public ::testing::Test {

@@ -946,13 +946,10 @@ TEST(Ztdiag, aFailingIpHelperIsTracedOnce)
             host::failGetAdaptersAddresses(ERROR_NOT_ENOUGH_MEMORY);
         }
         EXPECT_EQ(run(machine, args()), 0);
-        std::string ipHelper;  // what it traced of IP Helper
-        for (const std::string& line : tracedMessages()) {
-            ipHelper += line.rfind("[!] GetAdapters", 0) == 0 ? line + "\n" : "";
-        }
-        EXPECT_EQ(ipHelper,
-                  fails ? "[!] GetAdaptersAddresses() failed, code 8: the connections' names are unknown\n"
-                        : "");
+        EXPECT_EQ(
+            tracedStartingWith({"[!] GetAdapters"}),
+            fails ? Messages{"[!] GetAdaptersAddresses() failed, code 8: the connections' names are unknown"}
+                  : Messages{});
     }
 }
 
